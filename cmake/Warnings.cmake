@@ -1,0 +1,10 @@
+# The flags that every target of the project is built with.
+add_compile_options(-Wall -Wextra -Wconversion -Wshadow -Werror)
+
+# Exceptions carry the source name of their throw: the path inside the project, never the machine's.
+add_compile_options(-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=)
+
+if(RFM_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+endif()

@@ -9,8 +9,8 @@
 #include <vector>
 
 // A height-balanced binary tree, in spite of its name, whose copies share nodes. A change copies the nodes on its
-// path that are shared, and no other. As in `omi_Btree` there are only single rotations, a chosen insertion order
-// can make the tree very deep, and so nothing here recurses.
+// path that are shared, and no other. As in `omi_Btree` there are only single rotations and no proven bound of the
+// depth, and so nothing here recurses.
 
 template <class K, class V> struct cow_BtreeNode;
 /// The handle that holds a subtree; empty for none.

@@ -7,9 +7,9 @@
 #include <utility>
 #include <vector>
 
-// A height-balanced binary tree, in spite of its name. Only single rotations exist, so a chosen insertion order can
-// drive its depth up in step with its size: nothing here recurses, neither search nor change, copy nor destruction,
-// so such an order costs time and never the stack.
+// A height-balanced binary tree, in spite of its name. Only single rotations exist, so its depth has no proven bound.
+// Nothing here recurses, neither search nor change, copy nor destruction: an order of changes that made a tree deep
+// would cost time and never the stack.
 
 /// Order of two keys: below 0, 0 or above 0. Any type with `<` will do.
 template <class K> int omi_CompareKeys(const K& left, const K& right)

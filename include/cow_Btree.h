@@ -21,7 +21,14 @@ using cow_BtreeLink = cow_ArrayCOW<cow_BtreeNode<K, V>, cow_Direct<cow_BtreeNode
 template <class K, class V> struct cow_BtreeNode
 {
     cow_BtreeNode(const K& itsKey, const V& itsValue) : key(itsKey), value(itsValue) {}
-    cow_BtreeNode(const cow_BtreeNode&) = default;
+    cow_BtreeNode(const cow_BtreeNode& source)
+        : key(source.key),
+          value(source.value),
+          left(source.left),
+          right(source.right),
+          height(source.height)
+    {
+    }
     cow_BtreeNode& operator=(const cow_BtreeNode&) = delete;
     ~cow_BtreeNode()
     {

@@ -18,8 +18,8 @@ public:
     /// Adds the elements of `other`, which may be this list, behind all others.
     void Append(const cow_List& other)
     {
-        const cow_List source(other);
-        for (const T& value : source) Append(value);
+        const int added = other.Count(); // taken first: `other` may grow with this list
+        for (int index = 0; index < added; ++index) Append(other.ConstGet(index));
     }
 
     /// Adds a copy of `value`, which may be an element of this list, in front of all others.

@@ -120,9 +120,11 @@ TEST(cow_Btree, ACopySharesTheRootAndCostsNoNode)
     const auto tree = CountedTree(1000);
     Counted::copies = 0;
     const auto copy = tree.begin();
-    const cow_Btree<int, Counted> another(tree);
+    cow_Btree<int, Counted> another(tree);
     EXPECT_EQ(another.ConstFind(10), tree.ConstFind(10)) << "the very same node";
     EXPECT_EQ(Counted::copies, 1) << "the default element alone";
+    another.Clear();
+    EXPECT_EQ(tree.Count(), 1000);
     EXPECT_EQ((*copy).key, 0);
 }
 

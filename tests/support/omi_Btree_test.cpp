@@ -302,7 +302,8 @@ TEST(omi_Btree, AValueThatFailsToCopyLosesNothingAndLeavesTheTreesAsTheyWere)
             Fragile::copiesUntilFailure = failAt;
             try
             {
-                const omi_Btree<int, Fragile> copy(tree);
+                omi_Btree<int, Fragile> copy;
+                copy = tree;
                 EXPECT_EQ(copy.Count(), 20);
                 break;
             }

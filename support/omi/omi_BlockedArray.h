@@ -29,15 +29,14 @@ public:
         return m_Blocks[block][PlaceOf(index)];
     }
 
-    /// Sets one cell; its block is made when it is absent. When memory does not suffice, nothing has changed.
+    /// Sets one cell, to a value that may be a cell of this array, since blocks never move; its block is made when it is absent. When memory does not suffice, nothing has changed.
     void SetCell(int index, const T& value)
     {
         CheckIndex(index);
         const std::size_t block = BlockOf(index);
-        const T copy(value); // `value` may be a cell of this array
         if (block >= m_Blocks.size()) m_Blocks.resize(block + 1);
         if (m_Blocks[block] == nullptr) m_Blocks[block] = NewBlock();
-        m_Blocks[block][PlaceOf(index)] = copy;
+        m_Blocks[block][PlaceOf(index)] = value;
     }
 
     /// Whether the block of `index` was made.

@@ -55,6 +55,7 @@ struct Fragile
     Fragile(const Fragile&) = default;
     Fragile& operator=(const Fragile& source)
     {
+        if (this == &source) return *this;
         if (refuses) throw std::runtime_error("assignment refused");
         number = source.number;
         return *this;
@@ -147,7 +148,8 @@ TEST(cow_1DArray, AnElementNeverWrittenIsADefaultOneAndReadingItMakesItsBlock)
 TEST(cow_1DArray, ACopySharesTheTableAndRaisesItsCount)
 {
     const Array array = Counting(100);
-    const Array copy(array);
+    Array copy;
+    copy = array;
     EXPECT_EQ(array.Sharers(), 2);
     EXPECT_EQ(BlocksApart(array, copy), 0);
     EXPECT_EQ(array.Block(0)->m_Count, 1) << "the table is shared, not yet the blocks";
@@ -167,6 +169,15 @@ TEST(cow_1DArray, AWriterCopiesOnlyTheBlockThatItTouches)
     EXPECT_EQ(array.ConstGet(500), 500);
     EXPECT_EQ(copy.ConstGet(500), -1);
     EXPECT_EQ(copy.ConstGet(499), 499);
+}
+
+TEST(cow_1DArray, AWriterWithABlockOfItsOwnCopiesNothing)
+{
+    Array array = Counting(20);
+    const auto* block = array.Block(0);
+    array.Get(3) = -1;
+    EXPECT_EQ(array.Block(0), block);
+    EXPECT_EQ(block->m_Count, 1);
 }
 
 TEST(cow_1DArray, AssignmentSharesAndReleasesWhatWasHeld)

@@ -29,7 +29,8 @@ public:
         return m_Blocks[block][PlaceOf(index)];
     }
 
-    /// Sets one cell, to a value that may be a cell of this array, since blocks never move; its block is made when it is absent. When memory does not suffice, nothing has changed.
+    /// Sets one cell, to a value that may be a cell of this array, since blocks never move. Its block is made when it
+    /// is absent. When memory does not suffice, no cell has changed.
     void SetCell(int index, const T& value)
     {
         CheckIndex(index);

@@ -86,8 +86,8 @@ protected:
     cow_1DArray<T> m_Array;
 };
 
-/// Walks a list that stays as it was when the walk began: it shares the list's storage, so a later change of the
-/// list costs a block and isn't seen.
+/// Walks a list that stays as it was when the walk began: it shares the list's storage, so a later change of
+/// the list costs a block and isn't seen.
 template <class T> class cow_1DArrayIter
 {
 public:

@@ -39,7 +39,8 @@ struct Star : Shape
     Shape* Copy() const override { return new Star(*this); }
 };
 
-// Out of line: inlined into a test, the optimiser takes the count for one that a release above could have freed.
+// Out of line: inlined into a test, the optimiser takes the count for one that a release above could have
+// freed.
 [[gnu::noinline]] int SharersOf(const cow_COW<Number>& handle)
 {
     return handle.Count();

@@ -7,4 +7,4 @@ mode=(--dry-run -Werror)
 if [[ "${1:-}" == --fix ]]; then
     mode=(-i)
 fi
-git ls-files -z '*.h' '*.cpp' | xargs -0 -r -n 20 -P "$(nproc)" clang-format --style=file "${mode[@]}"
+git ls-files -z '*.h' '*.cpp' | xargs -0 -r clang-format --style=file "${mode[@]}"

@@ -41,7 +41,7 @@ void WriteObjects(rfm_Database& database)
         const cow_String name("a name");
         names.Write(&name, 1);
         stream.WriteString(i, name);
-        stream.WriteFixedString(i, "\x04\0\0\0text");
+        stream.WriteFixedString(i, cow_String("\x04\0\0\0text", 8)); // its length first, as reading wants it
         // Turns, so that objects have more than one extent.
         first.Flush();
         second.Flush();

@@ -92,10 +92,7 @@ TEST(cow_Btree, AChainOfTwoBelowANodeStaysAndAChainOfThreeRotates)
     EXPECT_EQ(TreeOf({4, 3, 2, 1}).Height(), 2);
 }
 
-TEST(cow_Btree, ALeftRightShapeKeepsItsDepth)
-{
-    EXPECT_EQ(TreeOf({1, 3, 2}).Height(), 2);
-}
+TEST(cow_Btree, ALeftRightShapeKeepsItsDepth) { EXPECT_EQ(TreeOf({1, 3, 2}).Height(), 2); }
 
 TEST(cow_Btree, ItHasTheHeightOfThePlainTreeAfterTheSameChanges)
 {

@@ -41,10 +41,7 @@ struct Star : Shape
 
 // Out of line: inlined into a test, the optimiser takes the count for one that a release above could have
 // freed.
-[[gnu::noinline]] int SharersOf(const cow_COW<Number>& handle)
-{
-    return handle.Count();
-}
+[[gnu::noinline]] int SharersOf(const cow_COW<Number>& handle) { return handle.Count(); }
 
 class cow_COWTest : public testing::Test
 {

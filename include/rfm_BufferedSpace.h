@@ -1,0 +1,49 @@
+#pragma once
+
+#include "rfm_Space.h"
+
+class rfm_IOBuffer;
+
+template <> struct RFM_EXPORT cow_Deleter<rfm_IOBuffer>
+{
+    static void Delete(rfm_IOBuffer* object);
+};
+
+/// A space behind a block of 2048 bytes: for many small reads and writes. Copies share space and block.
+/// What was written reaches the space at `Flush`, at a step aside, or when the last copy goes.
+class RFM_EXPORT rfm_BufferedSpace
+{
+public:
+    explicit rfm_BufferedSpace(const rfm_Space& space);
+
+    rfm_Handle Handle() const { return m_Space.Handle(); }
+    utl_FileOffset Allocation() const { return m_Space.Allocation(); }
+    bool ReadOnly() const;
+    utl_FileOffset Length() const;
+    void Seek(utl_FileOffset offset);
+    utl_FileOffset Location() const;
+    void Flush();
+    void Extend(utl_FileOffset amount);
+    /// Bytes read: fewer than `count` at the end.
+    int Read(char* buffer, int count);
+    int Write(const char* buffer, int count);
+    /// Elements read: fewer than `count` at the end.
+    int ReadIntArray(int* values, int count);
+    int ReadFloatArray(float* values, int count);
+    int ReadDoubleArray(double* values, int count);
+    void WriteIntArray(const int* values, int count);
+    void WriteFloatArray(const float* values, int count);
+    void WriteDoubleArray(const double* values, int count);
+
+private:
+    class BufferHld : public cow_CountedHld<rfm_IOBuffer>
+    {
+    public:
+        explicit BufferHld(rfm_IOBuffer* buffer) : cow_CountedHld<rfm_IOBuffer>(buffer) {}
+        rfm_IOBuffer& Get() const { return *m_Object; }
+    };
+
+    // Order: the block settles into the space when it goes, so it goes first.
+    rfm_Space m_Space;
+    BufferHld m_Buffer;
+};

@@ -1,0 +1,43 @@
+#pragma once
+
+#include "cow_CountedHld.h"
+#include "cow_String.h"
+#include "rfm_FileException.h"
+#include "utl_FileAccess.h"
+
+class rfm_FileRepr;
+
+template <> struct RFM_EXPORT cow_Deleter<rfm_FileRepr>
+{
+    static void Delete(rfm_FileRepr* object);
+};
+
+/// A counted handle on the file that a database lives in, whatever its kind. Copies share one file and its
+/// position; the last one to go closes it.
+/// Threads: all copies, and the database on them, belong to one thread at a time.
+class RFM_EXPORT rfm_File : public cow_CountedHld<rfm_FileRepr>
+{
+public:
+    rfm_File() noexcept = default;
+    explicit rfm_File(rfm_FileRepr* repr) : cow_CountedHld<rfm_FileRepr>(repr) {}
+
+    /// Opens or creates the file `name`. Which kind of file an existing one is, its first bytes tell.
+    /// `access`: 0 read, 1 update, 2 create (a file of that name is replaced by a fresh, empty one; readers of the
+    /// old one keep it). `flag` has no effect; it stays for callers that pass it.
+    /// With `MRK_RFM_LOGIFY` in the environment, one line on standard error tells the kind that was chosen.
+    /// Throws: rfm_FileNoSuchFile, rfm_FileNotReadable, rfm_FileReadOnlyExc (update without permission; create or
+    /// update of a URL), nex_AssertException for any other `access`, and the operating system's refusals.
+    static rfm_File Open(const cow_String& name, utl_FileAccess access, bool flag = false);
+
+    /// Makes a new compressed file.
+    /// Throws: rfm_FileReadOnlyExc for a URL.
+    static rfm_File CreateCompressed(const cow_String& name);
+
+    const cow_String& FileName() const;
+    bool ReadOnly() const;
+
+    /// Appends the rest of `source`, from its position, at the position of this file. The caller positions both.
+    void Copy(const rfm_File& source);
+
+    rfm_FileRepr& Repr() const { return *m_Object; }
+};

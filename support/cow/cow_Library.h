@@ -1,0 +1,4 @@
+#pragma once
+
+void cow_initialize(int& count);
+void cow_finalize(int& count);

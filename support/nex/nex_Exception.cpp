@@ -1,0 +1,38 @@
+#include "nex_Exception.h"
+
+nex_Exception::~nex_Exception() = default;
+nex_TextException::~nex_TextException() = default;
+nex_AssertException::~nex_AssertException() = default;
+
+cow_String nex_Exception::DeveloperReport() const
+{
+    return AsString() + " [" + m_SourceName + ":" + cow_String(m_Line) + "]";
+}
+
+void nex_Exception::Throw(const char* sourceName, int line)
+{
+    m_SourceName = sourceName;
+    m_Line = line;
+    Propagate();
+}
+
+nex_Exception* nex_TextException::Copy() const { return new nex_TextException(*this); }
+void nex_TextException::Propagate() const { throw nex_TextException(*this); }
+cow_String nex_TextException::AsString() const { return cow_String("nex_TextException: ") + m_Text; }
+
+nex_Exception* nex_AssertException::Copy() const { return new nex_AssertException(*this); }
+void nex_AssertException::Propagate() const { throw nex_AssertException(*this); }
+cow_String nex_AssertException::AsString() const
+{
+    return cow_String("nex_AssertException: ") + m_Condition;
+}
+
+void nex_ThrowText(const atr_StringBase& text, std::source_location place)
+{
+    nex_TextException(text).Throw(place.file_name(), static_cast<int>(place.line()));
+}
+
+void nex_ThrowAssert(const char* condition, std::source_location place)
+{
+    nex_AssertException(condition).Throw(place.file_name(), static_cast<int>(place.line()));
+}

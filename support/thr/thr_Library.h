@@ -1,0 +1,4 @@
+#pragma once
+
+void thr_initialize(int& count);
+void thr_finalize(int& count);

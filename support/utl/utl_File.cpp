@@ -1,0 +1,340 @@
+#include "utl_File.h"
+
+#include "utl_System.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace
+{
+// One block serves both directions. 256 KiB gathered writes make the cost of a call vanish against that of its bytes;
+// larger ones only leave the cache.
+constexpr int kBlockBytes = 256 * 1024;
+// Reading ahead starts when this much came in sequence: a lone row or a header must not cost 64 KiB.
+constexpr std::int64_t kRunBeforeAhead = 2048;
+constexpr std::int64_t kLeastAhead = 64 * 1024;
+constexpr int kMostAttempts = 100;
+}
+
+utl_File::utl_File(const cow_String& name, utl_FileAccess access, utl_FileSharing sharing)
+{
+    Open(name, access, sharing);
+}
+
+utl_File::~utl_File()
+{
+    try
+    {
+        Close();
+    }
+    catch (const nex_Exception& failure)
+    {
+        std::fprintf(stderr, "%s\n", failure.what());
+    }
+}
+
+void utl_File::Open(const cow_String& name, utl_FileAccess access, utl_FileSharing)
+{
+    Close();
+    m_Name = name;
+    // A name with a NUL would silently open the file in front of it.
+    if (std::strlen(name.CString()) != static_cast<std::size_t>(name.Length()))
+        throw utl_FileException("open", name, EINVAL);
+    switch (access)
+    {
+    case utl_FileAccessRead: OpenExisting(name, O_RDONLY); break;
+    case utl_FileAccessUpdate: OpenExisting(name, O_RDWR); break;
+    case utl_FileAccessCreate: OpenFresh(name); break;
+    default: nex_ThrowAssert("!\"Incorrect file access.\"");
+    }
+    m_Position = 0;
+    Forget();
+}
+
+void utl_File::OpenExisting(const cow_String& name, int flags)
+{
+    // Not blocking: a FIFO without a writer must be refused, not waited for.
+    m_Descriptor = ::open(name.CString(), flags | O_CLOEXEC | O_NONBLOCK);
+    if (m_Descriptor < 0)
+    {
+        const int error = errno;
+        if (error == ENOENT || error == ENOTDIR) throw utl_FileExceptionNoFile("open", name, error);
+        throw utl_FileException("open", name, error);
+    }
+    RefuseUnlessRegular("open");
+}
+
+void utl_File::RefuseUnlessRegular(const char* action)
+{
+    struct stat status
+    {
+    };
+    const bool known = ::fstat(m_Descriptor, &status) == 0;
+    if (known && S_ISREG(status.st_mode)) return;
+    const int error = !known ? errno : S_ISDIR(status.st_mode) ? EISDIR : 0;
+    ::close(m_Descriptor);
+    m_Descriptor = -1;
+    if (error != 0) throw utl_FileException(action, m_Name, error);
+    throw utl_FileException(action, m_Name, cow_String("Not a regular file"));
+}
+
+void utl_File::OpenFresh(const cow_String& name)
+{
+    struct stat status
+    {
+    };
+    if (::stat(name.CString(), &status) != 0)
+    {
+        m_Descriptor = ::open(name.CString(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0666);
+        if (m_Descriptor < 0) throw utl_FileException("create", name, errno);
+        return RefuseUnlessRegular("create");
+    }
+    if (S_ISDIR(status.st_mode)) throw utl_FileException("create", name, EISDIR);
+    if (!S_ISREG(status.st_mode)) throw utl_FileException("create", name, cow_String("Not a regular file"));
+    if (::access(name.CString(), W_OK) != 0) throw utl_FileException("create", name, errno);
+
+    // The name behind symbolic links takes the fresh file, so that the links stay.
+    std::unique_ptr<char, decltype(&std::free)> path(::realpath(name.CString(), nullptr), &std::free);
+    if (path != nullptr) OpenFreshBeside(cow_String(path.get()), status.st_mode & 07777U);
+    if (m_Descriptor >= 0) return;
+
+    // No file can be made in that directory: the old one is emptied in place.
+    m_Descriptor = ::open(name.CString(), O_RDWR | O_TRUNC | O_CLOEXEC | O_NONBLOCK);
+    if (m_Descriptor < 0) throw utl_FileException("create", name, errno);
+    RefuseUnlessRegular("create");
+}
+
+// Makes an empty file next to `path` and renames it over; leaves the descriptor at -1 where that cannot be.
+void utl_File::OpenFreshBeside(const cow_String& path, unsigned mode)
+{
+    for (int attempt = 0; attempt < kMostAttempts; ++attempt)
+    {
+        const cow_String fresh = path + "." + cow_String(static_cast<int>(::getpid())) + "." + cow_String(attempt);
+        const int descriptor = ::open(fresh.CString(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+        if (descriptor < 0 && errno == EEXIST) continue;
+        if (descriptor < 0) return;
+        if (::fchmod(descriptor, mode) == 0 && ::rename(fresh.CString(), path.CString()) == 0)
+        {
+            m_Descriptor = descriptor;
+            return;
+        }
+        ::unlink(fresh.CString());
+        ::close(descriptor);
+        return;
+    }
+}
+
+void utl_File::Close()
+{
+    if (m_Descriptor < 0) return;
+    struct Closer
+    {
+        utl_File& file;
+        ~Closer()
+        {
+            ::close(file.m_Descriptor);
+            file.m_Descriptor = -1;
+            file.m_Mode = Mode::Idle;
+            file.m_BlockCount = 0;
+        }
+    } closer{*this};
+    Drain();
+}
+
+void utl_File::Seek(const utl_FileOffset& position)
+{
+    if (position.Value() < 0) throw utl_FileException("seek in", m_Name, EINVAL);
+    if (position.Value() == m_Position) return;
+    StepAside(position.Value());
+}
+
+// Buffered readers above re-read what they could not use at the end of their block: such a small step back is still
+// reading in sequence. Any other step drops the block, so that nobody reads there what was true long ago.
+void utl_File::StepAside(std::int64_t position)
+{
+    const bool rereads = m_Mode == Mode::Ahead && position > m_LastStart && position <= m_Position;
+    if (m_Mode == Mode::Gathering) Drain();
+    if (m_Mode == Mode::Ahead && !rereads) Forget();
+    m_Position = position;
+}
+
+bool utl_File::IsSequential() const noexcept { return m_Position > m_LastStart && m_Position <= m_LastEnd; }
+
+char* utl_File::Block()
+{
+    if (m_Block == nullptr) m_Block = std::make_unique_for_overwrite<char[]>(kBlockBytes);
+    return m_Block.get();
+}
+
+int utl_File::Read(char* buffer, int count)
+{
+    if (m_Mode == Mode::Gathering) Drain();
+    const std::int64_t start = m_Position;
+    int done = TakeFromBlock(buffer, count);
+    if (done < count)
+    {
+        const bool sequential = done > 0 || IsSequential();
+        m_RunBytes = sequential ? m_RunBytes + count : 0;
+        if (m_RunBytes >= kRunBeforeAhead && count - done < kLeastAhead)
+        {
+            ReadAhead();
+            done += TakeFromBlock(buffer + done, count - done);
+        }
+        else
+        {
+            Forget();
+            const int moved = ReadThrough(buffer + done, count - done, m_Position);
+            m_Position += moved;
+            done += moved;
+        }
+    }
+    m_LastStart = start;
+    m_LastEnd = m_Position;
+    return done;
+}
+
+int utl_File::TakeFromBlock(char* buffer, int count) noexcept
+{
+    const std::int64_t place = m_Position - m_BlockStart;
+    if (m_Mode != Mode::Ahead || place < 0 || place >= m_BlockCount) return 0;
+    const int taken = std::min(count, m_BlockCount - static_cast<int>(place));
+    std::memcpy(buffer, m_Block.get() + place, static_cast<std::size_t>(taken));
+    m_Position += taken;
+    return taken;
+}
+
+// The window grows with the run: 64 KiB at first, four times what came in sequence, at most the block.
+void utl_File::ReadAhead()
+{
+    const std::int64_t window = std::clamp(m_RunBytes * 4, kLeastAhead, static_cast<std::int64_t>(kBlockBytes));
+    Forget();
+    m_BlockCount = ReadThrough(Block(), static_cast<int>(window), m_Position);
+    m_BlockStart = m_Position;
+    m_Mode = Mode::Ahead;
+}
+
+void utl_File::Forget() noexcept
+{
+    if (m_Mode != Mode::Ahead) return;
+    m_Mode = Mode::Idle;
+    m_BlockCount = 0;
+}
+
+int utl_File::ReadThrough(char* buffer, int count, std::int64_t position)
+{
+    int done = 0;
+    while (done < count)
+    {
+        const ssize_t moved =
+            utl_System().read(m_Descriptor, buffer + done, static_cast<std::size_t>(count - done), position + done);
+        if (moved < 0 && errno == EINTR) continue;
+        if (moved < 0) throw utl_FileException("read", m_Name, errno);
+        if (moved == 0) break;
+        done += static_cast<int>(moved);
+    }
+    return done;
+}
+
+int utl_File::Write(const char* buffer, int count)
+{
+    if (count <= 0) return 0;
+    Forget();
+    if (m_Position > INT64_MAX - count) throw utl_FileException("write", m_Name, EFBIG);
+    const bool follows = m_Mode == Mode::Gathering && m_Position == m_BlockStart + m_BlockCount;
+    if (!follows || m_BlockCount + count > kBlockBytes) Drain();
+    if (count >= kBlockBytes)
+    {
+        std::int64_t written = 0;
+        WriteThrough(buffer, count, m_Position, written);
+    }
+    else
+    {
+        char* block = Block();
+        if (m_Mode == Mode::Idle)
+        {
+            m_Mode = Mode::Gathering;
+            m_BlockStart = m_Position;
+            m_BlockCount = 0;
+        }
+        std::memcpy(block + m_BlockCount, buffer, static_cast<std::size_t>(count));
+        m_BlockCount += count;
+    }
+    m_Position += count;
+    return count;
+}
+
+void utl_File::WriteThrough(const char* buffer, std::int64_t count, std::int64_t position, std::int64_t& written)
+{
+    while (written < count)
+    {
+        const ssize_t moved = utl_System().write(m_Descriptor, buffer + written,
+                                                 static_cast<std::size_t>(count - written), position + written);
+        if (moved < 0 && errno == EINTR) continue;
+        if (moved < 0) throw utl_FileException("write", m_Name, errno);
+        // A regular file that takes nothing and gives no reason would keep this loop for ever.
+        if (moved == 0) throw utl_FileException("write", m_Name, ENOSPC);
+        written += moved;
+    }
+}
+
+void utl_File::Drain()
+{
+    if (m_Mode != Mode::Gathering) return;
+    std::int64_t written = 0;
+    try
+    {
+        WriteThrough(m_Block.get(), m_BlockCount, m_BlockStart, written);
+    }
+    catch (const utl_FileException&)
+    {
+        // What the system did not take stays gathered for the next try.
+        m_BlockCount -= static_cast<int>(written);
+        m_BlockStart += written;
+        std::memmove(m_Block.get(), m_Block.get() + written, static_cast<std::size_t>(m_BlockCount));
+        throw;
+    }
+    m_Mode = Mode::Idle;
+    m_BlockCount = 0;
+}
+
+void utl_File::Flush() { Drain(); }
+
+utl_FileOffset utl_File::FileSize() const
+{
+    struct stat status
+    {
+    };
+    if (::fstat(m_Descriptor, &status) != 0) throw utl_FileException("look at", m_Name, errno);
+    const std::int64_t gatheredEnd = m_Mode == Mode::Gathering ? m_BlockStart + m_BlockCount : 0;
+    return std::max<std::int64_t>(status.st_size, gatheredEnd);
+}
+
+void utl_File::Extend(const utl_FileOffset& size)
+{
+    Drain();
+    Forget();
+    const std::int64_t old = FileSize().Value();
+    const std::int64_t wanted = size.Value();
+    if (wanted == old) return;
+    if (wanted > old)
+    {
+        int result = 0;
+        do result = utl_System().allocate(m_Descriptor, old, wanted - old);
+        while (result != 0 && errno == EINTR);
+        if (result == 0) return;
+        // File systems without reservation: the size alone. A full disk then shows in the write.
+        if (errno != EOPNOTSUPP && errno != ENOSYS) throw utl_FileException("extend", m_Name, errno);
+    }
+    int result = 0;
+    do result = utl_System().truncate(m_Descriptor, wanted);
+    while (result != 0 && errno == EINTR);
+    if (result != 0) throw utl_FileException("extend", m_Name, errno);
+}

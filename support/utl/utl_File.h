@@ -1,0 +1,89 @@
+#pragma once
+
+#include "cow_String.h"
+#include "utl_FileAccess.h"
+#include "utl_FileException.h"
+#include "utl_FileOffset.h"
+
+#include <cstdint>
+#include <memory>
+
+/// How other processes may share a file; passed through to platforms that know such a thing. Linux does not.
+using utl_FileSharing = int;
+
+/// A file of bytes with 64-bit positions. It keeps its own position, so seeking costs nothing, and gathers what moves in
+/// sequence in one block of memory:
+///
+///              Read in sequence                      Write
+///   +--------+ ---------------> +--------+ <----------------------+-----------+
+///   | ahead  |                  |  idle  |                        | gathering |
+///   +--------+ <--------------- +--------+ ---------------------> +-----------+
+///                a step aside, Forget               drained: a step aside, a full block, Read,
+///                                                   Extend, FileSize, Flush, Close
+///
+/// Writes reach the system in the order in which they were made. A write that the system refuses stays gathered and is
+/// tried again at the next occasion, so nothing is lost by a full disk that gets room again.
+/// Throws: utl_FileException with the file's name and the system's words for every refusal; a transfer is never
+/// short without a reason: `Read` at the end of the file, `Write` never.
+class utl_File
+{
+public:
+    utl_File() = default;
+    utl_File(const cow_String& name, utl_FileAccess access, utl_FileSharing sharing);
+    utl_File(const utl_File&) = delete;
+    utl_File& operator=(const utl_File&) = delete;
+    /// Closes; what fails then is one line on standard error, as nobody is left to be told otherwise.
+    ~utl_File();
+
+    /// Throws: utl_FileExceptionNoFile when there is no such file. Create puts a fresh, empty file under the name, so that
+    /// readers of an older one keep it. Anything but a regular file is refused.
+    void Open(const cow_String& name, utl_FileAccess access, utl_FileSharing sharing);
+    void Close();
+    bool IsOpen() const noexcept { return m_Descriptor >= 0; }
+
+    void Seek(const utl_FileOffset& position);
+    int Read(char* buffer, int count);
+    int Write(const char* buffer, int count);
+    utl_FileOffset FileSize() const;
+    /// Sets the size, up or down. Upwards it reserves real blocks, so that a full disk shows here.
+    void Extend(const utl_FileOffset& size);
+    /// Hands what is gathered to the system.
+    void Flush();
+    /// Drops what was read ahead: another process may have written since.
+    void Forget() noexcept;
+
+private:
+    enum class Mode
+    {
+        Idle,
+        Ahead,
+        Gathering
+    };
+
+    void OpenExisting(const cow_String& name, int flags);
+    void OpenFresh(const cow_String& name);
+    void OpenFreshBeside(const cow_String& path, unsigned mode);
+    void RefuseUnlessRegular(const char* action);
+    void StepAside(std::int64_t position);
+    bool IsSequential() const noexcept;
+    int ReadThrough(char* buffer, int count, std::int64_t position);
+    int TakeFromBlock(char* buffer, int count) noexcept;
+    void ReadAhead();
+    void Drain();
+    void WriteThrough(const char* buffer, std::int64_t count, std::int64_t position, std::int64_t& written);
+    char* Block();
+
+    int m_Descriptor = -1;
+    cow_String m_Name;
+    std::int64_t m_Position = 0;
+
+    Mode m_Mode = Mode::Idle;
+    std::unique_ptr<char[]> m_Block;
+    std::int64_t m_BlockStart = 0;   // position in the file of the block's first byte
+    int m_BlockCount = 0;            // bytes of the block that are in use
+
+    // The last read from the system, and how many bytes came in sequence up to its end.
+    std::int64_t m_LastStart = 0;
+    std::int64_t m_LastEnd = -1;
+    std::int64_t m_RunBytes = 0;
+};

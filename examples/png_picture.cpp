@@ -136,7 +136,7 @@ public:
 
 private:
     static constexpr double kTurn = -0.01; // radians
-    static constexpr double kTilt = 0.75; // radians above the horizon
+    static constexpr double kTilt = 0.75;  // radians above the horizon
 
     double m_CosTurn;
     double m_SinTurn;

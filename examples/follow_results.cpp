@@ -156,7 +156,7 @@ public:
             return false;
         }
         m_Run.Snap();
-        m_Increments.Snap();
+        RefreshIncrements();
         RefreshProbes();
         return true;
     }
@@ -246,6 +246,14 @@ private:
     }
 
     rfm_Table OpenTable(const std::string& name) { return m_Database.Table(HandleOf(name), -1, kReadAhead); }
+
+    // A writer that is already at its next change may raise the table's count before this reader's view of the
+    // database reaches it: the count is then taken with the old length, and is no news when the new length comes.
+    // Opening the table anew takes the length from the view as it is.
+    void RefreshIncrements()
+    {
+        if (m_Increments.Snap() == 0) m_Increments = OpenTable("INCREMENTS");
+    }
 
     // A stream that did not change while its database did starts over, and has no Seek: it is walked again up to where
     // this process was.
@@ -477,10 +485,9 @@ private:
         try
         {
             auto view = std::make_unique<RunView>(m_Arguments.database);
-            if (view->Status() == rfm_FileStatus::RfmFileInTransaction)
-            {
-                return std::nullopt;
-            }
+            const rfm_FileStatus::RfmFileStatus status = view->Status();
+            if (status == rfm_FileStatus::RfmFileInTransaction) return std::nullopt;
+            m_SawUpdate = status == rfm_FileStatus::RfmFileUpdated;
             m_View = std::move(view);
         }
         catch (const nex_Exception& refusal)
@@ -493,14 +500,17 @@ private:
         std::printf("following %s, case %s: %d nodes, %d elements, %d increments to come\n",
                     m_View->Solver().c_str(), m_View->CaseTitle().c_str(), m_View->NodeCount(),
                     m_View->ElementCount(), m_View->PromisedIncrementCount());
-        return ShowNews();
+        ShowNews();
+        return std::nullopt;
     }
 
     std::optional<ExitCode> LookOnce()
     {
         switch (m_View->Status())
         {
-        case rfm_FileStatus::RfmFileUnchanged: break;
+        case rfm_FileStatus::RfmFileUnchanged:
+            if (const std::optional<ExitCode> end = EndWhenStateIsFinal()) return end;
+            break;
         case rfm_FileStatus::RfmFileUpdated:
             m_SawUpdate = true; // the file says so only once, but a Snap may still be refused
             break;
@@ -514,9 +524,21 @@ private:
         {
             m_SawUpdate = false;
             NoteNews();
-            return ShowNews();
+            ShowNews();
         }
         return std::nullopt;
+    }
+
+    // The state lies in a row that is written in place, so it may have been read in the midst of a change that
+    // this view does not reach yet. A file that is unchanged after the reading says that there was none.
+    std::optional<ExitCode> EndWhenStateIsFinal()
+    {
+        if (m_State == results::kFailed)
+        {
+            std::printf("the run has failed after %d increments\n", m_ShownCount);
+            return kRunFailed;
+        }
+        return m_State == results::kComplete ? std::optional(Finish()) : std::nullopt;
     }
 
     void StartOver()
@@ -526,30 +548,19 @@ private:
         m_View.reset();
         m_Report.Clear();
         m_ShownCount = 0;
+        m_State.clear();
+        m_Lags.clear();
         m_SawUpdate = false;
         NoteNews();
     }
 
-    // The state is read first: when it says that the run has ended, all increments are there.
-    std::optional<ExitCode> ShowNews()
+    void ShowNews()
     {
-        const std::string state = m_View->State();
         ProbeValue value;
-        while (m_View->Next(value))
-        {
-            m_Report.Add(value);
-        }
+        while (m_View->Next(value)) m_Report.Add(value);
         Increment increment;
-        while (m_View->Next(increment))
-        {
-            Show(increment);
-        }
-        if (state == results::kFailed)
-        {
-            std::printf("the run has failed after %d increments\n", m_ShownCount);
-            return kRunFailed;
-        }
-        return state == results::kComplete ? std::optional(Finish()) : std::nullopt;
+        while (m_View->Next(increment)) Show(increment);
+        m_State = m_View->State();
     }
 
     void Show(const Increment& increment)
@@ -566,6 +577,10 @@ private:
     ExitCode Finish()
     {
         std::sort(m_Lags.begin(), m_Lags.end());
+        if (m_ShownCount != m_View->PromisedIncrementCount())
+        {
+            throw std::runtime_error("the run is complete, but not all of its increments were seen");
+        }
         std::printf("the run is complete: %d increments", m_ShownCount);
         if (!m_Lags.empty())
         {
@@ -592,6 +607,7 @@ private:
     std::vector<double> m_Lags; // milliseconds
     Clock::time_point m_LastNews;
     std::string m_LastRefusal;
+    std::string m_State;
     int m_ShownCount = 0;
     int m_TransactionCount = 0;
     bool m_SawUpdate = false;

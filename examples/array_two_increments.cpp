@@ -1,5 +1,5 @@
-// Writes the displacements of three nodes for two increments into one array, a row of 2 numbers for each node, and
-// reads the second increment alone.
+// Writes the displacements of three nodes for two increments into one array, a row of 2 numbers for each
+// node, and reads the second increment alone.
 #include "rfm.h"
 
 #include <array>

@@ -4,9 +4,9 @@
 //   follow_results [--picture FILE] [--report FILE] [--patience SECONDS] DATABASE
 //   follow_results --print-checksums DATABASE
 //
-// The report has a line for each increment and each probe's history with what this process read, numbers in full, so
-// that another program can compare it with the solver's own files. The second form writes the report of a finished run
-// to standard output, without following anything.
+// The report has a line for each increment and each probe's history with what this process read, numbers in
+// full, so that another program can compare it with the solver's own files. The second form writes the report
+// of a finished run to standard output, without following anything.
 //
 // Exit codes: 0 the run is complete and was shown, 1 something failed, 2 usage, 3 the database is gone,
 // 4 the run failed, 5 patience ran out.
@@ -247,16 +247,16 @@ private:
 
     rfm_Table OpenTable(const std::string& name) { return m_Database.Table(HandleOf(name), -1, kReadAhead); }
 
-    // A writer that is already at its next change may raise the table's count before this reader's view of the
-    // database reaches it: the count is then taken with the old length, and is no news when the new length comes.
-    // Opening the table anew takes the length from the view as it is.
+    // A writer that is already at its next change may raise the table's count before this reader's view of
+    // the database reaches it: the count is then taken with the old length, and is no news when the new
+    // length comes. Opening the table anew takes the length from the view as it is.
     void RefreshIncrements()
     {
         if (m_Increments.Snap() == 0) m_Increments = OpenTable("INCREMENTS");
     }
 
-    // A stream that did not change while its database did starts over, and has no Seek: it is walked again up to where
-    // this process was.
+    // A stream that did not change while its database did starts over, and has no Seek: it is walked again up
+    // to where this process was.
     void RefreshProbes()
     {
         if (m_Probes.Snap() != 0)
@@ -478,8 +478,8 @@ public:
     }
 
 private:
-    // Until its first flush a database can't be opened, and a reader that came while its writer held readers off may
-    // have seen half a change: both are told by trying again.
+    // Until its first flush a database can't be opened, and a reader that came while its writer held readers
+    // off may have seen half a change: both are told by trying again.
     std::optional<ExitCode> TryToOpen()
     {
         try
@@ -529,8 +529,8 @@ private:
         return std::nullopt;
     }
 
-    // The state lies in a row that is written in place, so it may have been read in the midst of a change that
-    // this view does not reach yet. A file that is unchanged after the reading says that there was none.
+    // The state lies in a row that is written in place, so it may have been read in the midst of a change
+    // that this view does not reach yet. A file that is unchanged after the reading says that there was none.
     std::optional<ExitCode> EndWhenStateIsFinal()
     {
         if (m_State == results::kFailed)

@@ -1,4 +1,5 @@
-// One process appends to an array and flushes, another follows it: reads, polls the file's status, snaps, reads on.
+// One process appends to an array and flushes, another follows it: reads, polls the file's status, snaps,
+// reads on.
 #include "rfm.h"
 
 #include <cstdio>

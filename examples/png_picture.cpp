@@ -114,8 +114,8 @@ double Dot(const Point& a, const Point& b)
     return a.x * b.x + a.y * b.y + a.z * b.z;
 }
 
-// A parallel projection: the model is turned about the vertical and tilted towards the viewer. In the result x goes
-// right, y goes up, and z comes out of the picture.
+// A parallel projection: the model is turned about the vertical and tilted towards the viewer. In the result
+// x goes right, y goes up, and z comes out of the picture.
 class View
 {
 public:
@@ -295,8 +295,8 @@ private:
         return span > 0 ? (value - m_Scene.lowest) / span : 0.5;
     }
 
-    // Mild, so that a colour on the model still finds its place on the bar. The sign of a normal depends on the order
-    // of the corners, which a mesh need not keep: a face is lit from whichever side is seen.
+    // Mild, so that a colour on the model still finds its place on the bar. The sign of a normal depends on
+    // the order of the corners, which a mesh need not keep: a face is lit from whichever side is seen.
     static double LightOn(const Triangle& triangle)
     {
         static constexpr Point kLamp{-0.35, -0.35, 0.87};

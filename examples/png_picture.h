@@ -1,5 +1,5 @@
-// A small software renderer: triangles with a value at each corner, seen from above at a slant, coloured by value, with
-// a colour bar and words, written as a PNG.
+// A small software renderer: triangles with a value at each corner, seen from above at a slant, coloured by
+// value, with a colour bar and words, written as a PNG.
 #pragma once
 
 #include <array>
@@ -63,8 +63,8 @@ public:
     void Set(int x, int y, Colour colour);
     void Fill(int x, int y, int width, int height, Colour colour);
 
-    /// Draws in letters of 5 by 7 dots, `scale` pixels a dot. Small letters are drawn as large ones, and what the font
-    /// lacks as a blank.
+    /// Draws in letters of 5 by 7 dots, `scale` pixels a dot. Small letters are drawn as large ones, and what
+    /// the font lacks as a blank.
     void Write(int x, int y, int scale, std::string_view text, Colour colour);
     static int TextWidth(int scale, std::string_view text);
 

@@ -1,11 +1,11 @@
-// Records a run of the solver in a database while it runs: the model once, then each increment as soon as the solver
-// has written it, so that viewers can follow.
+// Records a run of the solver in a database while it runs: the model once, then each increment as soon as the
+// solver has written it, so that viewers can follow.
 //
 //   record_solver CASE_FILE DATABASE STATUS_FILE COMMAND...
 //
-// CASE_FILE is the solver's own data file; its results appear in the same folder. STATUS_FILE is made by whoever started
-// the solver, when it has ended, and holds its exit code: files that have stopped growing look the same whether the
-// solver is at work, done, or dead. COMMAND is kept as the run's provenance.
+// CASE_FILE is the solver's own data file; its results appear in the same folder. STATUS_FILE is made by
+// whoever started the solver, when it has ended, and holds its exit code: files that have stopped growing
+// look the same whether the solver is at work, done, or dead. COMMAND is kept as the run's provenance.
 #include "results_layout.h"
 #include "solver_files.h"
 
@@ -38,7 +38,8 @@ using results::RunFields;
 
 constexpr auto kPollInterval = std::chrono::milliseconds(10);
 
-// Large tables grow in steps of a MiB, small objects in small ones: a step leaves its unused end as a gap in the file.
+// Large tables grow in steps of a MiB, small objects in small ones: a step leaves its unused end as a gap in
+// the file.
 constexpr int kModelQuantum = 1 << 20;
 constexpr int kSmallQuantum = 4096;
 constexpr int kReadAhead = 256;
@@ -158,8 +159,8 @@ public:
         m_Probes.WriteDouble(ProbeItems::firstValue + probe, sample.temperature);
     }
 
-    // Publishes how the run ended and closes the database, so that a failure there is an exception and not a line from
-    // a destructor. Objects go before the database.
+    // Publishes how the run ended and closes the database, so that a failure there is an exception and not a
+    // line from a destructor. Objects go before the database.
     void Finish(const char* state)
     {
         {
@@ -177,8 +178,8 @@ public:
     int IncrementCount() const { return m_IncrementCount; }
 
 private:
-    // Objects first, then the database: its flush shows readers what the objects have written, and it does not flush
-    // them itself.
+    // Objects first, then the database: its flush shows readers what the objects have written, and it does
+    // not flush them itself.
     void Publish()
     {
         m_Objects.Flush();
@@ -369,7 +370,8 @@ private:
     solver::ProbeReader m_Samples;
 };
 
-// The status is asked for before the files are read: when it was there, what is read then is all there will be.
+// The status is asked for before the files are read: when it was there, what is read then is all there will
+// be.
 int FollowSolver(Transfer& transfer, RunRecord& record, const std::filesystem::path& statusFile)
 {
     for (;;)

@@ -1,7 +1,7 @@
-// How the recorder lays out a run in a database, and how the viewer finds it again. Both compile against the field
-// numbers here; the files know fields by name.
+// How the recorder lays out a run in a database, and how the viewer finds it again. Both compile against the
+// field numbers here; the files know fields by name.
 //
-//   handle 4  OBJECTS      name, handle of every object below, so that a viewer needs to know only these names
+//   handle 4  OBJECTS      name and handle of every object below: a viewer needs to know only these names
 //   handle 5  RUN          one row: what was run, when, and how far it got
 //             NODES        place of each node, in the order of their numbers, and its reference if it has one
 //             ELEMENTS     four node numbers, counted from 1, and a reference
@@ -100,8 +100,9 @@ struct IncrementFields
     };
 };
 
-/// Identifiers of the items in PROBES. A probe is introduced by its number and place before its first value. A time
-/// holds for all values that follow it; a value's identifier is `firstValue` plus the number of the probe, from 0.
+/// Identifiers of the items in PROBES. A probe is introduced by its number and place before its first value.
+/// A time holds for all values that follow it; a value's identifier is `firstValue` plus the number of the
+/// probe, from 0.
 struct ProbeItems
 {
     enum : int
@@ -115,8 +116,8 @@ struct ProbeItems
     };
 };
 
-/// The bound layouts. A reader that follows a growing file never learns layouts that come after its open, so all of
-/// them are bound before the recorder's first flush.
+/// The bound layouts. A reader that follows a growing file never learns layouts that come after its open, so
+/// all of them are bound before the recorder's first flush.
 struct Layouts
 {
     explicit Layouts(rfm_Database& database);
@@ -130,7 +131,8 @@ struct Layouts
     const rfm_TableMetadata& increments;
 };
 
-/// Extremes and mean of a field. The sum goes from the first value to the last, so that equal fields give equal means.
+/// Extremes and mean of a field. The sum goes from the first value to the last, so that equal fields give
+/// equal means.
 struct Summary
 {
     double lowest = 0;

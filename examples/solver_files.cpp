@@ -18,8 +18,8 @@ namespace solver
 namespace
 {
 
-// No line of these files is longer than a few hundred characters. Past this it is no such file, and waiting for the
-// end of the line would only gather memory.
+// No line of these files is longer than a few hundred characters. Past this it is no such file, and waiting
+// for the end of the line would only gather memory.
 constexpr std::size_t kLongestLine = 4096;
 
 // Enough for several blocks of a large mesh, so that a recorder that starts late catches up in few steps.
@@ -517,8 +517,8 @@ bool ProbeReader::Next(ProbeSample& sample)
         next.x = TakeNumber<double>(line, m_Lines);
         next.y = TakeNumber<double>(line, m_Lines);
         next.z = TakeNumber<double>(line, m_Lines);
-        // Behind the place stand the numbers of node, reference and element: not recorded, but checked, since a line
-        // that lacks them was put together from two writes of different runs.
+        // Behind the place stand the numbers of node, reference and element: not recorded, but checked, since
+        // a line that lacks them was put together from two writes of different runs.
         for (int column = 0; column < 3; ++column)
         {
             TakeNumber<int>(line, m_Lines);

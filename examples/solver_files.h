@@ -1,9 +1,9 @@
-// What the demo's programs read of the solver's files: the case, the mesh, the names of its groups, and the two text
-// files that grow while the solver runs.
+// What the demo's programs read of the solver's files: the case, the mesh, the names of its groups, and the
+// two text files that grow while the solver runs.
 //
-// The growing files are fed in whatever pieces arrive. A piece may end anywhere, in the middle of a number too, so the
-// readers take whole lines only and hand out whole blocks only: what is not complete waits for the next piece. Text in
-// these files is Latin-1; what leaves here is UTF-8.
+// The growing files are fed in whatever pieces arrive. A piece may end anywhere, in the middle of a number
+// too, so the readers take whole lines only and hand out whole blocks only: what is not complete waits for
+// the next piece. Text in these files is Latin-1; what leaves here is UTF-8.
 #pragma once
 
 #include <array>
@@ -17,7 +17,8 @@
 namespace solver
 {
 
-/// A file of the solver does not hold what it should. The text names the file, the line and what was found there.
+/// A file of the solver does not hold what it should. The text names the file, the line and what was found
+/// there.
 class FileError : public std::runtime_error
 {
 public:
@@ -114,8 +115,8 @@ public:
 
     void Feed(std::string_view bytes);
 
-    /// Takes the next whole line, without its end. False: the rest has not arrived yet. The line stays valid until
-    /// the next call here.
+    /// Takes the next whole line, without its end. False: the rest has not arrived yet. The line stays valid
+    /// until the next call here.
     bool Next(std::string_view& line);
 
     /// True when every byte fed so far belonged to a line that was taken.
@@ -187,7 +188,8 @@ public:
     GrowingFile(const GrowingFile&) = delete;
     GrowingFile& operator=(const GrowingFile&) = delete;
 
-    /// What was appended since the last call, at most some MiB of it; empty while there is nothing new or no file yet.
+    /// What was appended since the last call, at most some MiB of it; empty while there is nothing new or no
+    /// file yet.
     std::string ReadNews();
 
 private:

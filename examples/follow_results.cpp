@@ -16,17 +16,22 @@
 #include <zlib.h>
 
 #include <algorithm>
-#include <array>
+#include <charconv>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <exception>
 #include <fstream>
+#include <iomanip>
+#include <iostream>
+#include <limits>
 #include <map>
 #include <memory>
 #include <optional>
+#include <sstream>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -68,6 +73,14 @@ struct Arguments
     bool onlyChecksums = false;
 };
 
+// 0 for anything that is no number.
+std::chrono::seconds SecondsFrom(std::string_view word)
+{
+    int seconds = 0;
+    const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), seconds);
+    return std::chrono::seconds(error == std::errc{} && end == word.data() + word.size() ? seconds : 0);
+}
+
 std::optional<Arguments> ParseArguments(int count, char** values)
 {
     Arguments arguments;
@@ -89,7 +102,7 @@ std::optional<Arguments> ParseArguments(int count, char** values)
         }
         else if (word == "--patience" && hasValue)
         {
-            arguments.patience = std::chrono::seconds(std::atoi(values[++i]));
+            arguments.patience = SecondsFrom(values[++i]);
         }
         else if (arguments.database.empty() && !word.starts_with("--"))
         {
@@ -300,10 +313,8 @@ private:
 
     static std::string SubtitleOf(const rfm_Row& row)
     {
-        std::array<char, 64> text{};
-        std::snprintf(text.data(), text.size(), "temperature at %.0f s",
-                      row.ReadFieldDouble(IncrementFields::time));
-        return text.data();
+        return "temperature at " + std::to_string(std::lround(row.ReadFieldDouble(IncrementFields::time))) +
+               " s";
     }
 
     std::vector<picture::Point> ReadPoints()
@@ -406,19 +417,19 @@ class Report
 public:
     void Add(const Increment& increment)
     {
-        std::array<char, 256> line{};
-        std::snprintf(line.data(), line.size(), "increment %d %d %.17g %.17g %.17g %.17g %08lx\n",
-                      increment.number, increment.step, increment.time, increment.summary.lowest,
-                      increment.summary.highest, increment.summary.mean, increment.checksum);
-        m_Increments += line.data();
+        std::ostringstream line;
+        line << std::setprecision(kAllDigits) << "increment " << increment.number << ' ' << increment.step
+             << ' ' << increment.time << ' ' << increment.summary.lowest << ' ' << increment.summary.highest
+             << ' ' << increment.summary.mean << ' ' << std::hex << increment.checksum << '\n';
+        m_Increments += line.str();
     }
 
     void Add(const ProbeValue& value)
     {
-        std::array<char, 128> line{};
-        std::snprintf(line.data(), line.size(), "probe %d %.17g %.17g\n", value.probe, value.time,
-                      value.temperature);
-        m_Probes += line.data();
+        std::ostringstream line;
+        line << std::setprecision(kAllDigits) << "probe " << value.probe << ' ' << value.time << ' '
+             << value.temperature << '\n';
+        m_Probes += line.str();
     }
 
     void Clear()
@@ -433,13 +444,13 @@ public:
     {
         std::ofstream file(fileName, std::ios::binary);
         file << Text();
-        if (!file.flush())
-        {
-            throw std::runtime_error(fileName + ": the report could not be written");
-        }
+        if (!file.flush()) throw std::runtime_error(fileName + ": the report could not be written");
     }
 
 private:
+    // As many as bring a double back exactly.
+    static constexpr int kAllDigits = std::numeric_limits<double>::max_digits10;
+
     std::string m_Increments;
     std::string m_Probes;
 };
@@ -461,7 +472,7 @@ public:
         for (;;)
         {
             const std::optional<ExitCode> end = m_View ? LookOnce() : TryToOpen();
-            std::fflush(stdout);
+            if (std::fflush(stdout) != 0) throw std::runtime_error("standard output can't be written");
             if (end)
             {
                 return *end;
@@ -627,7 +638,8 @@ ExitCode PrintChecksums(const std::string& database)
     {
         report.Add(value);
     }
-    std::fputs(report.Text().c_str(), stdout);
+    std::cout << report.Text();
+    if (!std::cout.flush()) throw std::runtime_error("standard output can't be written");
     return view.State() == results::kComplete ? kShown : kRunFailed;
 }
 
@@ -638,9 +650,8 @@ int main(int argc, char** argv)
     const std::optional<Arguments> arguments = ParseArguments(argc, argv);
     if (!arguments)
     {
-        std::fprintf(stderr,
-                     "usage: follow_results [--picture FILE] [--report FILE] [--patience SECONDS] DATABASE\n"
-                     "       follow_results --print-checksums DATABASE\n");
+        std::cerr << "usage: follow_results [--picture FILE] [--report FILE] [--patience SECONDS] DATABASE\n"
+                     "       follow_results --print-checksums DATABASE\n";
         return kUsage;
     }
     int initialised = 0;
@@ -653,7 +664,7 @@ int main(int argc, char** argv)
     }
     catch (const std::exception& failure)
     {
-        std::fprintf(stderr, "follow_results: %s\n", failure.what());
+        std::cerr << "follow_results: " << failure.what() << '\n';
     }
     rfm_finalize(initialised);
     return exitCode;

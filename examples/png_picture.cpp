@@ -3,15 +3,12 @@
 #include <png.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
-#include <csetjmp>
 #include <cstddef>
-#include <cstdio>
+#include <iomanip>
 #include <limits>
-#include <memory>
+#include <sstream>
 #include <stdexcept>
-#include <system_error>
 
 namespace picture
 {
@@ -317,9 +314,9 @@ private:
 
 std::string WithTwoDigits(double value)
 {
-    std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%.2f", value);
-    return text.data();
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(2) << value;
+    return text.str();
 }
 
 void DrawColourBar(Canvas& canvas, const Scene& scene, const Area& bar)
@@ -345,27 +342,6 @@ void DrawColourBar(Canvas& canvas, const Scene& scene, const Area& bar)
                      kInk);
     }
     canvas.Write(bar.left, bar.top - 5 * kGlyphHeight * scale / 2, scale, scene.unit, kInk);
-}
-
-struct FileCloser
-{
-    void operator()(std::FILE* file) const { std::fclose(file); }
-};
-
-// libpng reports failures by a jump to where this was entered, so nothing in here may own anything.
-bool WriteRows(png_structp png, png_infop info, std::FILE* file, int width, int height, png_bytepp rows)
-{
-    if (setjmp(png_jmpbuf(png)) != 0)
-    {
-        return false;
-    }
-    png_init_io(png, file);
-    png_set_IHDR(png, info, static_cast<png_uint_32>(width), static_cast<png_uint_32>(height), 8,
-                 PNG_COLOR_TYPE_RGB, PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT,
-                 PNG_FILTER_TYPE_DEFAULT);
-    png_set_rows(png, info, rows);
-    png_write_png(png, info, PNG_TRANSFORM_IDENTITY, nullptr);
-    return true;
 }
 
 } // namespace
@@ -451,25 +427,15 @@ Canvas Canvas::Halved() const
 
 void Canvas::SavePng(const std::string& fileName) const
 {
-    static_assert(sizeof(Colour) == 3, "rows of pixels go to the file as they lie in memory");
-    const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(fileName.c_str(), "wbe"));
-    if (!file)
+    static_assert(sizeof(Colour) == 3, "pixels go to the file as they lie in memory");
+    png_image image{};
+    image.version = PNG_IMAGE_VERSION;
+    image.width = static_cast<png_uint_32>(m_Width);
+    image.height = static_cast<png_uint_32>(m_Height);
+    image.format = PNG_FORMAT_RGB;
+    if (png_image_write_to_file(&image, fileName.c_str(), 0, m_Pixels.data(), 0, nullptr) == 0)
     {
-        throw std::system_error(errno, std::generic_category(), fileName);
-    }
-    std::vector<Colour> pixels = m_Pixels;
-    std::vector<png_bytep> rows;
-    for (int y = 0; y < m_Height; ++y)
-    {
-        rows.push_back(&pixels[Index(0, y)].red);
-    }
-    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-    png_infop info = png != nullptr ? png_create_info_struct(png) : nullptr;
-    const bool written = info != nullptr && WriteRows(png, info, file.get(), m_Width, m_Height, rows.data());
-    png_destroy_write_struct(&png, &info);
-    if (!written || std::fflush(file.get()) != 0)
-    {
-        throw std::runtime_error(fileName + ": the picture could not be written");
+        throw std::runtime_error(fileName + ": the picture could not be written: " + image.message);
     }
 }
 

@@ -11,11 +11,11 @@
 
 #include <array>
 #include <chrono>
-#include <cstdio>
 #include <ctime>
 #include <exception>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <map>
 #include <optional>
 #include <stdexcept>
@@ -432,7 +432,7 @@ int main(int argc, char** argv)
     const std::optional<Arguments> arguments = ParseArguments(argc, argv);
     if (!arguments)
     {
-        std::fprintf(stderr, "usage: record_solver CASE_FILE DATABASE STATUS_FILE COMMAND...\n");
+        std::cerr << "usage: record_solver CASE_FILE DATABASE STATUS_FILE COMMAND...\n";
         return 2;
     }
     int initialised = 0;
@@ -444,7 +444,7 @@ int main(int argc, char** argv)
     }
     catch (const std::exception& failure)
     {
-        std::fprintf(stderr, "record_solver: %s\n", failure.what());
+        std::cerr << "record_solver: " << failure.what() << '\n';
         exitCode = 1;
     }
     rfm_finalize(initialised);

@@ -3,10 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace
@@ -75,7 +75,7 @@ public:
         std::filesystem::remove(m_Name);
         Append(text);
     }
-    ~TemporaryFile() { std::remove(m_Name.c_str()); }
+    ~TemporaryFile() { std::filesystem::remove(m_Name); }
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
 

@@ -15,7 +15,7 @@ namespace
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-// Two blocks of a mesh of 4 nodes, laid out as the solver does: six words a line at most, a blank at a line's end.
+// Two blocks of a mesh of 4 nodes, laid out as the solver does, with a blank at the end of a block.
 const std::string kHead = "***SOLVER V1*****\n***a title\n*****************\n";
 const std::string kFirst = kHead +
                            "***NTSYR=   10  ***TEMPS=   5.0e+01  ***DT=   5.0e+00\n*****************\n"

@@ -1,5 +1,5 @@
-// The demo's two programs as a person starts them, beside a solver that is played by the test: it writes small files
-// of the solver's kind, piece by piece.
+// The demo's two programs as a person starts them, beside a solver that is played by the test: it writes
+// small files of the solver's kind, piece by piece.
 #include "rfm.h"
 
 #include <fcntl.h>
@@ -331,8 +331,8 @@ TEST_F(Demo, AViewerWhoseDatabaseIsReplacedStartsOver)
     StartAndSeeFirstIncrement(viewer);
     recorder.Kill();
 
-    // A whole other run under another name, made older than any run of today so that the times of creation differ,
-    // takes the name in one step.
+    // A whole other run under another name, made older than any run of today so that the times of creation
+    // differ, takes the name in one step.
     Append("case/resu1.rdt", kSecondBlock);
     Append("status", "0\n");
     std::vector<std::string> other = Recorder();

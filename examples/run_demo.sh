@@ -1,11 +1,12 @@
 #!/bin/bash
-# Runs the solver, the recorder beside it and a viewer in a third process, all at once, and checks that what the viewer
-# saw equals the solver's own files.
+# Runs the solver, the recorder beside it and a viewer in a third process, all at once, and checks that what
+# the viewer saw equals the solver's own files.
 #
 #   run_demo.sh BIN_FOLDER [OUTPUT_FOLDER]
 #
-# BIN_FOLDER holds record_solver and follow_results. OUTPUT_FOLDER (./demo-output when not given) is made anew each time;
-# a folder that was not made here is left alone. Exit code 0: all three processes ended well and everything is equal.
+# BIN_FOLDER holds record_solver and follow_results. OUTPUT_FOLDER (./demo-output when not given) is made anew
+# each time; a folder that was not made here is left alone. Exit code 0: all three processes ended well and
+# everything is equal.
 set -u
 
 readonly steps=1000  # about 15 s of the solver on one core
@@ -30,8 +31,8 @@ for needed in "$package_case" "$package_profile" /usr/bin/python3; do
     [ -e "$needed" ] || fail "$needed is missing: install the packages syrthes, syrthes-tests and python3"
 done
 
-# The solver starts a compiler and a program of its own: each of the three gets a process group, so that nothing of
-# theirs is left behind however this script ends.
+# The solver starts a compiler and a program of its own: each of the three gets a process group, so that
+# nothing of theirs is left behind however this script ends.
 solver= recorder= viewer=
 clean_up() {
     for group in $viewer $recorder $solver; do
@@ -61,8 +62,8 @@ prepare_case() {
         "$package_case/syrthes/3disks3d.syd" >"$output/case/syrthes/demo.syd" || fail "the case can't be written"
 }
 
-# Its exit code goes to a file, under its final name in one step: the recorder waits for it. The solver's script can
-# end with 0 after a failure, so its own last word is asked for too.
+# Its exit code goes to a file, under its final name in one step: the recorder waits for it. The solver's
+# script can end with 0 after a failure, so its own last word is asked for too.
 run_solver() {
     cd "$output/case/syrthes" || return 1
     (
@@ -92,8 +93,8 @@ run_solver &
 solver=$!
 set +m
 
-# The viewer ends by itself when the recorder has published the end, also the end of a run that failed. A recorder that
-# could not do so would leave it waiting.
+# The viewer ends by itself when the recorder has published the end, also the end of a run that failed. A
+# recorder that could not do so would leave it waiting.
 wait $solver
 solver_code=$?
 solver=

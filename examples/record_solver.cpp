@@ -38,10 +38,11 @@ using results::RunFields;
 
 constexpr auto kPollInterval = std::chrono::milliseconds(10);
 
-// Large tables grow in steps of a MiB, small objects in small ones: a step leaves its unused end as a gap in
-// the file.
+// Tables of the model grow in steps of a MiB, other objects in small ones: a step leaves its unused end as a
+// gap in the file. An array is small in this sense, since its block takes it whole and goes out in one write.
 constexpr int kModelQuantum = 1 << 20;
 constexpr int kSmallQuantum = 4096;
+constexpr int kArrayBlock = 1 << 20;
 constexpr int kReadAhead = 256;
 
 struct Arguments
@@ -129,8 +130,7 @@ public:
     {
         const int count = static_cast<int>(field.values.size());
         const results::Summary summary = results::Summarise(field.values.data(), count);
-        rfm_Array<double, rfm_TypeDouble> temperature =
-            m_Database.ArrayDouble(1, count * static_cast<int>(sizeof(double)), kModelQuantum);
+        rfm_Array<double, rfm_TypeDouble> temperature = m_Database.ArrayDouble(1, kSmallQuantum, kArrayBlock);
         temperature.Write(field.values.data(), count);
         temperature.Flush();
 

@@ -78,7 +78,7 @@ private:
     {
         int count;
         int length;
-        char* text;   // behind this structure, or a block of its own that was adopted
+        char* text; // behind this structure, or a block of its own that was adopted
     };
     explicit atr_StringBase(Rep* rep) noexcept : m_Rep(rep) {}
     static Rep* MakeRep(int length);

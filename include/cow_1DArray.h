@@ -9,15 +9,17 @@
 #include <memory>
 #include <utility>
 
-// An array in blocks of 1 << m_BlockExponent elements. Elements are counted from the start of the block table:
+// An array in blocks of 1 << m_BlockExponent elements. Elements are counted from the start of the block
+// table:
 //
 //   slot:      0        1        2        3      ...  m_TableSize - 1
 //          |  null  |  block |  null  |  block |       |  null  |
 //                     ^ m_First             ^ m_End
 //
 // 1. A null slot is a block not yet made; all its elements count as default ones.
-// 2. Copies share the whole table until one of them writes; that one gets a table of its own, whose slots share the
-//    blocks. A block with a count above 1 is copied by whoever writes into it, and no other block is.
+// 2. Copies share the whole table until one of them writes; that one gets a table of its own, whose slots
+//    share the blocks. A block with a count above 1 is copied by whoever writes into it, and no other block
+//    is.
 // 3. 0 <= m_First <= m_End <= m_TableSize << m_BlockExponent.
 
 /// One block of an array: how many tables hold it, and its elements.
@@ -35,9 +37,10 @@ public:
     std::unique_ptr<T[]> m_Elements;
 };
 
-/// A growable array whose copies share storage: a copy costs a count, a write into a shared array one block and the
-/// table. Indices count from the first element. `T` needs a default value and assignment.
-/// Throws: nex_AssertException with the text of the condition for an index or size out of range; nothing changed.
+/// A growable array whose copies share storage: a copy costs a count, a write into a shared array one block
+/// and the table. Indices count from the first element. `T` needs a default value and assignment.
+/// Throws: nex_AssertException with the text of the condition for an index or size out of range; nothing
+/// changed.
 /// Threads: all copies that share storage belong to one thread at a time.
 template <class T> class cow_1DArray
 {
@@ -80,8 +83,8 @@ public:
 
     int Size() const noexcept { return m_End - m_First; }
 
-    /// Lets the array have `size` elements. 0 gives all storage back. Otherwise nothing is released: elements that
-    /// a smaller size hides are there again, as they were, when it grows back.
+    /// Lets the array have `size` elements. 0 gives all storage back. Otherwise nothing is released: elements
+    /// that a smaller size hides are there again, as they were, when it grows back.
     void Grow(int size)
     {
         if (size < 0) nex_ThrowAssert("size >= 0");
@@ -102,7 +105,8 @@ public:
         m_End = end;
     }
 
-    /// The element at `index`, for writing. The reference holds until the array is copied, grown or destroyed.
+    /// The element at `index`, for writing. The reference holds until the array is copied, grown or
+    /// destroyed.
     T& Get(int index)
     {
         CheckIndex(index);
@@ -199,8 +203,8 @@ private:
         if (index < 0 || index >= Size()) nex_ThrowAssert("index >= 0 && index < Size()");
     }
 
-    // The element at `position`, counted from the start of the table, in a block of this array alone. The table is
-    // this array's already.
+    // The element at `position`, counted from the start of the table, in a block of this array alone. The
+    // table is this array's already.
     T& Writable(int position)
     {
         BlockPointer& slot = m_Table[position >> m_BlockExponent];
@@ -226,7 +230,8 @@ private:
         if (m_Count != nullptr && *m_Count > 1) ReplaceTable(m_TableSize);
     }
 
-    // Gives this array a table of its own of `size` slots, at least as many as it has; the blocks stay shared.
+    // Gives this array a table of its own of `size` slots, at least as many as it has; the blocks stay
+    // shared.
     void ReplaceTable(int size)
     {
         auto table = std::make_unique<BlockPointer[]>(static_cast<std::size_t>(size));
@@ -250,8 +255,8 @@ private:
         delete m_Count;
     }
 
-    // Leaves all free slots in front, and m_First just behind their last element, so that many heads fit before
-    // blocks move again.
+    // Leaves all free slots in front, and m_First just behind their last element, so that many heads fit
+    // before blocks move again.
     void MoveBlocksToEnd()
     {
         const int exponent = m_End == 0 ? kFirstExponent : m_BlockExponent;

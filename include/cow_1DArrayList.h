@@ -2,6 +2,9 @@
 
 #include "cow_1DArray.h"
 
+#include <iterator>
+#include <utility>
+
 /// A list of values as results and arguments carry it: a count and a shared array. A copy costs a count.
 /// Throws: nex_AssertException for an index out of range.
 /// Threads: all copies that share storage belong to one thread at a time.
@@ -12,12 +15,24 @@ public:
     class RangeIterator
     {
     public:
+        using iterator_category = std::input_iterator_tag;
+        using value_type = T;
+        using difference_type = int;
+        using pointer = const T*;
+        using reference = const T&;
+
         RangeIterator(const cow_1DArrayList& list, int index) noexcept : m_List(&list), m_Index(index) {}
         const T& operator*() const { return m_List->ConstGet(m_Index); }
         RangeIterator& operator++() noexcept
         {
             ++m_Index;
             return *this;
+        }
+        RangeIterator operator++(int) noexcept
+        {
+            const RangeIterator before(*this);
+            ++m_Index;
+            return before;
         }
         bool operator==(const RangeIterator& other) const noexcept { return m_Index == other.m_Index; }
 
@@ -71,8 +86,8 @@ protected:
     cow_1DArray<T> m_Array;
 };
 
-/// Walks a list that stays as it was when the walk began: it shares the list's storage, so a later change of the
-/// list costs a block and isn't seen.
+/// Walks a list that stays as it was when the walk began: it shares the list's storage, so a later change of
+/// the list costs a block and isn't seen.
 template <class T> class cow_1DArrayIter
 {
 public:

@@ -8,9 +8,9 @@
 #include <utility>
 #include <vector>
 
-// A height-balanced binary tree, in spite of its name, whose copies share nodes. A change copies the nodes on its
-// path that are shared, and no other. As in `omi_Btree` there are only single rotations, a chosen insertion order
-// can make the tree very deep, and so nothing here recurses.
+// A height-balanced binary tree, in spite of its name, whose copies share nodes. A change copies the nodes on
+// its path that are shared, and no other. As in `omi_Btree` there are only single rotations and no proven
+// bound of the depth, and so nothing here recurses.
 
 template <class K, class V> struct cow_BtreeNode;
 /// The handle that holds a subtree; empty for none.
@@ -21,7 +21,14 @@ using cow_BtreeLink = cow_ArrayCOW<cow_BtreeNode<K, V>, cow_Direct<cow_BtreeNode
 template <class K, class V> struct cow_BtreeNode
 {
     cow_BtreeNode(const K& itsKey, const V& itsValue) : key(itsKey), value(itsValue) {}
-    cow_BtreeNode(const cow_BtreeNode&) = default;
+    cow_BtreeNode(const cow_BtreeNode& source)
+        : key(source.key),
+          value(source.value),
+          left(source.left),
+          right(source.right),
+          height(source.height)
+    {
+    }
     cow_BtreeNode& operator=(const cow_BtreeNode&) = delete;
     ~cow_BtreeNode()
     {
@@ -36,8 +43,8 @@ template <class K, class V> struct cow_BtreeNode
     int height = 0; // a leaf has 0
 
 private:
-    // Releases a subtree without recursion: as long as its top is ours alone, left children that are ours alone
-    // rotate up, so every node that is deleted has no children left.
+    // Releases a subtree without recursion: as long as its top is ours alone, left children that are ours
+    // alone rotate up, so every node that is deleted has no children left.
     static void Dismantle(cow_BtreeLink<K, V> top)
     {
         while (top.Count() == 1)
@@ -70,8 +77,8 @@ template <class K, class V> struct cow_BtreeEntry
 
 template <class K, class V> class cow_Btree;
 
-/// Walks a tree in ascending order of its keys. It shares the tree's nodes, so it sees the tree as it was when the
-/// walk began.
+/// Walks a tree in ascending order of its keys. It shares the tree's nodes, so it sees the tree as it was
+/// when the walk began.
 template <class K, class V> class cow_BtreeIterator
 {
 public:
@@ -116,8 +123,8 @@ private:
     std::vector<const Node*> m_Stack; // the nodes whose left part is done and whose own turn is still to come
 };
 
-/// An ordered map whose copies share nodes: a copy costs a count, a change the shared nodes on one path. `V` needs a
-/// default value.
+/// An ordered map whose copies share nodes: a copy costs a count, a change the shared nodes on one path. `V`
+/// needs a default value.
 /// Threads: all copies that share nodes belong to one thread at a time.
 template <class K, class V> class cow_Btree
 {
@@ -152,7 +159,8 @@ public:
         return true;
     }
 
-    /// The value of `key` for writing; null when it is not there. It holds until the tree is copied or changed.
+    /// The value of `key` for writing; null when it is not there. It holds until the tree is copied or
+    /// changed.
     V* Find(const K& key)
     {
         if (!IsMember(key)) return nullptr;
@@ -173,8 +181,8 @@ public:
         return nullptr;
     }
 
-    /// The value of `key` for writing. When the key is not there it is this tree's default element, which starts
-    /// as `V()` and keeps what is written.
+    /// The value of `key` for writing. When the key is not there it is this tree's default element, which
+    /// starts as `V()` and keeps what is written.
     V& Get(const K& key)
     {
         V* value = Find(key);
@@ -202,12 +210,12 @@ private:
     friend class cow_BtreeIterator<K, V>;
     using Node = cow_BtreeNode<K, V>;
     using Link = cow_BtreeLink<K, V>;
-    // The links of the nodes from the root down to where a change happens. Each lies in the node before it, and all
-    // those nodes are this tree's alone, so none of them moves while the path is in use.
+    // The links of the nodes from the root down to where a change happens. Each lies in the node before it,
+    // and all those nodes are this tree's alone, so none of them moves while the path is in use.
     using Path = std::vector<Link*>;
 
-    // The link of `key`, empty when the key is not there; `path` gets the links above it. What was shared on the
-    // way is copied; what the tree holds stays the same.
+    // The link of `key`, empty when the key is not there; `path` gets the links above it. What was shared on
+    // the way is copied; what the tree holds stays the same.
     Link* WritablePath(const K& key, Path& path)
     {
         path.reserve(kUsualDepth);
@@ -237,7 +245,8 @@ private:
         node.height = std::max(left, right);
     }
 
-    // kept: no double rotation; a left-right shape stays as deep as it was. Test: ALeftRightShapeKeepsItsDepth.
+    // kept: no double rotation; a left-right shape stays as deep as it was.
+    // Test: ALeftRightShapeKeepsItsDepth.
     static void Rebalance(Link& link)
     {
         if (link.IsNull()) return;

@@ -17,8 +17,8 @@ template <class T> struct cow_Virtual
     static T* Copy(const T& source) { return source.Copy(); }
 };
 
-/// A counted handle whose object is copied when one of several sharers writes. It is never empty, unless it was
-/// made from a null pointer or moved from; such a handle may only be assigned to, tested and destroyed.
+/// A counted handle whose object is copied when one of several sharers writes. It is never empty, unless it
+/// was made from a null pointer or moved from; such a handle may only be assigned to, tested and destroyed.
 template <class T, class Policy = cow_Direct<T>> class cow_COW : public cow_CountedHld<T>
 {
 public:

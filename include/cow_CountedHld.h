@@ -18,6 +18,8 @@ public:
     explicit cow_Counter(int value) noexcept : m_Value(value) {}
     static void* operator new(std::size_t bytes);
     static void operator delete(void* block) noexcept;
+    /// Takes one handle off the count; the last one frees it and gets true.
+    static bool DropLast(cow_Counter* counter) noexcept;
     int m_Value;
 };
 
@@ -47,7 +49,8 @@ public:
         if (m_Count != nullptr) ++m_Count->m_Value;
     }
     cow_CountedHld(cow_CountedHld&& source) noexcept
-        : m_Count(std::exchange(source.m_Count, nullptr)), m_Object(std::exchange(source.m_Object, nullptr))
+        : m_Count(std::exchange(source.m_Count, nullptr)),
+          m_Object(std::exchange(source.m_Object, nullptr))
     {
     }
     cow_CountedHld& operator=(cow_CountedHld source) noexcept
@@ -66,10 +69,7 @@ protected:
     void Delete() { cow_Deleter<T>::Delete(m_Object); }
     void Release()
     {
-        if (m_Count == nullptr || --m_Count->m_Value > 0) return;
-        delete m_Count;
-        m_Count = nullptr;
-        Delete();
+        if (m_Count != nullptr && cow_Counter::DropLast(std::exchange(m_Count, nullptr))) Delete();
     }
 
     cow_Counter* m_Count = nullptr;

@@ -4,9 +4,10 @@
 
 #include <algorithm>
 
-/// A list of values: `cow_1DArrayList` with all the changes. Taking from the front moves nothing, adding in front
-/// moves blocks now and then, changes in the middle move the elements behind. A copy costs a count.
-/// Throws: nex_AssertException for an index out of range, or for taking from an empty list; nothing has changed.
+/// A list of values: `cow_1DArrayList` with all the changes. Taking from the front moves nothing, adding in
+/// front moves blocks now and then, changes in the middle move the elements behind. A copy costs a count.
+/// Throws: nex_AssertException for an index out of range, or for taking from an empty list; nothing has
+/// changed.
 /// Threads: all copies that share storage belong to one thread at a time.
 template <class T> class cow_List : public cow_1DArrayList<T>
 {
@@ -18,8 +19,8 @@ public:
     /// Adds the elements of `other`, which may be this list, behind all others.
     void Append(const cow_List& other)
     {
-        const cow_List source(other);
-        for (const T& value : source) Append(value);
+        const int added = other.Count(); // taken first: `other` may grow with this list
+        for (int index = 0; index < added; ++index) Append(other.ConstGet(index));
     }
 
     /// Adds a copy of `value`, which may be an element of this list, in front of all others.
@@ -30,8 +31,8 @@ public:
         ++m_Count;
     }
 
-    /// Adds a copy of `value` so that it gets `index`, and what stood there and behind it moves up by one. An index
-    /// equal to the count appends.
+    /// Adds a copy of `value` so that it gets `index`, and what stood there and behind it moves up by one. An
+    /// index equal to the count appends.
     void InsertAfter(int index, const T& value)
     {
         if (index < 0 || index > m_Count) nex_ThrowAssert("index >= 0 && index <= Count()");

@@ -5,7 +5,8 @@
 /// One entry of a `cow_Map`.
 template <class K, class V> using cow_MapNode = cow_BtreeNode<K, V>;
 
-/// The ordered map in the shape that callers use. A copy costs a count; a change copies one path of what is shared.
+/// The ordered map in the shape that callers use. A copy costs a count; a change copies one path of what is
+/// shared.
 /// Threads: all copies that share nodes belong to one thread at a time.
 template <class K, class V> class cow_Map
 {

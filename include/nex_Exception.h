@@ -4,7 +4,6 @@
 #include "rfm_Export.h"
 
 #include <exception>
-#include <source_location>
 
 /// The base of everything that the library throws: words for the user, and where in the library it was thrown.
 /// It is a std::exception, whose `what()` is `UserReport()`.
@@ -73,7 +72,8 @@ private:
 
 /// Throws a nex_TextException with `text`, marked with the place of the call.
 [[noreturn]] RFM_EXPORT void nex_ThrowText(const atr_StringBase& text,
-                                           std::source_location place = std::source_location::current());
+                                           const char* sourceName = __builtin_FILE(),
+                                           int line = __builtin_LINE());
 /// Throws a nex_AssertException with the text of the broken condition, marked with the place of the call.
-[[noreturn]] RFM_EXPORT void nex_ThrowAssert(const char* condition,
-                                             std::source_location place = std::source_location::current());
+[[noreturn]] RFM_EXPORT void nex_ThrowAssert(const char* condition, const char* sourceName = __builtin_FILE(),
+                                             int line = __builtin_LINE());

@@ -7,9 +7,9 @@
 #include <utility>
 #include <vector>
 
-// A height-balanced binary tree, in spite of its name. Only single rotations exist, so a chosen insertion order can
-// drive its depth up in step with its size: nothing here recurses, neither search nor change, copy nor destruction,
-// so such an order costs time and never the stack.
+// A height-balanced binary tree, in spite of its name. Only single rotations exist, so its depth has no
+// proven bound. Nothing here recurses, neither search nor change, copy nor destruction: an order of changes
+// that made a tree deep would cost time and never the stack.
 
 /// Order of two keys: below 0, 0 or above 0. Any type with `<` will do.
 template <class K> int omi_CompareKeys(const K& left, const K& right)
@@ -62,8 +62,8 @@ template <class K, class V> struct omi_BtreeEntry
 
 template <class K, class V> class omi_Btree;
 
-/// Walks a tree in ascending order of its keys. The tree must outlive it and keep its keys meanwhile; values may
-/// change.
+/// Walks a tree in ascending order of its keys. The tree must outlive it and keep its keys meanwhile; values
+/// may change.
 template <class K, class V> class omi_BtreeIterator
 {
 public:
@@ -225,8 +225,8 @@ public:
     V defaultValue = V();
 
 private:
-    // The nodes from the root down to where a change happens. The inner array serves every tree of ordinary depth
-    // without an allocation.
+    // The nodes from the root down to where a change happens. The inner array serves every tree of ordinary
+    // depth without an allocation.
     class Path
     {
     public:
@@ -344,8 +344,8 @@ private:
         return copy;
     }
 
-    // A copy of the whole subtree, of the same shape. What is copied so far always hangs below `top`, so a value
-    // that fails to copy leaves nothing behind.
+    // A copy of the whole subtree, of the same shape. What is copied so far always hangs below `top`, so a
+    // value that fails to copy leaves nothing behind.
     static Node* CopyNodes(const Node* source)
     {
         if (source == nullptr) return nullptr;

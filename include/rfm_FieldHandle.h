@@ -12,7 +12,8 @@ public:
     rfm_FieldHandle(const char* name, int index = -1) : m_Index(index), m_Name(name) {}
     /// The name is `prefix` followed by `suffix`.
     rfm_FieldHandle(const cow_String& prefix, const char* suffix, int index)
-        : m_Index(index), m_Name(prefix + cow_String(suffix))
+        : m_Index(index),
+          m_Name(prefix + cow_String(suffix))
     {
     }
 

@@ -23,14 +23,9 @@ public:
     virtual void Write(rfm_IOBuffer& buffer) const;
 
     cow_String name;
-    int type = 0;     ///< an rfm_Type
-    int index = -1;   ///< the caller's index
-    int stored = 1;   ///< 1 when rows of the file have the field, 0 when only the caller knows it
-
-protected:
-    ~rfm_FieldMetadata() = default;
-    friend class omi_BtreeNode<cow_String, rfm_FieldMetadata>;
-    friend class omi_Btree<cow_String, rfm_FieldMetadata>;
+    int type = 0;   ///< an rfm_Type
+    int index = -1; ///< the caller's index
+    int stored = 1; ///< 1 when rows of the file have the field, 0 when only the caller knows it
 };
 
 /// The layout of a table's rows: a named list of typed fields. A caller defines one and binds it to a database
@@ -94,7 +89,7 @@ private:
     cow_String m_Name;
     int m_NextIndex = 0;
     FieldMap m_Fields;
-    std::unique_ptr<const rfm_FieldMetadata*[]> m_ByIndex;   // null until built
-    int m_IndexCount = 0;                                    // entries of m_ByIndex
+    std::unique_ptr<const rfm_FieldMetadata*[]> m_ByIndex; // null until built
+    int m_IndexCount = 0;                                  // entries of m_ByIndex
     int m_Version = 0;
 };

@@ -86,7 +86,8 @@ int atr_StringBase::rfind(const atr_StringBase& text, int start, int count) cons
 {
     if (start < 0) start = 0;
     if (start > Length() || count < 0) return Length();
-    const std::string_view part = View().substr(static_cast<std::size_t>(start), static_cast<std::size_t>(count));
+    const std::string_view part =
+        View().substr(static_cast<std::size_t>(start), static_cast<std::size_t>(count));
     const std::size_t found = part.rfind(text.View());
     return found == std::string_view::npos ? Length() : start + static_cast<int>(found);
 }
@@ -104,7 +105,8 @@ atr_StringBase& atr_StringBase::append(const char* text, int length)
     if (text == nullptr || length <= 0) return *this;
     // A new text, never the old one grown: `text` may point into it, and other copies may share it.
     const int oldLength = Length();
-    Rep* joined = MakeRep(CheckedLength(static_cast<std::size_t>(oldLength) + static_cast<std::size_t>(length)));
+    Rep* joined =
+        MakeRep(CheckedLength(static_cast<std::size_t>(oldLength) + static_cast<std::size_t>(length)));
     std::memcpy(joined->text, CString(), static_cast<std::size_t>(oldLength));
     std::memcpy(joined->text + oldLength, text, static_cast<std::size_t>(length));
     Release();
@@ -197,5 +199,6 @@ int strnatcmp(const char* left, const char* right) noexcept
             ++right;
         }
     }
-    return static_cast<int>(static_cast<unsigned char>(*left)) - static_cast<int>(static_cast<unsigned char>(*right));
+    return static_cast<int>(static_cast<unsigned char>(*left)) -
+           static_cast<int>(static_cast<unsigned char>(*right));
 }

@@ -13,7 +13,7 @@ namespace
 struct Piece
 {
     std::string text;
-    int position = 0;   // 0 for plain text
+    int position = 0; // 0 for plain text
 };
 
 // Takes the next piece off `rest`. `next` is the number that an unnumbered placeholder gets.
@@ -55,7 +55,7 @@ Piece TakePiece(std::string_view& rest, int& next)
     piece.text = conversion;
     return piece;
 }
-}
+} // namespace
 
 atr_StringBase atr_Translator::Conversion(int position) const
 {
@@ -82,23 +82,28 @@ atr_String atr_Translator::Result() const
     for (std::string_view rest = m_Format.View(); !rest.empty();)
     {
         const Piece piece = TakePiece(rest, next);
-        const bool filled = piece.position >= 1 && piece.position <= kMostValues && m_Filled[piece.position - 1];
-        if (filled) result += m_Values[piece.position - 1].View();
-        else result += piece.text;
+        const bool filled =
+            piece.position >= 1 && piece.position <= kMostValues && m_Filled[piece.position - 1];
+        if (filled)
+            result += m_Values[piece.position - 1].View();
+        else
+            result += piece.text;
     }
     return atr_String(std::string_view(result));
 }
 
 // The conversion comes out of a format of ours, never out of a file, and its letter is checked against the value.
 template <class Value>
-static atr_StringBase Format(const atr_StringBase& conversion, const char* fallback, const char* letters, Value value)
+static atr_StringBase Format(const atr_StringBase& conversion, const char* fallback, const char* letters,
+                             Value value)
 {
     const std::string_view text = conversion.View();
     const bool fits = !text.empty() && std::string_view(letters).find(text.back()) != std::string_view::npos;
     char formatted[400];
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
-    const int length = std::snprintf(formatted, sizeof formatted, fits ? conversion.CString() : fallback, value);
+    const int length =
+        std::snprintf(formatted, sizeof formatted, fits ? conversion.CString() : fallback, value);
 #pragma GCC diagnostic pop
     return atr_StringBase(formatted, std::min(length, static_cast<int>(sizeof formatted) - 1));
 }

@@ -14,6 +14,7 @@ void nex_Exception::Throw(const char* sourceName, int line)
     m_SourceName = sourceName;
     m_Line = line;
     Propagate();
+    __builtin_unreachable(); // a virtual call that never returns: the compiler can't know
 }
 
 nex_Exception* nex_TextException::Copy() const { return new nex_TextException(*this); }
@@ -22,17 +23,14 @@ cow_String nex_TextException::AsString() const { return cow_String("nex_TextExce
 
 nex_Exception* nex_AssertException::Copy() const { return new nex_AssertException(*this); }
 void nex_AssertException::Propagate() const { throw nex_AssertException(*this); }
-cow_String nex_AssertException::AsString() const
+cow_String nex_AssertException::AsString() const { return cow_String("nex_AssertException: ") + m_Condition; }
+
+void nex_ThrowText(const atr_StringBase& text, const char* sourceName, int line)
 {
-    return cow_String("nex_AssertException: ") + m_Condition;
+    nex_TextException(text).Throw(sourceName, line);
 }
 
-void nex_ThrowText(const atr_StringBase& text, std::source_location place)
+void nex_ThrowAssert(const char* condition, const char* sourceName, int line)
 {
-    nex_TextException(text).Throw(place.file_name(), static_cast<int>(place.line()));
-}
-
-void nex_ThrowAssert(const char* condition, std::source_location place)
-{
-    nex_AssertException(condition).Throw(place.file_name(), static_cast<int>(place.line()));
+    nex_AssertException(condition).Throw(sourceName, line);
 }

@@ -7,9 +7,9 @@
 #include <memory>
 #include <vector>
 
-/// A sparse array in blocks of 1 << blockExponent cells. Blocks come to be when a cell of theirs is set; the cells of
-/// an absent block, and all cells behind the last block, hold the default value. Only the table of blocks grows
-/// with the highest index, by one pointer a block.
+/// A sparse array in blocks of 1 << blockExponent cells. Blocks come to be when a cell of theirs is set; the
+/// cells of an absent block, and all cells behind the last block, hold the default value. Only the table of
+/// blocks grows with the highest index, by one pointer a block.
 /// Throws: nex_AssertException for a negative index, and for an exponent outside 0 to 24.
 template <class T> class omi_BlockedArray
 {
@@ -29,15 +29,15 @@ public:
         return m_Blocks[block][PlaceOf(index)];
     }
 
-    /// Sets one cell; its block is made when it is absent. When memory does not suffice, nothing has changed.
+    /// Sets one cell, to a value that may be a cell of this array, since blocks never move. Its block is made
+    /// when it is absent. When memory does not suffice, no cell has changed.
     void SetCell(int index, const T& value)
     {
         CheckIndex(index);
         const std::size_t block = BlockOf(index);
-        const T copy(value); // `value` may be a cell of this array
         if (block >= m_Blocks.size()) m_Blocks.resize(block + 1);
         if (m_Blocks[block] == nullptr) m_Blocks[block] = NewBlock();
-        m_Blocks[block][PlaceOf(index)] = copy;
+        m_Blocks[block][PlaceOf(index)] = value;
     }
 
     /// Whether the block of `index` was made.

@@ -11,8 +11,8 @@ class omi_Swapper
 public:
     enum EndianType : int
     {
-        Pipe = 0,     ///< pipes and browsing streams: big-endian, the order of the network
-        Stored = 1,   ///< everything in files: little-endian, so that today's machines never swap
+        Pipe = 0,   ///< pipes and browsing streams: big-endian, the order of the network
+        Stored = 1, ///< everything in files: little-endian, so that today's machines never swap
     };
 
     explicit constexpr omi_Swapper(EndianType type) noexcept
@@ -46,8 +46,9 @@ template <class T> T omi_Load(const char* stored, bool swapped) noexcept
     using Word = std::conditional_t<sizeof(T) == 4, std::uint32_t, std::uint64_t>;
     Word word;
     std::memcpy(&word, stored, sizeof word);
-    if (swapped) word = sizeof(T) == 4 ? static_cast<Word>(__builtin_bswap32(static_cast<std::uint32_t>(word)))
-                                       : static_cast<Word>(__builtin_bswap64(word));
+    if (swapped)
+        word = sizeof(T) == 4 ? static_cast<Word>(__builtin_bswap32(static_cast<std::uint32_t>(word)))
+                              : static_cast<Word>(__builtin_bswap64(word));
     return std::bit_cast<T>(word);
 }
 
@@ -56,7 +57,8 @@ template <class T> void omi_Store(char* stored, T value, bool swapped) noexcept
     static_assert(sizeof(T) == 4 || sizeof(T) == 8);
     using Word = std::conditional_t<sizeof(T) == 4, std::uint32_t, std::uint64_t>;
     Word word = std::bit_cast<Word>(value);
-    if (swapped) word = sizeof(T) == 4 ? static_cast<Word>(__builtin_bswap32(static_cast<std::uint32_t>(word)))
-                                       : static_cast<Word>(__builtin_bswap64(word));
+    if (swapped)
+        word = sizeof(T) == 4 ? static_cast<Word>(__builtin_bswap32(static_cast<std::uint32_t>(word)))
+                              : static_cast<Word>(__builtin_bswap64(word));
     std::memcpy(stored, &word, sizeof word);
 }

@@ -1,11 +1,11 @@
 #include "utl_File.h"
 
+#include "nex_Report.h"
 #include "utl_System.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -22,7 +22,7 @@ constexpr int kBlockBytes = 256 * 1024;
 constexpr std::int64_t kRunBeforeAhead = 2048;
 constexpr std::int64_t kLeastAhead = 64 * 1024;
 constexpr int kMostAttempts = 100;
-}
+} // namespace
 
 utl_File::utl_File(const cow_String& name, utl_FileAccess access, utl_FileSharing sharing)
 {
@@ -35,9 +35,9 @@ utl_File::~utl_File()
     {
         Close();
     }
-    catch (const nex_Exception& failure)
+    catch (const std::exception& failure)
     {
-        std::fprintf(stderr, "%s\n", failure.what());
+        nex_ReportUnthrown(failure);
     }
 }
 
@@ -117,7 +117,8 @@ void utl_File::OpenFreshBeside(const cow_String& path, unsigned mode)
 {
     for (int attempt = 0; attempt < kMostAttempts; ++attempt)
     {
-        const cow_String fresh = path + "." + cow_String(static_cast<int>(::getpid())) + "." + cow_String(attempt);
+        const cow_String fresh =
+            path + "." + cow_String(static_cast<int>(::getpid())) + "." + cow_String(attempt);
         const int descriptor = ::open(fresh.CString(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
         if (descriptor < 0 && errno == EEXIST) continue;
         if (descriptor < 0) return;
@@ -214,7 +215,8 @@ int utl_File::TakeFromBlock(char* buffer, int count) noexcept
 // The window grows with the run: 64 KiB at first, four times what came in sequence, at most the block.
 void utl_File::ReadAhead()
 {
-    const std::int64_t window = std::clamp(m_RunBytes * 4, kLeastAhead, static_cast<std::int64_t>(kBlockBytes));
+    const std::int64_t window =
+        std::clamp(m_RunBytes * 4, kLeastAhead, static_cast<std::int64_t>(kBlockBytes));
     Forget();
     m_BlockCount = ReadThrough(Block(), static_cast<int>(window), m_Position);
     m_BlockStart = m_Position;
@@ -233,8 +235,8 @@ int utl_File::ReadThrough(char* buffer, int count, std::int64_t position)
     int done = 0;
     while (done < count)
     {
-        const ssize_t moved =
-            utl_System().read(m_Descriptor, buffer + done, static_cast<std::size_t>(count - done), position + done);
+        const ssize_t moved = utl_System().read(m_Descriptor, buffer + done,
+                                                static_cast<std::size_t>(count - done), position + done);
         if (moved < 0 && errno == EINTR) continue;
         if (moved < 0) throw utl_FileException("read", m_Name, errno);
         if (moved == 0) break;
@@ -271,12 +273,13 @@ int utl_File::Write(const char* buffer, int count)
     return count;
 }
 
-void utl_File::WriteThrough(const char* buffer, std::int64_t count, std::int64_t position, std::int64_t& written)
+void utl_File::WriteThrough(const char* buffer, std::int64_t count, std::int64_t position,
+                            std::int64_t& written)
 {
     while (written < count)
     {
-        const ssize_t moved = utl_System().write(m_Descriptor, buffer + written,
-                                                 static_cast<std::size_t>(count - written), position + written);
+        const ssize_t moved = utl_System().write(
+            m_Descriptor, buffer + written, static_cast<std::size_t>(count - written), position + written);
         if (moved < 0 && errno == EINTR) continue;
         if (moved < 0) throw utl_FileException("write", m_Name, errno);
         // A regular file that takes nothing and gives no reason would keep this loop for ever.

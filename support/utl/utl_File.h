@@ -79,8 +79,8 @@ private:
 
     Mode m_Mode = Mode::Idle;
     std::unique_ptr<char[]> m_Block;
-    std::int64_t m_BlockStart = 0;   // position in the file of the block's first byte
-    int m_BlockCount = 0;            // bytes of the block that are in use
+    std::int64_t m_BlockStart = 0; // position in the file of the block's first byte
+    int m_BlockCount = 0;          // bytes of the block that are in use
 
     // The last read from the system, and how many bytes came in sequence up to its end.
     std::int64_t m_LastStart = 0;

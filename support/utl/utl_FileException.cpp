@@ -8,7 +8,8 @@
 static cow_String SystemText(int error) { return cow_String(std::generic_category().message(error)); }
 
 utl_FileException::utl_FileException(const char* action, const cow_String& fileName, const cow_String& reason)
-    : nex_TextException(atr_Message("*** ERROR: Can't %s file:\n  %s, reason:\n  %s.", action, fileName, reason))
+    : nex_TextException(
+          atr_Message("*** ERROR: Can't %s file:\n  %s, reason:\n  %s.", action, fileName, reason))
 {
 }
 

@@ -13,7 +13,10 @@ utl_Stat::utl_Stat(const cow_String& path)
 
 bool utl_UrlParser::IsUrl(const cow_String& text) { return text.View().starts_with("mrkrdb://"); }
 
-static bool IsAbsolute(const cow_String& path) { return path.View().starts_with('/') || utl_UrlParser::IsUrl(path); }
+static bool IsAbsolute(const cow_String& path)
+{
+    return path.View().starts_with('/') || utl_UrlParser::IsUrl(path);
+}
 
 utl_FilePath::utl_FilePath(const cow_String& path, const cow_String& base)
     : m_Path(base.IsEmpty() || IsAbsolute(path) ? path : base + "/" + path)

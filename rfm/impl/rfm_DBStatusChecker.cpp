@@ -1,0 +1,59 @@
+#include "rfm_DBStatusChecker.h"
+
+#include "omi_Swapper.h"
+#include "rfm_FileRepr.h"
+#include "rfm_HeaderFormat.h"
+#include "utl_File.h"
+#include "utl_FilePath.h"
+
+rfm_DBStatusChecker::~rfm_DBStatusChecker() = default;
+
+rfm_DBStatusCheckerFile::rfm_DBStatusCheckerFile(const cow_String& fileName) : m_FileName(fileName)
+{
+    const Counts counts = ReadCounts();
+    m_FlushCount = counts.flushCount;
+    m_CreationTime = counts.creationTime;
+}
+
+// Both numbers with one read, so that they are of one moment. What a short file lacks counts as zero.
+rfm_DBStatusCheckerFile::Counts rfm_DBStatusCheckerFile::ReadCounts() const
+{
+    char bytes[8] = {};
+    utl_File file(m_FileName, utl_FileAccessRead, 0);
+    file.Seek(rfm_FlushCountOffset);
+    file.Read(bytes, sizeof bytes);
+    const omi_Swapper swapped(omi_Swapper::Stored);
+    return {omi_Load<int>(bytes, swapped), omi_Load<int>(bytes + 4, swapped)};
+}
+
+bool rfm_DBStatusCheckerFile::SemaphoreIsPresent() const
+{
+    return !utl_UrlParser::IsUrl(m_FileName) && utl_Stat(rfm_SemaphorePath(m_FileName)).Exists();
+}
+
+rfm_FileStatus::RfmFileStatus rfm_DBStatusCheckerFile::Seen(rfm_FileStatus::RfmFileStatus status)
+{
+    StatusSeen(status);
+    return status;
+}
+
+rfm_FileStatus::RfmFileStatus rfm_DBStatusCheckerFile::CheckStatus()
+{
+    if (SemaphoreIsPresent()) return Seen(rfm_FileStatus::RfmFileInTransaction);
+    Counts counts{};
+    try
+    {
+        counts = ReadCounts();
+    }
+    catch (const utl_FileExceptionNoFile&)
+    {
+        return Seen(rfm_FileStatus::RfmFileGone);
+    }
+    // The numbers stay as they were: a replaced file stays replaced.
+    if (counts.creationTime != m_CreationTime) return Seen(rfm_FileStatus::RfmFileReplaced);
+    if (counts.flushCount == m_FlushCount) return Seen(rfm_FileStatus::RfmFileUnchanged);
+    m_FlushCount = counts.flushCount;
+    StatusSeen(rfm_FileStatus::RfmFileUpdated);
+    FileChanged();
+    return rfm_FileStatus::RfmFileUpdated;
+}

@@ -1,0 +1,497 @@
+#include "rfm_DatabaseReprFile.h"
+
+#include "atr_Translate.h"
+#include "nex_Exception.h"
+#include "nex_Report.h"
+#include "omi_Swapper.h"
+#include "rfm_Exc.h"
+#include "rfm_FileRepr.h"
+#include "rfm_HeaderFormat.h"
+#include "rfm_SpaceReprFile.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+namespace
+{
+constexpr std::string_view kMagic = "TVNR";
+constexpr std::string_view kOldMagic = "TVNDFM";
+// How often a reader takes the table again because its writer published meanwhile.
+constexpr int kMostSettleAttempts = 100;
+
+// What stands in the eight bytes of a header's magic: the application's mark ends at its first NUL.
+struct Magic
+{
+    char bytes[rfm_MagicBytes] = {};
+
+    std::string_view All() const { return {bytes, sizeof bytes}; }
+    bool IsOurs() const { return All().starts_with(kMagic); }
+    bool IsOldFormat() const { return All().starts_with(kOldMagic); }
+    bool IsOfApplication(const cow_String& expected) const
+    {
+        const std::string_view wanted = expected.View().substr(0, rfm_ApplicationMagicBytes);
+        const std::string_view stored = All().substr(kMagic.size());
+        return wanted.empty() || stored.substr(0, stored.find('\0')) == wanted;
+    }
+};
+
+Magic ReadMagic(rfm_FileRepr& file)
+{
+    Magic magic;
+    file.Seek(0);
+    file.Read(magic.bytes, rfm_MagicBytes);
+    return magic;
+}
+
+// A number of the header; what a short file lacks counts as zero.
+int ReadHeaderInt(rfm_FileRepr& file, int offset)
+{
+    char bytes[4] = {};
+    file.Seek(offset);
+    file.Read(bytes, sizeof bytes);
+    return omi_Load<int>(bytes, file.Swapped());
+}
+
+cow_String Formatted(const char* format, double value)
+{
+    char text[80];
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    std::snprintf(text, sizeof text, format, value);
+#pragma GCC diagnostic pop
+    return text;
+}
+} // namespace
+
+rfm_DatabaseReprFile::rfm_DatabaseReprFile(const rfm_File& file)
+    : m_File(file),
+      m_FileName(file.FileName()),
+      m_ReadOnly(file.ReadOnly()),
+      m_Strings(*this),
+      m_Linkage(std::make_unique<rfm_LinkageList>()),
+      m_LinkageBuffer(std::make_unique_for_overwrite<char[]>(rfm_LinkageBlockBytes))
+{
+}
+
+rfm_DatabaseReprFile::~rfm_DatabaseReprFile()
+{
+    try
+    {
+        Close();
+    }
+    catch (const std::exception& failure)
+    {
+        nex_ReportUnthrown(failure);
+        if (m_Metadata != nullptr) m_Metadata->Abandon();
+    }
+    // Before the linkage table and the file go: its buffer stands on both.
+    m_Metadata.reset();
+}
+
+rfm_FileRepr& rfm_DatabaseReprFile::File() const
+{
+    if (m_File.IsNull()) nex_ThrowText(atr_Message("***ERROR: The database is closed:\n  %s", m_FileName));
+    return m_File.Repr();
+}
+
+void rfm_DatabaseReprFile::ThrowCorrupt() const { rfm_ThrowCorrupt(m_FileName); }
+
+// ---- Open ----
+
+void rfm_DatabaseReprFile::Open(const cow_String& magic)
+{
+    CheckMagic(magic);
+    const int version = ReadHeaderInt(File(), rfm_VersionOffset);
+    if (version < rfm_OldestVersion)
+        nex_ThrowText(atr_Message("***ERROR: Wrong MARLEK database file version, %d;  Expected version %d.",
+                                  version, rfm_FormatVersion));
+    m_FlushCount = ReadFlushCount();
+    File().VerifySizeStamp(rfm_SizeStampOffset);
+    m_Linkage = ReadSettledLinkage();
+    m_Strings.Attach(OpenPool(rfm_StringPoolHandle, rfm_StringPoolMagic,
+                              "***ERROR: String space object is not where it belongs."));
+    m_Metadata = std::make_unique<rfm_DBMetadata>(
+        OpenPool(rfm_MetadataPoolHandle, rfm_MetadataPoolMagic,
+                 "***ERROR: Metadata table object is not where it belongs."));
+    m_Metadata->Load();
+    m_IsOpen = true;
+}
+
+void rfm_DatabaseReprFile::CheckMagic(const cow_String& expected)
+{
+    const Magic magic = ReadMagic(File());
+    if (magic.IsOldFormat())
+        nex_ThrowText(atr_Message(
+            "***ERROR: \"%s\"\nis an old format MARLEK database file.\ndatabase files generated with "
+            "an MARLEK analysis \nversion prior to 6.1-1 cannot be opened with \nthe current version "
+            "of MARLEK/Viewer. \nPlease rerun the analysis using the current \nMARLEK analysis "
+            "version.",
+            m_FileName));
+    if (!magic.IsOurs())
+        nex_ThrowText(atr_Message("***ERROR: \"%s\"  is not an MARLEK database file.", m_FileName));
+    if (!magic.IsOfApplication(expected))
+        nex_ThrowText(atr_Message("***ERROR: Incorrect magic number in file: \"%s\"  .", m_FileName));
+}
+
+int rfm_DatabaseReprFile::ReadFlushCount()
+{
+    File().Refresh();
+    return ReadHeaderInt(File(), rfm_FlushCountOffset);
+}
+
+std::unique_ptr<rfm_LinkageBlock> rfm_DatabaseReprFile::ReadLinkageBlock(std::int64_t offset)
+{
+    File().Seek(offset);
+    const int read = File().Read(m_LinkageBuffer.get(), rfm_LinkageBlockBytes);
+    std::fill(m_LinkageBuffer.get() + read, m_LinkageBuffer.get() + rfm_LinkageBlockBytes, '\0');
+    auto block = std::make_unique<rfm_LinkageBlock>();
+    if (!rfm_DecodeLinkageBlock(m_LinkageBuffer.get(), File().Swapped(), *block)) ThrowCorrupt();
+    block->fileOffset = offset;
+    return block;
+}
+
+// A chain of more blocks than the file has room for is a loop.
+std::unique_ptr<rfm_LinkageList> rfm_DatabaseReprFile::ReadLinkage()
+{
+    auto list = std::make_unique<rfm_LinkageList>();
+    list->Append(ReadLinkageBlock(rfm_FirstLinkageBlockOffset));
+    for (std::int64_t next = list->Last().entries[0].offset; next != 0; next = list->Last().entries[0].offset)
+    {
+        const std::int64_t medium = MediumSize().Value();
+        const bool outside = next < rfm_FirstLinkageBlockOffset || next > medium - rfm_LinkageBlockBytes;
+        if (outside || list->Count() > medium / rfm_LinkageBlockBytes) ThrowCorrupt();
+        list->Append(ReadLinkageBlock(next));
+    }
+    if (rfm_LinkageBlocksOverlap(*list)) ThrowCorrupt();
+    return list;
+}
+
+// A writer may publish while its table is being read. The count, looked at again behind the table, says so; then the
+// table is read again. A table that doesn't decode may be half written too, so it gets the same second look.
+std::unique_ptr<rfm_LinkageList> rfm_DatabaseReprFile::ReadSettledLinkage()
+{
+    for (int attempt = 1;; ++attempt)
+    {
+        std::unique_ptr<rfm_LinkageList> list;
+        try
+        {
+            list = ReadLinkage();
+        }
+        catch (const nex_TextException&)
+        {
+            if (!m_ReadOnly || attempt >= kMostSettleAttempts) throw;
+        }
+        const int count = m_ReadOnly ? ReadFlushCount() : m_FlushCount;
+        const bool settled = count == m_FlushCount;
+        m_FlushCount = count;
+        if (list != nullptr && (settled || attempt >= kMostSettleAttempts)) return list;
+    }
+}
+
+std::unique_ptr<rfm_SpaceRepr> rfm_DatabaseReprFile::OpenPool(std::uint32_t handle, std::uint32_t magic,
+                                                              const char* notThere)
+{
+    std::unique_ptr<rfm_SpaceRepr> space(OpenSpace(rfm_Handle(handle), -1));
+    int first = 0;
+    const bool there = space->ReadArray(&first, 1) == 1 && static_cast<std::uint32_t>(first) == magic;
+    if (!there) nex_ThrowText(atr_Message(notThere));
+    return space;
+}
+
+// ---- Create ----
+
+void rfm_DatabaseReprFile::Create(const cow_String& magic, const cow_String& description,
+                                  long long creationTime)
+{
+    Reserve(rfm_HeaderBytes);
+    WriteHeader(magic, description, creationTime);
+    m_Linkage->Append(NewLinkageBlock());
+    m_Strings.Attach(NewPool(rfm_StringPoolMagic));
+    // Handle 2 is taken and dropped at once; every database has it so.
+    const std::unique_ptr<rfm_SpaceRepr> unused(NewSpace(-1));
+    m_Metadata = std::make_unique<rfm_DBMetadata>(NewPool(rfm_MetadataPoolMagic));
+    m_IsOpen = true;
+}
+
+void rfm_DatabaseReprFile::WriteHeader(const cow_String& magic, const cow_String& description,
+                                       long long creationTime)
+{
+    static constexpr char kZeros[rfm_HeaderBytes] = {};
+    static constexpr int kZeroInts[5] = {};
+    rfm_FileRepr& file = File();
+    // Zeros first: they wipe the stamp that the reservation of the header may have made.
+    file.Seek(0);
+    file.Write(kZeros, rfm_HeaderBytes);
+    file.Seek(0);
+    file.WriteFixedString(cow_String(kMagic) + magic.Substr(0, rfm_ApplicationMagicBytes), rfm_MagicBytes);
+    file.WriteInt(rfm_FormatVersion);
+    file.WriteFixedString(description, rfm_DescriptionBytes);
+    file.WriteArray(kZeroInts, 5);
+    file.WriteInt(static_cast<int>(static_cast<std::uint32_t>(creationTime)));
+}
+
+std::unique_ptr<rfm_SpaceRepr> rfm_DatabaseReprFile::NewPool(std::uint32_t magic)
+{
+    std::unique_ptr<rfm_SpaceRepr> space(NewSpace(-1));
+    space->WriteInt(static_cast<int>(magic));
+    return space;
+}
+
+// ---- Flush, Snap, Close ----
+
+void rfm_DatabaseReprFile::Flush()
+{
+    m_Metadata->Flush();
+    m_Strings.Flush();
+    if (m_ReadOnly) return;
+    WriteDirtyBlocks();
+    PublishFlushCount(); // last: a reader takes the count as the mark that table and data belong together
+    File().Flush();
+}
+
+void rfm_DatabaseReprFile::WriteDirtyBlocks()
+{
+    for (std::uint32_t i = 0; i < m_Linkage->Count(); ++i)
+    {
+        rfm_LinkageBlock& block = m_Linkage->Block(i);
+        if (!block.dirty) continue;
+        block.entries[0].allocation = 0;
+        block.entries[0].length = 0;
+        rfm_EncodeLinkageBlock(block, File().Swapped(), m_LinkageBuffer.get());
+        WriteAt(block.fileOffset, m_LinkageBuffer.get(), rfm_LinkageBlockBytes);
+        block.dirty = false;
+    }
+}
+
+void rfm_DatabaseReprFile::PublishFlushCount()
+{
+    // The count of the file wraps as its 32 bits do.
+    const int next = static_cast<int>(static_cast<std::uint32_t>(m_FlushCount) + 1U);
+    File().Seek(rfm_FlushCountOffset);
+    File().WriteInt(next);
+    m_FlushCount = next;
+}
+
+// kept: the count is stored before the first Length, so that the first Length measures the old table and the second
+// gives its cached value: both are equal, and the directory of layouts is not loaded again.
+// Test: ASnapDoesNotLearnLayoutsThatCameAfterTheOpen.
+bool rfm_DatabaseReprFile::Snap()
+{
+    if (!m_ReadOnly) return false;
+    if (File().IsHeldByWriter()) return false;
+    const int count = ReadFlushCount();
+    if (count == m_FlushCount) return false;
+    m_FlushCount = count;
+    const utl_FileOffset before = m_Metadata->Length();
+    m_Linkage = ReadSettledLinkage();
+    Reshape();
+    const utl_FileOffset after = m_Metadata->Length();
+    if (before != after) m_Metadata->Load();
+    return true;
+}
+
+void rfm_DatabaseReprFile::Close()
+{
+    if (m_IsOpen)
+    {
+        if (!m_ReadOnly)
+        {
+            File().Seek(rfm_ReservedOffset);
+            File().WriteInt(0);
+        }
+        Flush();
+        if (!m_ReadOnly)
+        {
+            // A stamp of nothing while the size changes: a crash or a reader in between finds a sound file.
+            File().ClearSizeStamp(rfm_SizeStampOffset);
+            File().TrimToLength();
+            File().WriteSizeStamp(rfm_SizeStampOffset);
+            File().Flush();
+        }
+        m_IsOpen = false;
+    }
+    m_Metadata.reset();
+    m_Strings.Detach();
+    m_File = rfm_File();
+}
+
+// ---- What can be asked ----
+
+bool rfm_DatabaseReprFile::IsMagic(const rfm_File& file, const cow_String& magic)
+{
+    const Magic stored = ReadMagic(file.Repr());
+    return stored.IsOurs() && stored.IsOfApplication(magic);
+}
+
+long long rfm_DatabaseReprFile::GetCreationTime(const rfm_File& file)
+{
+    if (ReadHeaderInt(file.Repr(), rfm_VersionOffset) < rfm_FormatVersion) return 0;
+    return ReadHeaderInt(file.Repr(), rfm_CreationTimeOffset);
+}
+
+void rfm_DatabaseReprFile::SetCreationTime(long long time)
+{
+    File().Seek(rfm_CreationTimeOffset);
+    File().WriteInt(static_cast<int>(static_cast<std::uint32_t>(time)));
+}
+
+// The text ends at its first NUL; one of 484 bytes has none.
+cow_String rfm_DatabaseReprFile::Description()
+{
+    File().Seek(rfm_DescriptionOffset);
+    const cow_String padded = File().ReadFixedString(rfm_DescriptionBytes);
+    return cow_String(padded.View().substr(0, padded.View().find('\0')));
+}
+
+rfm_FileStatus::RfmFileStatus rfm_DatabaseReprFile::FileStatus() { return File().CheckStatus(); }
+atr_String rfm_DatabaseReprFile::CheckNRDXCache() { return File().CheckCache(); }
+void rfm_DatabaseReprFile::ReaderSemaphoreSet() { File().SemaphoreSet(); }
+void rfm_DatabaseReprFile::ReaderSemaphoreClear() { File().SemaphoreClear(); }
+
+cow_1DArrayList<cow_String> rfm_DatabaseReprFile::GetObjStatistics(const rfm_Handle& handle)
+{
+    cow_1DArrayList<cow_String> lines;
+    if (!IsValidHandle(handle.Value())) return lines;
+    int entries = 0;
+    for (std::uint32_t step = handle.Value(); step != 0; step = EntryOf(step).next)
+        if (++entries > MostEntries()) ThrowCorrupt();
+    lines.Append(cow_String("Linkage_Count=") + cow_String(entries));
+    return lines;
+}
+
+cow_1DArrayList<cow_String> rfm_DatabaseReprFile::GetDBStatistics()
+{
+    const double linkage = static_cast<double>(m_Linkage->Count()) * rfm_LinkageBlockBytes;
+    cow_1DArrayList<cow_String> lines;
+    lines.Append(cow_String("Block 0 Size (bytes)=") + cow_String(rfm_HeaderBytes));
+    lines.Append(Formatted("Total Linkage Usage (bytes)=%20.0lf", linkage));
+    lines.Append(
+        Formatted("Metadata Pool Size (bytes)=%20.0lf", static_cast<double>(m_Metadata->Length().Value())));
+    lines.Append(
+        Formatted("String Pool Size (bytes)=%20.0lf", static_cast<double>(m_Strings.NextOffset().Value())));
+    lines.Append(cow_String("String Pool Count (number of strings)=") + cow_String(m_Strings.Count()));
+    lines.Append(cow_String("String Pool ") + GetObjStatistics(rfm_Handle(rfm_StringPoolHandle)).ConstGet(0));
+    return lines;
+}
+
+void rfm_DatabaseReprFile::MarkHeadsReachable()
+{
+    for (std::uint32_t i = 0; i < m_Linkage->Count(); ++i)
+        for (std::uint32_t slot = 0; slot < m_Linkage->Block(i).used; ++slot)
+        {
+            rfm_LinkageEntry& entry = m_Linkage->Block(i).entries[slot];
+            entry.reachable = entry.offset != 0;
+        }
+    // Whatever another entry points to is no head. The end of a chain clears slot 0 of block 0, which is none either.
+    for (std::uint32_t i = 0; i < m_Linkage->Count(); ++i)
+        for (std::uint32_t slot = 0; slot < m_Linkage->Block(i).used; ++slot)
+        {
+            const rfm_LinkageEntry& entry = m_Linkage->Block(i).entries[slot];
+            if (entry.offset != 0) EntryOf(entry.next).reachable = false;
+        }
+}
+
+// Walks a chain up to an entry without offset; past its end that leads along entry 0 of each block, whose length is 0.
+bool rfm_DatabaseReprFile::FindInChain(std::uint32_t head, std::int64_t target, double& place)
+{
+    std::int64_t logical = 0;
+    std::int64_t steps = 0;
+    for (std::uint32_t handle = head; EntryOf(handle).offset != 0; handle = EntryOf(handle).next)
+    {
+        const rfm_LinkageEntry& entry = EntryOf(handle);
+        if (entry.offset <= target && target - entry.offset < entry.length)
+        {
+            place = static_cast<double>(logical + target - entry.offset);
+            return true;
+        }
+        if (++steps > 2 * MostEntries()) ThrowCorrupt();
+        if (__builtin_add_overflow(logical, entry.length, &logical)) ThrowCorrupt();
+    }
+    return false;
+}
+
+cow_String rfm_DatabaseReprFile::GetObjectLocationReport(const utl_FileOffset& offset)
+{
+    MarkHeadsReachable();
+    for (std::uint32_t i = 0; i < m_Linkage->Count(); ++i)
+        for (std::uint32_t slot = 0; slot < m_Linkage->Block(i).used; ++slot)
+        {
+            if (!m_Linkage->Block(i).entries[slot].reachable) continue;
+            const std::uint32_t head = i << rfm_SlotBits | slot;
+            double place = 0;
+            if (!FindInChain(head, offset.Value(), place)) continue;
+            char text[80];
+            std::snprintf(text, sizeof text, "Object: %08x - Offset: %20.0lf", head, place);
+            return text;
+        }
+    return "Object not found.";
+}
+
+// ---- For the spaces ----
+
+rfm_SpaceRepr* rfm_DatabaseReprFile::OpenSpace(const rfm_Handle& handle, int quantum)
+{
+    return new rfm_SpaceReprFile(*this, handle, quantum);
+}
+
+rfm_SpaceRepr* rfm_DatabaseReprFile::NewSpace(int quantum) { return new rfm_SpaceReprFile(*this, quantum); }
+
+// Blocks take their place in the file like extents, wherever its logical end stands.
+std::unique_ptr<rfm_LinkageBlock> rfm_DatabaseReprFile::NewLinkageBlock()
+{
+    if (m_Linkage->Count() >= rfm_MostLinkageBlocks)
+        nex_ThrowText(
+            atr_Message("***ERROR: No more objects fit in MARLEK database file:\n  %s", m_FileName));
+    auto block = std::make_unique<rfm_LinkageBlock>();
+    block->fileOffset = FileLength().Value();
+    block->dirty = true;
+    Reserve(rfm_LinkageBlockBytes);
+    return block;
+}
+
+std::uint32_t rfm_DatabaseReprFile::AllocateHandle()
+{
+    if (m_Linkage->Last().used == rfm_LinkageBlockEntries)
+    {
+        std::unique_ptr<rfm_LinkageBlock> added = NewLinkageBlock();
+        rfm_LinkageBlock& full = m_Linkage->Last();
+        full.dirty = true;
+        full.entries[0].offset = added->fileOffset;
+        full.entries[0].next = m_Linkage->Count() << rfm_SlotBits;
+        m_Linkage->Append(std::move(added));
+    }
+    const std::uint32_t slot = m_Linkage->Last().used++;
+    return (m_Linkage->Count() - 1) << rfm_SlotBits | slot;
+}
+
+void rfm_DatabaseReprFile::Reserve(utl_FileOffset amount)
+{
+    if (File().GrowsBy(amount)) File().ClearSizeStamp(rfm_SizeStampOffset);
+    if (File().ExtendBy(amount)) File().WriteSizeStamp(rfm_SizeStampOffset);
+}
+
+utl_FileOffset rfm_DatabaseReprFile::FileLength() const { return File().Length(); }
+utl_FileOffset rfm_DatabaseReprFile::MediumSize() const { return File().MediumSize(); }
+
+void rfm_DatabaseReprFile::WriteAt(std::int64_t offset, const char* bytes, int count)
+{
+    File().Seek(offset);
+    if (File().Write(bytes, count) != count) nex_ThrowText(atr_Message("***ERROR: Write operation failed."));
+}
+
+void rfm_DatabaseReprFile::ReadAt(std::int64_t offset, char* bytes, int count)
+{
+    File().Seek(offset);
+    const int read = File().Read(bytes, count);
+    std::memset(bytes + read, 0, static_cast<std::size_t>(count - read));
+}
+
+void rfm_DatabaseReprFile::Lengthen(std::uint32_t handle, std::int64_t length)
+{
+    rfm_LinkageEntry& entry = EntryOf(handle);
+    if (length <= entry.length) return;
+    entry.length = length;
+    MarkDirty(handle);
+    if (entry.next != 0) Reshape();
+}

@@ -1,0 +1,36 @@
+#include "rfm_Library.h"
+
+#include "atr_Library.h"
+#include "cow_Library.h"
+#include "mem_Library.h"
+#include "nex_Library.h"
+#include "omni_Library.h"
+#include "thr_Library.h"
+#include "utl_Library.h"
+
+static mem_LibraryCalls s_Calls;
+
+// The order stands; a library is finalised after all that stand on it.
+void rfm_initialize(int& count)
+{
+    if (!s_Calls.Enter(count)) return;
+    mem_initialize(count);
+    thr_initialize(count);
+    omni_initialize(count);
+    atr_initialize(count);
+    cow_initialize(count);
+    nex_initialize(count);
+    utl_initialize(count);
+}
+
+void rfm_finalize(int& count)
+{
+    if (!s_Calls.Leave(count)) return;
+    utl_finalize(count);
+    nex_finalize(count);
+    cow_finalize(count);
+    atr_finalize(count);
+    omni_finalize(count);
+    thr_finalize(count);
+    mem_finalize(count);
+}

@@ -1,0 +1,56 @@
+#pragma once
+
+#include "rfm_LinkageFormat.h"
+
+#include <memory>
+#include <vector>
+
+/// One block of the linkage table in memory.
+struct rfm_LinkageBlock
+{
+    std::int64_t fileOffset = 0;
+    bool dirty = false;     // must be written by the next flush
+    std::uint32_t used = 1; // slots in use, slot 0 among them: 1 to 512
+    rfm_LinkageEntry entries[rfm_LinkageBlockEntries];
+};
+
+/// The whole table, in the order of its chain. It stays in memory from open to close: a lookup is two array steps.
+class rfm_LinkageList
+{
+public:
+    std::uint32_t Count() const noexcept { return static_cast<std::uint32_t>(m_Blocks.size()); }
+    rfm_LinkageBlock& Block(std::uint32_t index) noexcept { return *m_Blocks[index]; }
+    const rfm_LinkageBlock& Block(std::uint32_t index) const noexcept { return *m_Blocks[index]; }
+    rfm_LinkageBlock& Last() noexcept { return *m_Blocks.back(); }
+    void Append(std::unique_ptr<rfm_LinkageBlock> block) { m_Blocks.push_back(std::move(block)); }
+
+    /// The entry of a handle; null when no block, or no used slot, is there.
+    rfm_LinkageEntry* Find(std::uint32_t handle) noexcept
+    {
+        const std::uint32_t index = handle >> rfm_SlotBits;
+        const std::uint32_t slot = handle & rfm_SlotMask;
+        if (index >= m_Blocks.size() || slot >= m_Blocks[index]->used) return nullptr;
+        return &m_Blocks[index]->entries[slot];
+    }
+    /// Whether the handle names an object. What counts is the entry alone, not how many slots are in use.
+    bool IsValid(std::uint32_t handle) const noexcept
+    {
+        const std::uint32_t index = handle >> rfm_SlotBits;
+        const std::uint32_t slot = handle & rfm_SlotMask;
+        return slot >= 1 && index < m_Blocks.size() && m_Blocks[index]->entries[slot].offset != 0;
+    }
+    /// A bound for the steps of any walk along a chain that is not a loop.
+    std::int64_t MostEntries() const noexcept
+    {
+        return static_cast<std::int64_t>(m_Blocks.size()) * rfm_LinkageBlockEntries;
+    }
+
+private:
+    std::vector<std::unique_ptr<rfm_LinkageBlock>> m_Blocks;
+};
+
+/// Decodes a block from its 14336 bytes; false when one of its numbers is none that a writer stores.
+bool rfm_DecodeLinkageBlock(const char* bytes, bool swapped, rfm_LinkageBlock& block);
+void rfm_EncodeLinkageBlock(const rfm_LinkageBlock& block, bool swapped, char* bytes);
+/// Whether two blocks of the table lie over each other.
+bool rfm_LinkageBlocksOverlap(const rfm_LinkageList& list);

@@ -1,0 +1,144 @@
+#pragma once
+
+#include "cow_1DArrayList.h"
+#include "omi_Btree.h"
+#include "rfm_IOBuffer.h"
+#include "rfm_Row.h"
+#include "rfm_RowImpl.h"
+#include "rfm_SpaceRepr.h"
+#include "rfm_TableMetadata.h"
+
+#include <memory>
+#include <vector>
+
+class rfm_DatabaseRepr;
+
+/// A table: a space of a header and rows of one fixed size, and a cache of rows by number.
+///
+///            UpdateRow, NewRow, an Append that moved rows
+///   (clean) -----------------------------------------------> (dirty)
+///      ^                                                        |
+///      +------------------------- Flush ------------------------+
+///
+/// Where fields lie in a row follows from the sorted names and the types of the stored fields alone, so fields that
+/// only the caller knows change nothing.
+/// Invariants: m_Rows is in ascending order of row numbers, without doubles. Rows below m_WrittenRows are in the file.
+/// A cached row that a caller holds stays cached; the others go at a purge.
+class rfm_TableRepr
+{
+public:
+    /// A new table of a layout that was bound.
+    rfm_TableRepr(rfm_DatabaseRepr& database, const rfm_TableMetadata& metadata, int quantum, int readAhead);
+    rfm_TableRepr(rfm_DatabaseRepr& database, const cow_String& name, int quantum, int readAhead);
+    /// An existing one.
+    rfm_TableRepr(rfm_DatabaseRepr& database, rfm_Handle handle, int quantum, int readAhead);
+    ~rfm_TableRepr();
+    rfm_TableRepr(const rfm_TableRepr&) = delete;
+    rfm_TableRepr& operator=(const rfm_TableRepr&) = delete;
+
+    rfm_Handle Handle() const { return m_Space->Handle(); }
+    int Length() const noexcept { return m_Length; }
+    int Location() const noexcept { return m_Location; }
+    void Seek(int row) noexcept { m_Location = row; }
+    void Truncate(int rows);
+    int Flush();
+    int Snap();
+    int GetFlushCount() const noexcept { return m_FlushCount; }
+    void Extend(int rows);
+    int RowSize() const noexcept { return m_RowSize; }
+    const rfm_TableMetadata& TableMetadata() const noexcept { return *m_Metadata; }
+    int RowExists(int row) const noexcept;
+    rfm_RowRepr* ReadRow(int row);
+    rfm_RowRepr* UpdateRow(int row);
+    rfm_RowRepr* NewRow();
+    cow_1DArrayList<cow_String> GetObjStatistics() const;
+    utl_FileOffset SpaceLength() const { return m_Space->Length(); }
+    utl_FileOffset SpaceAllocation() const { return m_Space->Allocation(); }
+    void Append(rfm_TableRepr& source);
+
+    // For the rows.
+    bool Swapped() const noexcept { return m_Buffer.Swapped(); }
+    rfm_StringManager& StringManager() const noexcept { return *m_Strings; }
+    /// Stored position of a field, -1 when rows don't have it.
+    int PositionOf(const rfm_FieldHandle& field) const;
+    /// The same for an index, and -1 also when the field is of another type.
+    int PositionOfType(int index, rfm_Type type) const noexcept
+    {
+        if (static_cast<std::size_t>(index) >= m_FieldsByIndex.size()) return -1;
+        const IndexedField& field = m_FieldsByIndex[static_cast<std::size_t>(index)];
+        return field.type == type ? field.position : -1;
+    }
+    int OffsetOf(int position) const noexcept { return m_Offsets[static_cast<std::size_t>(position)]; }
+
+private:
+    /// A field by its index: what a field access needs, in one place.
+    struct IndexedField
+    {
+        int type = 0;
+        int position = -1;
+    };
+    /// One allocation: the control block, the row, its presence words and its image.
+    struct RowBlock : rfm_RowRepr
+    {
+        RowBlock(rfm_TableRepr& table, int location);
+        rfm_RowImpl row;
+    };
+    /// One field of an append between different layouts.
+    struct FieldMove
+    {
+        int type;
+        int sourcePosition;
+        int sourceOffset;
+        int position;
+        int offset;
+    };
+
+    void SetUp();
+    void WriteHeader();
+    std::int64_t PlaceOf(int row) const noexcept;
+    void RefuseBeyondLimit(std::int64_t rows) const;
+
+    void MakeRoomInCache();
+    RowBlock* MakeRow(int location);
+    void Recycle(RowBlock* block) noexcept;
+    void DropRow(RowBlock* block) noexcept;
+    std::size_t PlaceInCache(int row) const noexcept;
+    RowBlock* FindCached(int row) const noexcept;
+    void Fill(int row);
+    void ReadImage(RowBlock& block);
+    void Purge();
+    void WriteOut();
+    void ReleaseUnheld();
+    void WriteRow(RowBlock& block);
+    [[noreturn]] void ThrowNoRow(const char* operation, int row) const;
+
+    std::int64_t BytesOfRows();
+    void AppendAsBytes(rfm_TableRepr& source);
+    void AppendByFields(rfm_TableRepr& source, bool sameLayout);
+    std::vector<FieldMove> PlanMoves(const rfm_TableRepr& source) const;
+
+    rfm_DatabaseRepr& m_Database;
+    const rfm_TableMetadata* m_Metadata; // the pool's
+    int m_Location = 0;
+    int m_Length = 0;
+    int m_ReadAhead;
+    bool m_HeaderDirty = false;
+    int m_WordCount = 0;
+    int m_RowSize = 0;
+    std::vector<int> m_Offsets;                  // by stored position
+    omi_Btree<cow_String, int> m_PositionByName; // stored fields only
+    std::vector<IndexedField> m_FieldsByIndex;
+    // Order: the buffer settles into the space, so it goes first.
+    std::unique_ptr<rfm_SpaceRepr> m_Space;
+    rfm_IOBuffer m_Buffer;
+    rfm_StringManager* m_Strings;
+    int m_MetadataOffset = 0;
+    int m_FlushCount = 0;
+    int m_DbFlushCount = 0;
+    int m_CacheAllowance; // misses and new rows left until the next purge
+    int m_WrittenRows = 0;
+    // A sorted run: a scan or a load has its rows side by side, so that the first guess finds them, and a row costs no
+    // tree node. Blocks of rows that went are used again.
+    std::vector<RowBlock*> m_Rows;
+    std::vector<RowBlock*> m_Spare;
+};

@@ -36,10 +36,7 @@ struct Board
 };
 static_assert(std::atomic<std::int64_t>::is_always_lock_free);
 
-std::int64_t Now()
-{
-    return Clock::now().time_since_epoch().count();
-}
+std::int64_t Now() { return Clock::now().time_since_epoch().count(); }
 
 class SharedBoard
 {

@@ -109,10 +109,7 @@ Row Unpack(const StoredRow& stored)
     return row;
 }
 
-std::int64_t RowOffset(int position)
-{
-    return static_cast<std::int64_t>(sizeof(StoredRow)) * position;
-}
+std::int64_t RowOffset(int position) { return static_cast<std::int64_t>(sizeof(StoredRow)) * position; }
 
 class RowFile
 {

@@ -281,10 +281,7 @@ void WriteBlocks(const std::string& file, int count)
 }
 
 /// The first object of a file: the place of the first root table, which these files have no use for.
-rfm_Handle FirstHandle(const rfm_Database& database)
-{
-    return database.RootTableHandle();
-}
+rfm_Handle FirstHandle(const rfm_Database& database) { return database.RootTableHandle(); }
 
 std::uint64_t ReadBlocks(const std::string& file, int count)
 {
@@ -510,7 +507,9 @@ private:
 class TableWriter : public LiveWriter
 {
 public:
-    explicit TableWriter(const std::string& file) : m_Database(Create(file)), m_Table(NewTable(m_Database)) {}
+    explicit TableWriter(const std::string& file) : m_Database(Create(file)), m_Table(EmptyTable(m_Database))
+    {
+    }
     void Append(const Row& row) override { AppendRow(m_Table, row); }
     void Publish() override
     {
@@ -519,6 +518,13 @@ public:
     }
 
 private:
+    /// A new table's header reaches the file with its first rows or when its handle goes. Readers open the table
+    /// before there is a row, so the first handle goes at once.
+    static rfm_Table EmptyTable(rfm_Database& database)
+    {
+        const rfm_Handle handle = NewTable(database).Handle();
+        return database.Table(handle, kTableQuantum, kTableReadAhead);
+    }
     rfm_Database m_Database;
     rfm_Table m_Table;
 };

@@ -33,7 +33,7 @@ done
 
 # The solver starts a compiler and a program of its own: each of the three gets a process group, so that
 # nothing of theirs is left behind however this script ends.
-solver= recorder= viewer=
+solver='' recorder='' viewer=''
 clean_up() {
     for group in $viewer $recorder $solver; do
         kill -TERM -- "-$group" 2>/dev/null
@@ -93,24 +93,26 @@ run_solver &
 solver=$!
 set +m
 
-# The viewer ends by itself when the recorder has published the end, also the end of a run that failed. A
-# recorder that could not do so would leave it waiting.
-wait $solver
-solver_code=$?
-solver=
-wait $recorder
-recorder_code=$?
-recorder=
-if [ $recorder_code -gt 1 ] || { [ $recorder_code -ne 0 ] && ! [ -e "$output/run.rdx" ]; }; then
-    fail "the recorder ended with $recorder_code"
+# A solver that fails makes the recorder publish that the run has failed, and the viewer end by itself: all are waited
+# for. When another one fails first, the solver would run on for nothing; and a recorder that was killed published
+# nothing, so that the viewer would wait for it.
+failure=
+while [ -n "$solver$recorder$viewer" ]; do
+    wait -n -p ended $solver $recorder $viewer
+    code=$?
+    case $ended in
+        "$solver") name=solver solver='' ;;
+        "$recorder") name=recorder recorder='' ;;
+        "$viewer") name=viewer viewer='' ;;
+    esac
+    [ $code -eq 0 ] && continue
+    failure=${failure:-the $name ended with $code}
+    [ -z "$solver" ] && [ $code -lt 128 ] || break
+done
+if [ -n "$failure" ]; then
+    [[ $failure == "the solver"* ]] && tail -n 20 "$output/solver.log" >&2
+    fail "$failure (the solver's own words: $output/solver.log)"
 fi
-wait $viewer
-viewer_code=$?
-viewer=
-
-[ $solver_code -eq 0 ] || { tail -n 20 "$output/solver.log" >&2; fail "the solver ended with $solver_code"; }
-[ $recorder_code -eq 0 ] || fail "the recorder ended with $recorder_code"
-[ $viewer_code -eq 0 ] || fail "the viewer ended with $viewer_code"
 
 say "comparing with the solver's own files: what the viewer saw while it ran, and the database as it is now"
 "$bin/follow_results" --print-checksums "$output/run.rdx" >"$output/database.txt" ||

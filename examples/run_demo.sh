@@ -2,11 +2,11 @@
 # Runs the solver, the recorder beside it and a viewer in a third process, all at once, and checks that what
 # the viewer saw equals the solver's own files.
 #
-#   run_demo.sh BIN_FOLDER [OUTPUT_FOLDER]
+#   run_demo.sh [OUTPUT_FOLDER]
 #
-# BIN_FOLDER holds record_solver and follow_results. OUTPUT_FOLDER (./demo-output when not given) is made anew
-# each time; a folder that was not made here is left alone. Exit code 0: all three processes ended well and
-# everything is equal.
+# OUTPUT_FOLDER (./demo-output when not given) is made anew each time; a folder that was not made here is left alone. The
+# programs are those of the release build, or of the folder that DEMO_BIN names. Exit code 0: all three processes ended
+# well and everything is equal.
 set -u
 
 readonly steps=1000  # about 15 s of the solver on one core
@@ -19,13 +19,17 @@ readonly marker=.made-by-the-demo
 say() { printf 'demo: %s\n' "$*"; }
 fail() { printf 'demo: FAILED: %s\n' "$*" >&2; exit 1; }
 
-[ $# -ge 1 ] && [ $# -le 2 ] || { echo "usage: run_demo.sh BIN_FOLDER [OUTPUT_FOLDER]" >&2; exit 2; }
+if [ $# -gt 1 ]; then
+    echo "usage: run_demo.sh [OUTPUT_FOLDER]" >&2
+    exit 2
+fi
 here=$(cd "$(dirname "$0")" && pwd) || exit 1
-bin=$(cd "$1" && pwd) || fail "there is no folder $1"
-output=${2:-demo-output}
+bin=${DEMO_BIN:-$here/../build/release/bin}
+bin=$(cd "$bin" 2>/dev/null && pwd) || fail "there is no folder $bin: build first"
+output=${1:-demo-output}
 
 for program in record_solver follow_results; do
-    [ -x "$bin/$program" ] || fail "there is no program $bin/$program: build it first"
+    [ -x "$bin/$program" ] || fail "there is no program $bin/$program: build first"
 done
 for needed in "$package_case" "$package_profile" /usr/bin/python3; do
     [ -e "$needed" ] || fail "$needed is missing: install the packages syrthes, syrthes-tests and python3"
@@ -49,7 +53,9 @@ make_output_folder() {
         [ -f "$output/$marker" ] || fail "$output exists and was not made by this demo: name another folder"
         rm -rf "$output" || fail "$output can't be removed"
     fi
-    mkdir -p "$output" && : >"$output/$marker" || fail "$output can't be made"
+    if ! mkdir -p "$output" || ! : >"$output/$marker"; then
+        fail "$output can't be made"
+    fi
     output=$(cd "$output" && pwd)
 }
 
@@ -68,6 +74,7 @@ run_solver() {
     cd "$output/case/syrthes" || return 1
     (
         set +u
+        # shellcheck source=/dev/null
         . "$package_profile"
         exec /usr/bin/python3 syrthes.py -n 1 -d demo.syd
     ) >"$output/solver.log" 2>&1

@@ -1,0 +1,33 @@
+# What `cmake --install` puts into a prefix: the shared library, the public headers, the programs, and the two
+# descriptions by which other builds find it (find_package(rfm), pkg-config rfm).
+include(CMakePackageConfigHelpers)
+
+target_include_directories(rfm INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/rfm>)
+target_compile_features(rfm INTERFACE cxx_std_20)
+
+# Hidden visibility keeps our own internals inside; the script does the same for the instantiations of standard
+# templates, which the compiler exports whatever it is told and which could otherwise stand in for those of a program.
+target_link_options(rfm PRIVATE LINKER:--version-script=${PROJECT_SOURCE_DIR}/cmake/rfm.map)
+set_property(TARGET rfm APPEND PROPERTY LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/rfm.map)
+
+install(TARGETS rfm EXPORT rfmTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/rfm
+        FILES_MATCHING PATTERN "*.h")
+
+set(rfm_packageDir ${CMAKE_INSTALL_LIBDIR}/cmake/rfm)
+install(EXPORT rfmTargets NAMESPACE rfm:: DESTINATION ${rfm_packageDir})
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/rfmConfig.cmake.in
+                              ${PROJECT_BINARY_DIR}/cmake/rfmConfig.cmake
+                              INSTALL_DESTINATION ${rfm_packageDir})
+# Before 1.0 a minor version may change the interface.
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/cmake/rfmConfigVersion.cmake
+                                 COMPATIBILITY SameMinorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/cmake/rfmConfig.cmake ${PROJECT_BINARY_DIR}/cmake/rfmConfigVersion.cmake
+        DESTINATION ${rfm_packageDir})
+
+# The prefix of the description follows the place of the .pc file, so that a moved tree stays right.
+file(RELATIVE_PATH rfm_pcToPrefix /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
+configure_file(${PROJECT_SOURCE_DIR}/cmake/rfm.pc.in ${PROJECT_BINARY_DIR}/cmake/rfm.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/cmake/rfm.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

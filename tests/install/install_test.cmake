@@ -1,0 +1,74 @@
+# One step of the tests of the install tree: cmake -DSTEP=... -P install_test.cmake, arguments as in CMakeLists.txt.
+set(prefix ${WORK_DIR}/prefix)
+
+# Runs a command, fails with its output; the output is left in `ranOutput`.
+function(run)
+  execute_process(COMMAND ${ARGV} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
+  if(NOT result EQUAL 0)
+    list(JOIN ARGV " " shown)
+    message(FATAL_ERROR "${shown}\nanswered ${result}:\n${output}")
+  endif()
+  set(ranOutput "${output}" PARENT_SCOPE)
+endfunction()
+
+function(expect_consumer_output program)
+  run(${program} ${WORK_DIR}/${STEP}.rdx)
+  if(NOT ranOutput STREQUAL "read 2.5 from 1 row\n")
+    message(FATAL_ERROR "the outside program printed: ${ranOutput}")
+  endif()
+endfunction()
+
+if(STEP STREQUAL "install")
+  file(REMOVE_RECURSE ${WORK_DIR})
+  file(MAKE_DIRECTORY ${WORK_DIR})
+  run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
+
+elseif(STEP STREQUAL "find_package")
+  run(${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${WORK_DIR}/find_package -G ${GENERATOR}
+      -DCMAKE_CXX_COMPILER=${CXX} -DCMAKE_CXX_FLAGS=${CXX_FLAGS} -DCMAKE_PREFIX_PATH=${prefix})
+  run(${CMAKE_COMMAND} --build ${WORK_DIR}/find_package)
+  expect_consumer_output(${WORK_DIR}/find_package/consumer)
+
+elseif(STEP STREQUAL "pkg_config")
+  find_program(pkgConfig NAMES pkg-config pkgconf REQUIRED)
+  set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
+  run(${pkgConfig} --cflags --libs rfm)
+  separate_arguments(flags UNIX_COMMAND "${CXX_FLAGS} ${ranOutput}")
+  run(${CXX} -std=c++20 ${CONSUMER_DIR}/consumer.cpp ${flags} -o ${WORK_DIR}/pkg_config_consumer)
+  # The linker was told where the library lies, the loader was not: a prefix off the system's path needs this.
+  set(ENV{LD_LIBRARY_PATH} ${prefix}/${LIBDIR})
+  expect_consumer_output(${WORK_DIR}/pkg_config_consumer)
+
+elseif(STEP STREQUAL "headers")
+  file(GLOB headers RELATIVE ${prefix}/${INCLUDEDIR} ${prefix}/${INCLUDEDIR}/*.h)
+  list(LENGTH headers headerCount)
+  if(headerCount LESS 20)
+    message(FATAL_ERROR "only ${headerCount} headers are installed")
+  endif()
+  foreach(header IN LISTS headers)
+    # Twice, so that a missing include guard shows too.
+    file(WRITE ${WORK_DIR}/alone.cpp "#include <${header}>\n#include <${header}>\n")
+    run(${CXX} -std=c++20 -fsyntax-only -Wall -Wextra -Wconversion -Wshadow -Werror
+        -I${prefix}/${INCLUDEDIR} ${WORK_DIR}/alone.cpp)
+  endforeach()
+
+elseif(STEP STREQUAL "names")
+  run(${NM} -D --defined-only --demangle ${prefix}/${LIBDIR}/librfm.so)
+  string(REGEX REPLACE "\n$" "" ranOutput "${ranOutput}")
+  string(REPLACE ";" "," ranOutput "${ranOutput}")
+  string(REPLACE "\n" ";" lines "${ranOutput}")
+  set(shown 0)
+  foreach(line IN LISTS lines)
+    string(REGEX REPLACE "^[0-9a-f]* . " "" name "${line}")
+    if(NOT name MATCHES "^(typeinfo for |typeinfo name for |vtable for )?[a-z][a-z][a-z]_|^strnatcmp\\(")
+      message(SEND_ERROR "the library shows a name that is not its own: ${name}")
+    endif()
+    math(EXPR shown "${shown} + 1")
+  endforeach()
+  if(shown LESS 50)
+    message(FATAL_ERROR "the library shows only ${shown} names")
+  endif()
+
+else()
+  message(FATAL_ERROR "no such step: ${STEP}")
+endif()

@@ -46,11 +46,12 @@ std::string TimeText(double seconds)
 
 std::string CellOf(const Measured& measured, const Measured& ours, double units)
 {
+    if (measured.hasFailed) return "FAILED";
     if (measured.seconds.empty()) return "-";
     if (measured.isWrong) return "WRONG DATA";
     const std::string time = TimeText(measured.Median() / units);
     if (&measured == &ours) return time;
-    if (ours.seconds.empty()) return time;
+    if (!ours.Counts()) return time;
     return time + Print(" (%.2f)", measured.Median() / ours.Median());
 }
 
@@ -71,7 +72,7 @@ std::string GoalText(const std::vector<Peer>& peers, const Result& result, const
     {
         const Measured* peer = FindPeer(peers, result, goal.peer);
         const Measured& ours = result.peers.front();
-        const bool isKnown = peer != nullptr && !ours.seconds.empty() && !ours.isWrong && !peer->isWrong;
+        const bool isKnown = peer != nullptr && ours.Counts() && peer->Counts();
         const char* answer = "not measured";
         if (isKnown) answer = ours.Median() <= goal.factor * peer->Median() ? "yes" : "NO";
         if (!text.empty()) text += ", ";
@@ -271,7 +272,7 @@ void PrintTable(const std::vector<Peer>& peers, const std::vector<Result>& resul
         std::vector<std::string> row{std::string(result.workload.name), std::string(result.workload.unit)};
         const double units = UnitsOf(result.workload.kind, sizes);
         for (const Measured& measured : result.peers) row.push_back(CellOf(measured, ours, units));
-        row.push_back(ours.seconds.empty() ? "-" : Print("%.0f %%", 100 * ours.Spread()));
+        row.push_back(!ours.Counts() ? "-" : Print("%.0f %%", 100 * ours.Spread()));
         row.push_back(GoalText(peers, result, result.workload.must));
         row.push_back(GoalText(peers, result, result.workload.aim));
         rows.push_back(row);

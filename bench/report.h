@@ -40,7 +40,9 @@ struct Measured
 {
     std::vector<double> seconds;
     bool isWrong = false;
+    bool hasFailed = false;
 
+    bool Counts() const { return !seconds.empty() && !isWrong && !hasFailed; }
     double Median() const;
     /// Largest less smallest, as a part of the median.
     double Spread() const;

@@ -139,6 +139,21 @@ private:
     std::filesystem::path m_Path;
 };
 
+/// Runs a step of a contender that is still in the race. What fails is said, and costs only its own cell of the table.
+template <class Step> void Attempt(Measured& measured, const Peer& peer, Step&& step)
+{
+    if (measured.hasFailed) return;
+    try
+    {
+        step();
+    }
+    catch (const std::exception& failure)
+    {
+        std::fprintf(stderr, "rfm_bench: %s: %s\n", peer.name.c_str(), failure.what());
+        measured.hasFailed = true;
+    }
+}
+
 void RunOnce(Contender& contender, int round, std::uint64_t expected, Measured& measured)
 {
     contender.Prepare(round);
@@ -152,19 +167,21 @@ Result RunWorkload(const Workload& workload, const std::vector<Peer>& peers, con
 {
     const ScratchDirectory scratch(options.directory);
     const Setting setting{.directory = scratch.Path(), .sizes = sizes};
-    std::vector<std::unique_ptr<Contender>> contenders;
-    for (const Peer& peer : peers)
-    {
-        contenders.push_back(peer.make != nullptr ? peer.make(workload.kind, setting) : nullptr);
-        if (contenders.back() != nullptr) contenders.back()->Build();
-    }
     Result result{.workload = workload, .peers = std::vector<Measured>(peers.size())};
+    std::vector<std::unique_ptr<Contender>> contenders;
+    for (std::size_t i = 0; i < peers.size(); ++i)
+    {
+        contenders.push_back(peers[i].make != nullptr ? peers[i].make(workload.kind, setting) : nullptr);
+        if (contenders[i] != nullptr) Attempt(result.peers[i], peers[i], [&] { contenders[i]->Build(); });
+    }
     for (int round = 0; round < options.rounds; ++round)
     {
         const std::uint64_t expected = ExpectedSum(workload.kind, sizes, round);
         for (std::size_t i = 0; i < contenders.size(); ++i)
         {
-            if (contenders[i] != nullptr) RunOnce(*contenders[i], round, expected, result.peers[i]);
+            if (contenders[i] == nullptr) continue;
+            Attempt(result.peers[i], peers[i],
+                    [&] { RunOnce(*contenders[i], round, expected, result.peers[i]); });
         }
     }
     return result;
@@ -176,7 +193,8 @@ bool AnythingWrong(const std::vector<Result>& results)
                        [](const Result& result)
                        {
                            return std::any_of(result.peers.begin(), result.peers.end(),
-                                              [](const Measured& measured) { return measured.isWrong; });
+                                              [](const Measured& measured)
+                                              { return measured.isWrong || measured.hasFailed; });
                        });
 }
 

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdio>
+#include <iostream>
 #include <limits>
 #include <new>
 #include <stdexcept>
@@ -99,7 +99,7 @@ private:
         }
         catch (const std::exception& failure)
         {
-            std::fprintf(stderr, "follower: %s\n", failure.what());
+            std::cerr << "follower: " << failure.what() << std::endl;
             return 1;
         }
     }

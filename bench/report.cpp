@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdarg>
 #include <cstdio>
 #include <fstream>
 #include <sys/utsname.h>
@@ -15,13 +14,10 @@ namespace bench
 namespace
 {
 
-[[gnu::format(printf, 1, 2)]] std::string Print(const char* format, ...)
+template <class... Values> std::string Print(const char* format, Values... values)
 {
     std::array<char, 256> text{};
-    va_list values;
-    va_start(values, format);
-    const int length = std::vsnprintf(text.data(), text.size(), format, values);
-    va_end(values);
+    const int length = std::snprintf(text.data(), text.size(), format, values...);
     return {text.data(), std::min(static_cast<std::size_t>(length), text.size() - 1)};
 }
 
@@ -49,7 +45,7 @@ std::string CellOf(const Measured& measured, const Measured& ours, double units)
     if (measured.hasFailed) return "FAILED";
     if (measured.seconds.empty()) return "-";
     if (measured.isWrong) return "WRONG DATA";
-    const std::string time = TimeText(measured.Median() / units);
+    std::string time = TimeText(measured.Median() / units);
     if (&measured == &ours) return time;
     if (!ours.Counts()) return time;
     return time + Print(" (%.2f)", measured.Median() / ours.Median());

@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cstdio>
 #include <cstring>
+#include <iostream>
 #include <stdexcept>
 #include <unistd.h>
 
@@ -131,7 +132,7 @@ public:
     {
         std::error_code failure;
         std::filesystem::remove_all(m_Path, failure);
-        if (failure) std::fprintf(stderr, "rfm_bench: %s: %s\n", m_Path.c_str(), failure.message().c_str());
+        if (failure) std::cerr << "rfm_bench: " << m_Path << ": " << failure.message() << "\n";
     }
     const std::filesystem::path& Path() const { return m_Path; }
 
@@ -149,7 +150,7 @@ template <class Step> void Attempt(Measured& measured, const Peer& peer, Step&& 
     }
     catch (const std::exception& failure)
     {
-        std::fprintf(stderr, "rfm_bench: %s: %s\n", peer.name.c_str(), failure.what());
+        std::cerr << "rfm_bench: " << peer.name << ": " << failure.what() << "\n";
         measured.hasFailed = true;
     }
 }
@@ -207,7 +208,7 @@ int RunAll(const Options& options)
     std::vector<Result> results;
     for (const Workload& workload : workloads)
     {
-        std::fprintf(stderr, "%s ...\n", std::string(workload.name).c_str());
+        std::cerr << workload.name << " ...\n";
         results.push_back(RunWorkload(workload, peers, options, sizes));
     }
     PrintTable(peers, results, sizes);
@@ -232,12 +233,12 @@ int main(int count, char** words)
     }
     catch (const UsageError& failure)
     {
-        std::fprintf(stderr, "rfm_bench: %s\n%s", failure.what(), kUsage);
+        std::cerr << "rfm_bench: " << failure.what() << "\n" << kUsage;
         return 2;
     }
     catch (const std::exception& failure)
     {
-        std::fprintf(stderr, "rfm_bench: %s\n", failure.what());
+        std::cerr << "rfm_bench: " << failure.what() << "\n";
         return 1;
     }
 }

@@ -3,9 +3,9 @@
 #include "rfm_LinkageFormat.h"
 
 #include <benchmark/benchmark.h>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <iostream>
 #include <rfm.h>
 #include <stdexcept>
 #include <string>
@@ -33,7 +33,7 @@ public:
         m_Database = rfm_Database();
         std::error_code failure;
         std::filesystem::remove_all(m_Directory, failure);
-        if (failure) std::fprintf(stderr, "rfm_microbench: %s\n", failure.message().c_str());
+        if (failure) std::cerr << "rfm_microbench: " << failure.message() << "\n";
     }
     rfm_Database& Database() { return m_Database; }
 
@@ -58,7 +58,7 @@ void WriteFieldDouble(benchmark::State& state)
     rfm_Row row = table.NewRow();
     const rfm_FieldHandle value(1);
     double number = 0;
-    for (auto step : state) row.WriteFieldDouble(value, number += 1);
+    for ([[maybe_unused]] auto step : state) row.WriteFieldDouble(value, number += 1);
 }
 BENCHMARK(WriteFieldDouble);
 
@@ -69,7 +69,7 @@ void ReadFieldDouble(benchmark::State& state)
     rfm_Row row = table.NewRow();
     const rfm_FieldHandle value(1);
     row.WriteFieldDouble(value, 1.5);
-    for (auto step : state) benchmark::DoNotOptimize(row.ReadFieldDouble(value));
+    for ([[maybe_unused]] auto step : state) benchmark::DoNotOptimize(row.ReadFieldDouble(value));
 }
 BENCHMARK(ReadFieldDouble);
 
@@ -81,9 +81,10 @@ void WriteFieldString(benchmark::State& state)
     rfm_Row row = table.NewRow();
     const rfm_FieldHandle text(2);
     std::vector<cow_String> texts;
+    texts.reserve(static_cast<std::size_t>(state.range(0)));
     for (int i = 0; i < state.range(0); ++i) texts.emplace_back(("text_number_" + std::to_string(i)).c_str());
     std::size_t next = 0;
-    for (auto step : state)
+    for ([[maybe_unused]] auto step : state)
     {
         row.WriteFieldString(text, texts[next]);
         if (++next == texts.size()) next = 0;
@@ -98,7 +99,7 @@ void ReadFieldString(benchmark::State& state)
     rfm_Row row = table.NewRow();
     const rfm_FieldHandle text(2);
     row.WriteFieldString(text, "a text");
-    for (auto step : state) benchmark::DoNotOptimize(row.ReadFieldString(text));
+    for ([[maybe_unused]] auto step : state) benchmark::DoNotOptimize(row.ReadFieldString(text));
 }
 BENCHMARK(ReadFieldString);
 
@@ -106,7 +107,7 @@ void NewRow(benchmark::State& state)
 {
     Scratch scratch;
     rfm_Table table = MakeTable(scratch.Database());
-    for (auto step : state)
+    for ([[maybe_unused]] auto step : state)
     {
         table.NewRow();
         if (table.Length() < 1'000'000) continue;
@@ -125,7 +126,7 @@ void ArrayWriteOne(benchmark::State& state)
     constexpr int kMost = 1'000'000;
     const double value = 1.5;
     int written = 0;
-    for (auto step : state)
+    for ([[maybe_unused]] auto step : state)
     {
         array.Write(&value, 1);
         if (++written % kMost == 0) array.Seek(0);
@@ -143,7 +144,7 @@ void DecodeLinkageBlock(benchmark::State& state)
                                block.data() + static_cast<std::ptrdiff_t>(i) * rfm_LinkageEntryBytes);
     }
     rfm_LinkageEntry entry;
-    for (auto step : state)
+    for ([[maybe_unused]] auto step : state)
     {
         for (int i = 0; i < rfm_LinkageBlockEntries; ++i)
         {

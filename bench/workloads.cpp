@@ -26,6 +26,7 @@ std::vector<std::string> MakeRowTexts()
     static constexpr std::array<const char*, 4> kForms = {"face_%03d", "element_%03d", "node_set_%03d",
                                                           "material_%03d"};
     std::vector<std::string> texts;
+    texts.reserve(kTextCount);
     for (int i = 0; i < kTextCount; ++i)
         texts.push_back(Formatted(kForms[static_cast<std::size_t>(i) % 4], i));
     return texts;

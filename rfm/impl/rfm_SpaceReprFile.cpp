@@ -162,9 +162,11 @@ void rfm_SpaceReprFile::Extend(utl_FileOffset amount)
     if (amount <= 0)
         nex_ThrowText(atr_Message("rfm_SpaceReprFile::Extend: Invalid file extend increment specified."));
     const std::int64_t room = m_Allocation - m_Location;
-    if (amount <= room) return;
-    const std::int64_t need = (amount - room).Value();
+    if (amount > room) Grow((amount - room).Value());
+}
 
+void rfm_SpaceReprFile::Grow(std::int64_t need)
+{
     std::uint32_t handle = LastOfChain();
     const rfm_LinkageEntry last = EntryOf(handle);
     const bool somethingBehind =
@@ -195,12 +197,34 @@ void rfm_SpaceReprFile::StepTo(std::uint32_t handle)
     m_ExtentOffset = 0;
 }
 
+// The next extent of the chain that holds data, 0 when none does.
+std::uint32_t rfm_SpaceReprFile::NextWithData(std::uint32_t handle) const
+{
+    std::int64_t steps = 0;
+    do
+    {
+        handle = EntryOf(handle).next;
+        if (++steps > m_Database.MostEntries()) rfm_ThrowCorrupt(m_Database.FileName());
+    } while (handle != 0 && EntryOf(handle).length == 0);
+    return handle;
+}
+
+// How far a write may go in the current extent. Behind the last data that is all of its allocation; before, its length:
+// bytes put into the unused tail of an extent with data behind it would push that data on instead of overwriting it.
+std::int64_t rfm_SpaceReprFile::WritableEnd() const
+{
+    const rfm_LinkageEntry& entry = EntryOf(m_Current);
+    const bool dataBehind = entry.length < entry.allocation && NextWithData(m_Current) != 0;
+    return dataBehind ? entry.length : entry.allocation;
+}
+
 // Leaves the position where at least one byte can be written.
 void rfm_SpaceReprFile::MoveIntoRoom(int count)
 {
-    for (std::int64_t steps = 0; EntryOf(m_Current).allocation == m_ExtentOffset; ++steps)
+    for (std::int64_t steps = 0; WritableEnd() <= m_ExtentOffset; ++steps)
     {
-        if (EntryOf(m_Current).next == 0) Extend(count);
+        // Not through Extend: what that takes for room behind the position may be the unused tail of an earlier extent.
+        if (EntryOf(m_Current).next == 0) Grow(count);
         const std::uint32_t next = EntryOf(m_Current).next;
         if (next != 0) StepTo(next);
         if (steps > m_Database.MostEntries()) rfm_ThrowCorrupt(m_Database.FileName());
@@ -216,10 +240,9 @@ int rfm_SpaceReprFile::Write(const char* buffer, int count)
     while (written < count)
     {
         MoveIntoRoom(count - written);
-        const rfm_LinkageEntry& entry = EntryOf(m_Current);
         const int moved =
-            static_cast<int>(std::min<std::int64_t>(entry.allocation - m_ExtentOffset, count - written));
-        m_Database.WriteAt(entry.offset + m_ExtentOffset, buffer + written, moved);
+            static_cast<int>(std::min<std::int64_t>(WritableEnd() - m_ExtentOffset, count - written));
+        m_Database.WriteAt(EntryOf(m_Current).offset + m_ExtentOffset, buffer + written, moved);
         written += moved;
         m_ExtentOffset += moved;
         m_Location += moved;
@@ -229,6 +252,8 @@ int rfm_SpaceReprFile::Write(const char* buffer, int count)
     return written;
 }
 
+// At the end of the data the position stays in the last extent that holds some, so that a write goes on there and not
+// in an empty extent behind it.
 int rfm_SpaceReprFile::Read(char* buffer, int count)
 {
     CheckTransfer(buffer, count, "***ERROR: Invalid data buffer pointer when reading space.",
@@ -240,8 +265,9 @@ int rfm_SpaceReprFile::Read(char* buffer, int count)
         const std::int64_t available = entry.length - m_ExtentOffset;
         if (available <= 0)
         {
-            if (entry.next == 0) break;
-            StepTo(entry.next);
+            const std::uint32_t next = NextWithData(m_Current);
+            if (next == 0) break;
+            StepTo(next);
             continue;
         }
         const int moved = static_cast<int>(std::min<std::int64_t>(available, count - done));

@@ -48,6 +48,9 @@ private:
     bool FindExtent(std::int64_t offset, std::uint32_t& handle, std::int64_t& place) const;
     void ExtendMap() const;
     void StepTo(std::uint32_t handle);
+    void Grow(std::int64_t need);
+    std::uint32_t NextWithData(std::uint32_t handle) const;
+    std::int64_t WritableEnd() const;
     void MoveIntoRoom(int count);
 
     rfm_DatabaseReprFile& m_Database;

@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace
 {
@@ -391,7 +392,7 @@ int rfm_TableRepr::Flush()
     }
     WriteOut();
     m_FlushCount = rfm_FlushObject(m_Buffer, m_FlushCount);
-    m_HeaderDirty = false;   // last: a flush that the file refused is due again
+    m_HeaderDirty = false; // last: a flush that the file refused is due again
     return m_FlushCount;
 }
 
@@ -404,12 +405,16 @@ int rfm_TableRepr::Snap()
     m_DbFlushCount = databaseCount;
     m_Buffer.Seek(rfm_ObjectFlushCountOffset);
     const int count = m_Buffer.ReadInt();
-    if (count == m_FlushCount) return 0;
+    const int rows = rfm_RowsInSpace(m_Buffer.Length().Value(), rfm_TableFirstRowOffset, m_RowSize);
+    // The writer raises the table's count before the database's flush shows the rows. A count that was read in between
+    // is known already when they come; without this second look they would stay unseen until the table's next flush.
+    const bool catchesUp = std::exchange(m_CountMayBeAhead, false) && rows > m_Length;
+    if (count == m_FlushCount && !catchesUp) return 0;
+    m_CountMayBeAhead = count != m_FlushCount;
     m_FlushCount = count;
     ReleaseUnheld(); // the rows that nobody holds: the next read sees the new file
     m_Buffer.Flush();
-    m_Length =
-        std::max(m_Length, rfm_RowsInSpace(m_Buffer.Length().Value(), rfm_TableFirstRowOffset, m_RowSize));
+    m_Length = std::max(m_Length, rows);
     return m_FlushCount;
 }
 

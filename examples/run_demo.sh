@@ -19,7 +19,10 @@ readonly marker=.made-by-the-demo
 say() { printf 'demo: %s\n' "$*"; }
 fail() { printf 'demo: FAILED: %s\n' "$*" >&2; exit 1; }
 
-[ $# -ge 1 ] && [ $# -le 2 ] || { echo "usage: run_demo.sh BIN_FOLDER [OUTPUT_FOLDER]" >&2; exit 2; }
+if [ $# -lt 1 ] || [ $# -gt 2 ]; then
+    echo "usage: run_demo.sh BIN_FOLDER [OUTPUT_FOLDER]" >&2
+    exit 2
+fi
 here=$(cd "$(dirname "$0")" && pwd) || exit 1
 bin=$(cd "$1" && pwd) || fail "there is no folder $1"
 output=${2:-demo-output}
@@ -33,7 +36,7 @@ done
 
 # The solver starts a compiler and a program of its own: each of the three gets a process group, so that
 # nothing of theirs is left behind however this script ends.
-solver= recorder= viewer=
+solver='' recorder='' viewer=''
 clean_up() {
     for group in $viewer $recorder $solver; do
         kill -TERM -- "-$group" 2>/dev/null
@@ -49,7 +52,7 @@ make_output_folder() {
         [ -f "$output/$marker" ] || fail "$output exists and was not made by this demo: name another folder"
         rm -rf "$output" || fail "$output can't be removed"
     fi
-    mkdir -p "$output" && : >"$output/$marker" || fail "$output can't be made"
+    { mkdir -p "$output" && : >"$output/$marker"; } || fail "$output can't be made"
     output=$(cd "$output" && pwd)
 }
 
@@ -68,6 +71,7 @@ run_solver() {
     cd "$output/case/syrthes" || return 1
     (
         set +u
+        # shellcheck source=/dev/null
         . "$package_profile"
         exec /usr/bin/python3 syrthes.py -n 1 -d demo.syd
     ) >"$output/solver.log" 2>&1

@@ -13,7 +13,7 @@ while IFS= read -r source; do
             relative="$source"
         fi
         if [[ -f "$folder/CMakeLists.txt" ]] &&
-            tr -s ' \t()"' '\n' <"$folder/CMakeLists.txt" | grep -q -x -F -- "$relative"; then
+            tr -s ' \t()"' '\n' <"$folder/CMakeLists.txt" | grep -x -F -- "$relative" >/dev/null; then
             listed=1
             break
         fi

@@ -114,7 +114,9 @@ while [ -n "$solver$recorder$viewer" ]; do
     esac
     [ $code -eq 0 ] && continue
     failure=${failure:-the $name ended with $code}
-    [ -z "$solver" ] && [ $code -lt 128 ] || break
+    if [ -n "$solver" ] || [ $code -ge 128 ]; then
+        break
+    fi
 done
 if [ -n "$failure" ]; then
     [[ $failure == "the solver"* ]] && tail -n 20 "$output/solver.log" >&2

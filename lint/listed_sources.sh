@@ -4,7 +4,8 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 
-# Every path that a build file can mean by the words in it.
+# Every path that a build file can mean by the words in it. The dollars are awk's.
+# shellcheck disable=SC2016
 listed="$(git ls-files -z -- '*CMakeLists.txt' '*.cmake' | xargs -0 awk '
     FNR == 1 {
         folder = FILENAME

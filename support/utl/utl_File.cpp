@@ -191,6 +191,7 @@ int utl_File::Read(char* buffer, int count)
     if (m_Mode == Mode::Gathering) Drain();
     const std::int64_t start = m_Position;
     int done = TakeFromBlock(buffer, count);
+    m_RunBytes += done;
     if (done < count) done += ReadRest(start, buffer, count, done);
     m_LastStart = start;
     m_LastEnd = m_Position;
@@ -202,7 +203,7 @@ int utl_File::Read(char* buffer, int count)
 int utl_File::ReadRest(std::int64_t start, char* buffer, int count, int done)
 {
     const bool sequential = done > 0 || IsSequential();
-    m_RunBytes = sequential ? m_RunBytes + count : 0;
+    m_RunBytes = sequential ? m_RunBytes + count - done : 0;
     try
     {
         if (m_RunBytes >= kRunBeforeAhead && count - done < kLeastAhead)
@@ -268,6 +269,7 @@ int utl_File::ReadThrough(char* buffer, int count, std::int64_t position)
 int utl_File::Write(const char* buffer, int count)
 {
     if (count <= 0) return 0;
+    if (!IsOpen()) Refuse("write", EBADF); // gathered bytes without a file would end up in the next one
     Forget();
     if (m_Position > INT64_MAX - count) Refuse("write", EFBIG);
     const bool follows = m_Mode == Mode::Gathering && m_Position == m_BlockStart + m_BlockCount;

@@ -7,6 +7,7 @@
 #include "rfm_DatabaseRepr.h"
 #include "rfm_Exc.h"
 #include "rfm_LinkageFormat.h"
+#include "rfm_ObjectFlush.h"
 #include "rfm_ObjectFormat.h"
 #include "rfm_StringManager.h"
 
@@ -389,13 +390,8 @@ int rfm_TableRepr::Flush()
         return 0;
     }
     WriteOut();
-    const int count = static_cast<int>(static_cast<std::uint32_t>(m_FlushCount) + 1U);
-    m_Buffer.Seek(rfm_ObjectFlushCountOffset);
-    m_Buffer.WriteInt(count);
-    m_Buffer.Flush();
-    // Last: a flush that the file refused is due again.
-    m_FlushCount = count;
-    m_HeaderDirty = false;
+    m_FlushCount = rfm_FlushObject(m_Buffer, m_FlushCount);
+    m_HeaderDirty = false;   // last: a flush that the file refused is due again
     return m_FlushCount;
 }
 

@@ -27,7 +27,7 @@ struct utl_FileIdentity
 ///   | ahead  |                  |  idle  |                        | gathering |
 ///   +--------+ <--------------- +--------+ ---------------------> +-----------+
 ///                a step aside, Forget               drained: a step aside, a full block, Read,
-///                                                   Extend, FileSize, Flush, Close
+///                                                   Extend, Flush, Close
 ///
 /// Writes reach the system in the order in which they were made. A write that the system refuses stays gathered and is
 /// tried again at the next occasion, so nothing is lost by a full disk that gets room again.
@@ -74,8 +74,13 @@ private:
     void OpenFresh(const cow_String& name);
     void OpenFreshBeside(const cow_String& path, unsigned mode);
     void RefuseUnlessRegular(const char* action);
+    [[noreturn]] void Refuse(const char* action, int error, const char* sourceName = __builtin_FILE(),
+                             int line = __builtin_LINE()) const;
+    [[noreturn]] void RefuseKind(const char* action, const char* sourceName = __builtin_FILE(),
+                                 int line = __builtin_LINE()) const;
     void StepAside(std::int64_t position);
     bool IsSequential() const noexcept;
+    int ReadRest(std::int64_t start, char* buffer, int count, int done);
     int ReadThrough(char* buffer, int count, std::int64_t position);
     int TakeFromBlock(char* buffer, int count) noexcept;
     void ReadAhead();

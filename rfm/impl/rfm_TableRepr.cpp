@@ -241,9 +241,15 @@ rfm_TableRepr::RowBlock* rfm_TableRepr::FindCached(int row) const noexcept
 
 void rfm_TableRepr::ReadImage(RowBlock& block)
 {
-    m_Buffer.Seek(PlaceOf(block.row.Location()));
-    // What the file lacks reads as a row without data, never as what was in this memory before.
-    const int read = m_Buffer.Read(block.row.Data(), m_RowSize);
+    const std::int64_t place = PlaceOf(block.row.Location());
+    // What the file lacks reads as a row without data, never as what was in this memory before. A follower's table may
+    // have been cut beneath it; its read ahead must not stumble over the rows that went.
+    int read = 0;
+    if (place < m_Buffer.Length().Value())
+    {
+        m_Buffer.Seek(place);
+        read = m_Buffer.Read(block.row.Data(), m_RowSize);
+    }
     std::memset(block.row.Data() + read, 0, static_cast<std::size_t>(m_RowSize - read));
     block.row.LoadBits();
 }
@@ -313,11 +319,9 @@ void rfm_TableRepr::ReleaseUnheld()
 
 // ---- Rows for callers ----
 
-void rfm_TableRepr::ThrowNoRow(const char* operation, int row) const
+void rfm_TableRepr::ThrowNoRow(const char* message, int row) const
 {
-    const atr_String text =
-        atr_Message("rfm_TableRepr::%s - Row does not exist for table '%s', index: %d, len: %d", operation,
-                    m_Metadata->Name(), row, m_Length);
+    const atr_String text = atr_Message(message, m_Metadata->Name(), row, m_Length);
     std::fprintf(stderr, "%s\n", text.CString());
     nex_ThrowText(text);
 }
@@ -343,7 +347,8 @@ rfm_RowRepr* rfm_TableRepr::ReadRow(int row)
         if (wanted >= 0) Fill(wanted);
         block = FindCached(wanted);
     }
-    if (block == nullptr) ThrowNoRow("ReadRow", wanted);
+    if (block == nullptr)
+        ThrowNoRow("rfm_TableRepr::ReadRow - Row does not exist for table '%s', index: %d, len: %d", wanted);
     return block;
 }
 
@@ -360,7 +365,9 @@ rfm_RowRepr* rfm_TableRepr::UpdateRow(int row)
         if (wanted >= 0) Fill(wanted);
         block = FindCached(wanted);
     }
-    if (block == nullptr) ThrowNoRow("UpdateRow", wanted);
+    if (block == nullptr)
+        ThrowNoRow("rfm_TableRepr::UpdateRow - Row does not exist for table '%s', index: %d, len: %d",
+                   wanted);
     return block;
 }
 
@@ -405,13 +412,14 @@ int rfm_TableRepr::Snap()
     if (!m_Buffer.ReadOnly()) return 0;
     const int databaseCount = m_Database.GetFlushCount();
     if (databaseCount == m_DbFlushCount) return 0;
-    m_DbFlushCount = databaseCount;
     m_Buffer.Seek(rfm_ObjectFlushCountOffset);
     const int count = m_Buffer.ReadInt();
+    m_Buffer.Flush();
+    // After the read: a look that the file refused is due again.
+    m_DbFlushCount = databaseCount;
     if (count == m_FlushCount) return 0;
     m_FlushCount = count;
     ReleaseUnheld(); // the rows that nobody holds: the next read sees the new file
-    m_Buffer.Flush();
     m_Length =
         std::max(m_Length, rfm_RowsInSpace(m_Buffer.Length().Value(), rfm_TableFirstRowOffset, m_RowSize));
     return m_FlushCount;
@@ -429,6 +437,8 @@ void rfm_TableRepr::Truncate(int rows)
     m_Length = std::min(m_Length, std::max(rows, 0));
     m_WrittenRows = std::min(m_WrittenRows, std::max(rows, 0));
     m_Space->Truncate(rfm_TableFirstRowOffset + std::int64_t{m_RowSize} * std::max(rows, 0));
+    // Away from what was cut: a buffer beyond the end takes its place for the length.
+    m_Buffer.Seek(rfm_TableFirstRowOffset);
 }
 
 void rfm_TableRepr::Extend(int rows)
@@ -464,12 +474,29 @@ void rfm_TableRepr::Append(rfm_TableRepr& source)
     source.m_Buffer.Flush();
     // The rows move past the count, which says nothing of them yet; without this a follower would never see them.
     m_HeaderDirty = true;
-    if (code == 1)
-        AppendAsBytes(source);
-    else
-        AppendByFields(source, code == 2);
+    const utl_FileOffset end = m_Buffer.Length();
+    try
+    {
+        if (code == 1)
+            AppendAsBytes(source);
+        else
+            AppendByFields(source, code == 2);
+    }
+    catch (...)
+    {
+        TakeBackTo(end);
+        throw;
+    }
     m_Length =
         std::max(m_Length, rfm_RowsInSpace(m_Buffer.Length().Value(), rfm_TableFirstRowOffset, m_RowSize));
+}
+
+// Rows of an append that could not end must not show up at the next open.
+void rfm_TableRepr::TakeBackTo(utl_FileOffset end)
+{
+    m_Buffer.Discard();
+    if (m_Space->Length() > end) m_Space->Truncate(end);
+    m_Buffer.Seek(rfm_TableFirstRowOffset);
 }
 
 // Bytes of rows that the space holds now: an append to itself stops there instead of reading what it writes.

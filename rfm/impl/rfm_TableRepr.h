@@ -110,9 +110,11 @@ private:
     void WriteOut();
     void ReleaseUnheld();
     void WriteRow(RowBlock& block);
-    [[noreturn]] void ThrowNoRow(const char* operation, int row) const;
+    [[noreturn]] void ThrowNoRow(const char* message, int row) const;
 
+    int CatchUp(std::int64_t length);
     std::int64_t BytesOfRows();
+    void TakeBackTo(utl_FileOffset end);
     void AppendAsBytes(rfm_TableRepr& source);
     void AppendByFields(rfm_TableRepr& source, bool sameLayout);
     std::vector<FieldMove> PlanMoves(const rfm_TableRepr& source) const;

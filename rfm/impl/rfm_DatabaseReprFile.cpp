@@ -24,7 +24,9 @@ constexpr int kMostSettleAttempts = 100;
 struct Magic
 {
     char bytes[rfm_MagicBytes] = {};
+    int read = 0;
 
+    bool IsWhole() const { return read == rfm_MagicBytes; }
     std::string_view All() const { return {bytes, sizeof bytes}; }
     bool IsOurs() const { return All().starts_with(kMagic); }
     bool IsOldFormat() const { return All().starts_with(kOldMagic); }
@@ -40,7 +42,7 @@ Magic ReadMagic(rfm_FileRepr& file)
 {
     Magic magic;
     file.Seek(0);
-    file.Read(magic.bytes, rfm_MagicBytes);
+    magic.read = file.Read(magic.bytes, rfm_MagicBytes);
     return magic;
 }
 
@@ -321,7 +323,7 @@ void rfm_DatabaseReprFile::Close()
 bool rfm_DatabaseReprFile::IsMagic(const rfm_File& file, const cow_String& magic)
 {
     const Magic stored = ReadMagic(file.Repr());
-    return stored.IsOurs() && stored.IsOfApplication(magic);
+    return stored.IsWhole() && stored.IsOurs() && stored.IsOfApplication(magic);
 }
 
 long long rfm_DatabaseReprFile::GetCreationTime(const rfm_File& file)

@@ -1,10 +1,23 @@
 #include "rfm_DatabaseRepr.h"
 
+#include "atr_Translate.h"
+#include "nex_Exception.h"
 #include "rfm_LinkageFormat.h"
 #include "rfm_SpaceRepr.h"
 
 rfm_DatabaseRepr::rfm_DatabaseRepr() = default;
 rfm_DatabaseRepr::~rfm_DatabaseRepr() = default;
+
+void rfm_DatabaseRepr::ThrowClosed() const
+{
+    nex_ThrowText(atr_Message("***ERROR: The database is closed:\n  %s", FileName()));
+}
+
+rfm_DBMetadata& rfm_DatabaseRepr::Metadata() const
+{
+    if (m_Metadata == nullptr) ThrowClosed();
+    return *m_Metadata;
+}
 
 cow_String rfm_DatabaseRepr::GetObjectLocationReport(const utl_FileOffset&)
 {

@@ -93,7 +93,7 @@ rfm_DatabaseReprFile::~rfm_DatabaseReprFile()
 
 rfm_FileRepr& rfm_DatabaseReprFile::File() const
 {
-    if (m_File.IsNull()) nex_ThrowText(atr_Message("***ERROR: The database is closed:\n  %s", m_FileName));
+    if (m_File.IsNull()) ThrowClosed();
     return m_File.Repr();
 }
 
@@ -244,7 +244,7 @@ std::unique_ptr<rfm_SpaceRepr> rfm_DatabaseReprFile::NewPool(std::uint32_t magic
 
 void rfm_DatabaseReprFile::Flush()
 {
-    m_Metadata->Flush();
+    Metadata().Flush();
     m_Strings.Flush();
     if (m_ReadOnly) return;
     WriteDirtyBlocks();
@@ -369,7 +369,7 @@ cow_1DArrayList<cow_String> rfm_DatabaseReprFile::GetDBStatistics()
     lines.Append(cow_String("Block 0 Size (bytes)=") + cow_String(rfm_HeaderBytes));
     lines.Append(Formatted("Total Linkage Usage (bytes)=%20.0lf", linkage));
     lines.Append(
-        Formatted("Metadata Pool Size (bytes)=%20.0lf", static_cast<double>(m_Metadata->Length().Value())));
+        Formatted("Metadata Pool Size (bytes)=%20.0lf", static_cast<double>(Metadata().Length().Value())));
     lines.Append(
         Formatted("String Pool Size (bytes)=%20.0lf", static_cast<double>(m_Strings.NextOffset().Value())));
     lines.Append(cow_String("String Pool Count (number of strings)=") + cow_String(m_Strings.Count()));
@@ -437,7 +437,11 @@ rfm_SpaceRepr* rfm_DatabaseReprFile::OpenSpace(const rfm_Handle& handle, int qua
     return new rfm_SpaceReprFile(*this, handle, quantum);
 }
 
-rfm_SpaceRepr* rfm_DatabaseReprFile::NewSpace(int quantum) { return new rfm_SpaceReprFile(*this, quantum); }
+rfm_SpaceRepr* rfm_DatabaseReprFile::NewSpace(int quantum)
+{
+    if (m_File.IsNull()) ThrowClosed();
+    return new rfm_SpaceReprFile(*this, quantum);
+}
 
 // Blocks take their place in the file like extents, wherever its logical end stands.
 std::unique_ptr<rfm_LinkageBlock> rfm_DatabaseReprFile::NewLinkageBlock()

@@ -162,9 +162,12 @@ void rfm_SpaceReprFile::Extend(utl_FileOffset amount)
     if (amount <= 0)
         nex_ThrowText(atr_Message("rfm_SpaceReprFile::Extend: Invalid file extend increment specified."));
     const std::int64_t room = m_Allocation - m_Location;
-    if (amount <= room) return;
-    const std::int64_t need = (amount - room).Value();
+    if (amount > room) Grow((amount - room).Value());
+}
 
+// `need` bytes more behind the last extent: in place while nothing else lies behind it, else as one more entry.
+void rfm_SpaceReprFile::Grow(std::int64_t need)
+{
     std::uint32_t handle = LastOfChain();
     const rfm_LinkageEntry last = EntryOf(handle);
     const bool somethingBehind =
@@ -195,12 +198,30 @@ void rfm_SpaceReprFile::StepTo(std::uint32_t handle)
     m_ExtentOffset = 0;
 }
 
-// Leaves the position where at least one byte can be written.
+// Moves on to the next extent with data. Without one the position stays: the rest of its extent is room, which the next
+// write fills before it moves on, and where a follower finds the next bytes.
+bool rfm_SpaceReprFile::StepToData()
+{
+    std::int64_t steps = 0;
+    for (std::uint32_t handle = EntryOf(m_Current).next; handle != 0; handle = EntryOf(handle).next)
+    {
+        if (EntryOf(handle).length > 0)
+        {
+            StepTo(handle);
+            return true;
+        }
+        if (++steps > m_Database.MostEntries()) rfm_ThrowCorrupt(m_Database.FileName());
+    }
+    return false;
+}
+
+// Leaves the position where at least one byte can be written. The end of the last extent is the end of the room, also
+// where an extent in mid-chain is not full and the sums would tell of more.
 void rfm_SpaceReprFile::MoveIntoRoom(int count)
 {
     for (std::int64_t steps = 0; EntryOf(m_Current).allocation == m_ExtentOffset; ++steps)
     {
-        if (EntryOf(m_Current).next == 0) Extend(count);
+        if (EntryOf(m_Current).next == 0) Grow(count + std::max<std::int64_t>(m_Location - m_Allocation, 0));
         const std::uint32_t next = EntryOf(m_Current).next;
         if (next != 0) StepTo(next);
         if (steps > m_Database.MostEntries()) rfm_ThrowCorrupt(m_Database.FileName());
@@ -224,8 +245,8 @@ int rfm_SpaceReprFile::Write(const char* buffer, int count)
         m_ExtentOffset += moved;
         m_Location += moved;
         m_Database.Lengthen(m_Current, m_ExtentOffset);
+        m_Length = std::max(m_Length, m_Location);
     }
-    m_Length = std::max(m_Length, m_Location);
     return written;
 }
 
@@ -240,8 +261,7 @@ int rfm_SpaceReprFile::Read(char* buffer, int count)
         const std::int64_t available = entry.length - m_ExtentOffset;
         if (available <= 0)
         {
-            if (entry.next == 0) break;
-            StepTo(entry.next);
+            if (!StepToData()) break;
             continue;
         }
         const int moved = static_cast<int>(std::min<std::int64_t>(available, count - done));

@@ -47,7 +47,9 @@ private:
     std::uint32_t LastOfChain() const;
     bool FindExtent(std::int64_t offset, std::uint32_t& handle, std::int64_t& place) const;
     void ExtendMap() const;
+    void Grow(std::int64_t need);
     void StepTo(std::uint32_t handle);
+    bool StepToData();
     void MoveIntoRoom(int count);
 
     rfm_DatabaseReprFile& m_Database;

@@ -467,7 +467,13 @@ std::uint32_t rfm_DatabaseReprFile::AllocateHandle()
         full.entries[0].next = m_Linkage->Count() << rfm_SlotBits;
         m_Linkage->Append(std::move(added));
     }
-    const std::uint32_t slot = m_Linkage->Last().used++;
+    const std::uint32_t slot = m_Linkage->Last().used;
+    rfm_LinkageEntry& entry = m_Linkage->Last().entries[slot];
+    // Behind a hole in the table of a damaged file lies an object that must not be taken for free.
+    if (entry.offset != 0) ThrowCorrupt();
+    // A free slot of such a file may still claim room; without an offset that would lie over the header.
+    entry = {};
+    m_Linkage->Last().used = slot + 1;
     return (m_Linkage->Count() - 1) << rfm_SlotBits | slot;
 }
 

@@ -66,8 +66,11 @@ void rfm_SpaceReprFile::Measure() const
     for (std::uint32_t handle = m_Head; handle != 0;)
     {
         const rfm_LinkageEntry& entry = EntryOf(handle);
+        // Slot 0 chains the blocks: as an extent of a space it would lead a write into the table.
+        const bool chainsBlocks = (handle & rfm_SlotMask) == 0;
         const bool claims = entry.length > entry.allocation || (entry.allocation > 0 && !entry.HasExtent());
-        if (claims || ++steps > m_Database.MostEntries()) rfm_ThrowCorrupt(m_Database.FileName());
+        if (chainsBlocks || claims || ++steps > m_Database.MostEntries())
+            rfm_ThrowCorrupt(m_Database.FileName());
         if (__builtin_add_overflow(length, entry.length, &length) ||
             __builtin_add_overflow(allocation, entry.allocation, &allocation))
             rfm_ThrowCorrupt(m_Database.FileName());
@@ -109,7 +112,10 @@ void rfm_SpaceReprFile::ExtendMap() const
         if (last.next == 0) return;
         if (static_cast<std::int64_t>(m_Map.size()) > m_Database.MostEntries())
             rfm_ThrowCorrupt(m_Database.FileName());
-        m_Map.push_back({last.next, m_Map.back().start + last.length});
+        std::int64_t start = 0;
+        if (__builtin_add_overflow(m_Map.back().start, last.length, &start))
+            rfm_ThrowCorrupt(m_Database.FileName());
+        m_Map.push_back({last.next, start});
     }
 }
 

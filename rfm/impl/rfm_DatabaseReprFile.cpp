@@ -153,19 +153,21 @@ std::unique_ptr<rfm_LinkageBlock> rfm_DatabaseReprFile::ReadLinkageBlock(std::in
     return block;
 }
 
-// A chain of more blocks than the file has room for is a loop.
+// Blocks lie inside the file and not over each other, so a loop ends here at its first step back and the table is never
+// larger than the file.
 std::unique_ptr<rfm_LinkageList> rfm_DatabaseReprFile::ReadLinkage()
 {
     auto list = std::make_unique<rfm_LinkageList>();
+    rfm_LinkagePlaces places;
+    places.Take(rfm_FirstLinkageBlockOffset);
     list->Append(ReadLinkageBlock(rfm_FirstLinkageBlockOffset));
     for (std::int64_t next = list->Last().entries[0].offset; next != 0; next = list->Last().entries[0].offset)
     {
-        const std::int64_t medium = MediumSize().Value();
-        const bool outside = next < rfm_FirstLinkageBlockOffset || next > medium - rfm_LinkageBlockBytes;
-        if (outside || list->Count() > medium / rfm_LinkageBlockBytes) ThrowCorrupt();
+        const bool outside =
+            next < rfm_FirstLinkageBlockOffset || next > MediumSize().Value() - rfm_LinkageBlockBytes;
+        if (outside || !places.Take(next)) ThrowCorrupt();
         list->Append(ReadLinkageBlock(next));
     }
-    if (rfm_LinkageBlocksOverlap(*list)) ThrowCorrupt();
     return list;
 }
 

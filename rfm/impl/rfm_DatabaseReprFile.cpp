@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 namespace
 {
@@ -286,9 +287,17 @@ bool rfm_DatabaseReprFile::Snap()
     if (File().IsHeldByWriter()) return false;
     const int count = ReadFlushCount();
     if (count == m_FlushCount) return false;
-    m_FlushCount = count;
+    const int old = std::exchange(m_FlushCount, count);
     const utl_FileOffset before = m_Metadata->Length();
-    m_Linkage = ReadSettledLinkage();
+    try
+    {
+        m_Linkage = ReadSettledLinkage();
+    }
+    catch (const std::exception&)
+    {
+        m_FlushCount = old; // the view has not moved: the next Snap tries again
+        throw;
+    }
     Reshape();
     const utl_FileOffset after = m_Metadata->Length();
     if (before != after) m_Metadata->Load();

@@ -26,7 +26,7 @@ cow_String rfm_DatabaseRepr::GetObjectLocationReport(const utl_FileOffset&)
 
 rfm_Type rfm_DatabaseRepr::HandleType(const rfm_Handle& handle)
 {
-    // What a short space lacks counts as zero.
+    // What a short space lacks counts as zero; an array without its element type is no array.
     int head[3] = {};
     const std::unique_ptr<rfm_SpaceRepr> space(OpenSpace(handle, -1));
     const int read = space->ReadArray(head, 3);
@@ -35,7 +35,7 @@ rfm_Type rfm_DatabaseRepr::HandleType(const rfm_Handle& handle)
     {
     case rfm_TableMagic: return rfm_TypeTable;
     case rfm_TaggedStreamMagic: return rfm_TypeTaggedStream;
-    case rfm_ArrayMagic: return static_cast<rfm_Type>(head[2]);
+    case rfm_ArrayMagic: return read < 3 ? rfm_TypeUnknown : static_cast<rfm_Type>(head[2]);
     default: return rfm_TypeUnknown;
     }
 }

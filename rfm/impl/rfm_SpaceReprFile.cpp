@@ -66,8 +66,11 @@ void rfm_SpaceReprFile::Measure() const
     for (std::uint32_t handle = m_Head; handle != 0;)
     {
         const rfm_LinkageEntry& entry = EntryOf(handle);
+        // Slot 0 chains the blocks: as an extent of a space it would lead a write into the table.
+        const bool chainsBlocks = (handle & rfm_SlotMask) == 0;
         const bool claims = entry.length > entry.allocation || (entry.allocation > 0 && !entry.HasExtent());
-        if (claims || ++steps > m_Database.MostEntries()) rfm_ThrowCorrupt(m_Database.FileName());
+        if (chainsBlocks || claims || ++steps > m_Database.MostEntries())
+            rfm_ThrowCorrupt(m_Database.FileName());
         if (__builtin_add_overflow(length, entry.length, &length) ||
             __builtin_add_overflow(allocation, entry.allocation, &allocation))
             rfm_ThrowCorrupt(m_Database.FileName());
@@ -109,7 +112,10 @@ void rfm_SpaceReprFile::ExtendMap() const
         if (last.next == 0) return;
         if (static_cast<std::int64_t>(m_Map.size()) > m_Database.MostEntries())
             rfm_ThrowCorrupt(m_Database.FileName());
-        m_Map.push_back({last.next, m_Map.back().start + last.length});
+        std::int64_t start = 0;
+        if (__builtin_add_overflow(m_Map.back().start, last.length, &start))
+            rfm_ThrowCorrupt(m_Database.FileName());
+        m_Map.push_back({last.next, start});
     }
 }
 
@@ -165,6 +171,7 @@ void rfm_SpaceReprFile::Extend(utl_FileOffset amount)
     if (amount > room) Grow((amount - room).Value());
 }
 
+// `need` bytes more behind the last extent: in place while nothing else lies behind it, else as one more entry.
 void rfm_SpaceReprFile::Grow(std::int64_t need)
 {
     std::uint32_t handle = LastOfChain();
@@ -224,7 +231,8 @@ void rfm_SpaceReprFile::MoveIntoRoom(int count)
     for (std::int64_t steps = 0; WritableEnd() <= m_ExtentOffset; ++steps)
     {
         // Not through Extend: what that takes for room behind the position may be the unused tail of an earlier extent.
-        if (EntryOf(m_Current).next == 0) Grow(count);
+        // What m_Allocation lacks of the position, another object on this space has reserved.
+        if (EntryOf(m_Current).next == 0) Grow(count + std::max<std::int64_t>(m_Location - m_Allocation, 0));
         const std::uint32_t next = EntryOf(m_Current).next;
         if (next != 0) StepTo(next);
         if (steps > m_Database.MostEntries()) rfm_ThrowCorrupt(m_Database.FileName());
@@ -247,8 +255,8 @@ int rfm_SpaceReprFile::Write(const char* buffer, int count)
         m_ExtentOffset += moved;
         m_Location += moved;
         m_Database.Lengthen(m_Current, m_ExtentOffset);
+        m_Length = std::max(m_Length, m_Location);
     }
-    m_Length = std::max(m_Length, m_Location);
     return written;
 }
 

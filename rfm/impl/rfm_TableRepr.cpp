@@ -415,7 +415,8 @@ int rfm_TableRepr::Snap()
     // After the read: a look that the file refused is due again.
     m_DbFlushCount = databaseCount;
     const std::int64_t length = m_Buffer.Length().Value();
-    if (std::exchange(m_CountMayBeAhead, count != m_FlushCount) && count == m_FlushCount) return CatchUp(length);
+    if (std::exchange(m_CountMayBeAhead, count != m_FlushCount) && count == m_FlushCount)
+        return CatchUp(length);
     if (count == m_FlushCount) return 0;
     m_FlushCount = count;
     ReleaseUnheld(); // the rows that nobody holds: the next read sees the new file

@@ -18,6 +18,8 @@ public:
         if (mkdtemp(pattern.data()) == nullptr)
             throw std::runtime_error("no folder for the tests: " + pattern);
         m_Path = pattern;
+        // Tests of rights look at it as another user.
+        std::filesystem::permissions(m_Path, std::filesystem::perms(0755));
         setenv("TEST_TMPDIR", (m_Path + "/").c_str(), 1);
     }
     void TearDown() override { std::filesystem::remove_all(m_Path); }

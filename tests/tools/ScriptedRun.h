@@ -37,7 +37,8 @@ class Writer
 {
 public:
     explicit Writer(const std::string& path)
-        : m_Database(rfm_Database::Create(rfm_File::Open(path.c_str(), utl_FileAccessCreate), "TEST", "scripted", 77))
+        : m_Database(rfm_Database::Create(rfm_File::Open(path.c_str(), utl_FileAccessCreate), "TEST",
+                                          "scripted", 77))
     {
     }
 
@@ -167,4 +168,4 @@ inline void ExpectAtLeast(rfm_Database& database, int n)
         ExpectOwnArray(database, stream.GetHandle(), i);
     }
 }
-}
+} // namespace ScriptedRun

@@ -5,6 +5,7 @@
 #include "TestFolder.h"
 #include "Thrown.h"
 #include "omi_Swapper.h"
+#include "rfm_Database.h"
 #include "rfm_FileException.h"
 #include "rfm_HeaderFormat.h"
 #include "utl_FaultPlan.h"
@@ -357,6 +358,25 @@ TEST_F(rfm_FileReprLocalTest, AStampThatNoWriterCanHaveLeftIsCorrupt)
     }
 }
 
+TEST_F(rfm_FileReprLocalTest, AfterACloseTheFileIsAsLongAsItsLengthAndTheStampSaysSo)
+{
+    const auto create = [&] {
+        return rfm_Database::Create(rfm_File::Open(Name(), utl_FileAccessCreate), "TEST", "demo", 0x65432100);
+    };
+    create().Close();
+    EXPECT_EQ(BytesOf(Name()).size(), 15368U);
+    EXPECT_EQ(BytesOf(Name()).substr(500, 12), Bytes("\x00\x00\x00\x00\x00\x00\x00\x00\x00\x04\xCE\x40", 12));
+}
+
+TEST_F(rfm_FileReprLocalTest, AFileWithoutItsLastByteFailsTheCheckAtOpen)
+{
+    rfm_Database::Create(rfm_File::Open(Name(), utl_FileAccessCreate), "TEST", "demo", 1).Close();
+    std::filesystem::resize_file(Name().CString(), 15367);
+    EXPECT_EQ(Thrown<nex_TextException>(
+                  [&] { rfm_Database::Open(rfm_File::Open(Name(), utl_FileAccessRead), "TEST"); }),
+              kCorrupt);
+}
+
 // --- the reader semaphore
 
 TEST(rfm_Semaphore, ItsNameIsMadeFromTheFiles)
@@ -443,6 +463,20 @@ TEST_F(rfm_FileReprLocalTest, AskingWhetherAWriterHoldsTheFileUsesUpThePendingUp
     EXPECT_EQ(reader.CheckStatus(), 0);
     PutCounts(3, 1);
     EXPECT_EQ(reader.CheckStatus(), 2);
+}
+
+TEST_F(rfm_FileReprLocalTest, ASnapUsesUpThePendingUpdate)
+{
+    rfm_Database writer =
+        rfm_Database::Create(rfm_File::Open(Name(), utl_FileAccessCreate), "TEST", "demo", 1);
+    writer.Flush();
+    rfm_Database reader = rfm_Database::Open(rfm_File::Open(Name(), utl_FileAccessRead), "TEST");
+    writer.Flush();
+    EXPECT_EQ(reader.Snap(), 1);
+    EXPECT_EQ(reader.FileStatus(), rfm_FileStatus::RfmFileUnchanged);
+    writer.Flush();
+    EXPECT_EQ(reader.FileStatus(), rfm_FileStatus::RfmFileUpdated);
+    EXPECT_EQ(reader.Snap(), 1);
 }
 
 // --- PAUSE_FOR_TRANSACTION

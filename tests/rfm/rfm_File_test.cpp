@@ -4,6 +4,7 @@
 #include "Forked.h"
 #include "TestFolder.h"
 #include "Thrown.h"
+#include "rfm_Database.h"
 #include "rfm_FileRepr.h"
 #include "utl_FileException.h"
 
@@ -109,6 +110,15 @@ TEST_F(rfm_FileTest, AnEmptyFileReachesThePlainBackend)
     PutBytes(Name(), "");
     EXPECT_TRUE(rfm_File::Open(Name(), utl_FileAccessRead).ReadOnly());
     EXPECT_FALSE(rfm_File::Open(Name(), utl_FileAccessUpdate).ReadOnly());
+}
+
+TEST_F(rfm_FileTest, AnEmptyFileFailsLaterAsADatabase)
+{
+    PutBytes(Name(), "");
+    const rfm_File file = rfm_File::Open(Name(), utl_FileAccessRead);
+    EXPECT_EQ(Thrown<nex_TextException>([&] { rfm_Database::Open(file, ""); }),
+              Text("***ERROR: \"", "\"  is not an MARLEK database file."));
+    EXPECT_FALSE(rfm_Database::IsMagic(file, ""));
 }
 
 TEST_F(rfm_FileTest, AFileShorterThanAMagicIsPlain)
@@ -233,6 +243,25 @@ TEST_F(rfm_FileTest, TheVariableForNewFilesTurnsCreateAwayFromThePlainBackend)
     const EnvironmentVariable hdf("MRK_HDF_RDX", "");
     EXPECT_THROW(rfm_File::Open(Name(), utl_FileAccessCreate), rfm_FileException);
     EXPECT_FALSE(std::filesystem::exists(Name().CString()));
+}
+
+TEST_F(rfm_FileTest, TheVariableForNewFilesPlaysNoPartForACompressedOne)
+{
+    const EnvironmentVariable log("MRK_RFM_LOGIFY", "");
+    for (const char* value : {static_cast<const char*>(nullptr), "1"})
+    {
+        const EnvironmentVariable hdf("MRK_HDF_RDX", value);
+        EXPECT_EQ(LogOf([&] { rfm_File::CreateCompressed(Name()); }),
+                  "*** Informational: Creating Compressed File based SDX.\nrefused");
+    }
+}
+
+TEST_F(rfm_FileTest, ReadingAUrlIsLeftToTheRemoteBackendWithoutALog)
+{
+    const EnvironmentVariable log("MRK_RFM_LOGIFY", "");
+    EXPECT_EQ(LogOf([] { rfm_File::Open(kUrl, utl_FileAccessRead); }), "refused");
+    EXPECT_EQ(Thrown<rfm_FileException>([] { rfm_File::Open(kUrl, utl_FileAccessRead); }),
+              std::string("*** ERROR: Remote database files are not supported by this version:\n  ") + kUrl);
 }
 
 TEST_F(rfm_FileTest, ACompressedFileIsToldByItsMagic)

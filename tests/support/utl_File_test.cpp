@@ -614,6 +614,24 @@ TEST_F(utl_FileTest, WhatFailsInADestructorIsOneLineOnStandardError)
                                                             ", reason:   Input/output error.\n");
 }
 
+TEST_F(utl_FileTest, AProcessKilledAtAWriteLeavesWhatItHadDrained)
+{
+    const int code = ExitCodeOfForked(
+        [&]
+        {
+            utl_File file(Name(), utl_FileAccessCreate, 0);
+            const utl_FaultPlan plan({.killAtChange = 3});
+            file.Extend(3);
+            file.Write("abc", 3);
+            file.Flush();
+            file.Write("def", 3);
+            file.Flush();
+            return 0;
+        });
+    EXPECT_EQ(code, 1000 + SIGKILL);
+    EXPECT_EQ(Stored(), "abc");
+}
+
 // --- reading
 
 TEST_F(utl_FileTest, AReadIsShortAtTheEndOnly)

@@ -7,6 +7,7 @@
 #include "rfm_DatabaseRepr.h"
 #include "rfm_Exc.h"
 #include "rfm_LinkageFormat.h"
+#include "rfm_ObjectFlush.h"
 #include "rfm_ObjectFormat.h"
 #include "rfm_StringManager.h"
 
@@ -15,6 +16,7 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace
 {
@@ -396,13 +398,8 @@ int rfm_TableRepr::Flush()
         return 0;
     }
     WriteOut();
-    const int count = static_cast<int>(static_cast<std::uint32_t>(m_FlushCount) + 1U);
-    m_Buffer.Seek(rfm_ObjectFlushCountOffset);
-    m_Buffer.WriteInt(count);
-    m_Buffer.Flush();
-    // Last: a flush that the file refused is due again.
-    m_FlushCount = count;
-    m_HeaderDirty = false;
+    m_FlushCount = rfm_FlushObject(m_Buffer, m_FlushCount);
+    m_HeaderDirty = false; // last: a flush that the file refused is due again
     return m_FlushCount;
 }
 
@@ -417,11 +414,25 @@ int rfm_TableRepr::Snap()
     m_Buffer.Flush();
     // After the read: a look that the file refused is due again.
     m_DbFlushCount = databaseCount;
+    const std::int64_t length = m_Buffer.Length().Value();
+    if (std::exchange(m_CountMayBeAhead, count != m_FlushCount) && count == m_FlushCount)
+        return CatchUp(length);
     if (count == m_FlushCount) return 0;
     m_FlushCount = count;
     ReleaseUnheld(); // the rows that nobody holds: the next read sees the new file
-    m_Length =
-        std::max(m_Length, rfm_RowsInSpace(m_Buffer.Length().Value(), rfm_TableFirstRowOffset, m_RowSize));
+    m_Length = std::max(m_Length, rfm_RowsInSpace(length, rfm_TableFirstRowOffset, m_RowSize));
+    return m_FlushCount;
+}
+
+// The writer raises the table's count before the database's flush shows the rows. A count that was read in between is
+// known already when they come; without this second look they would stay unseen until the table's next flush. Whole
+// rows only: what lies behind them no flush has spoken for.
+int rfm_TableRepr::CatchUp(std::int64_t length)
+{
+    const std::int64_t rows = m_RowSize < 1 ? 0 : (length - rfm_TableFirstRowOffset) / m_RowSize;
+    if (rows <= m_Length) return 0;
+    ReleaseUnheld();
+    m_Length = static_cast<int>(std::min<std::int64_t>(rows, INT_MAX));
     return m_FlushCount;
 }
 

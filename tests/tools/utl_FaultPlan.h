@@ -17,7 +17,7 @@ struct utl_Faults
     int failRead = 0;
     int failExtend = 0;       // a change of size, up or down
     int error = EIO;          // the errno of a failed call
-    bool tornAtHalf = false;  // the failing write leaves the first half of its bytes in the file
+    bool tornAtHalf = false;  // the failing write, or growth, does the first half of its work
     bool staysBroken = false; // every later call of that kind fails too, until Repair()
     int killAtChange = 0;     // SIGKILL in place of this write or change of size, for a forked child
     std::int64_t room =
@@ -179,7 +179,12 @@ private:
             errno = EOPNOTSUPP;
             return -1;
         }
-        return Extend(offset + bytes) ? m_System.allocate(descriptor, offset, bytes) : -1;
+        if (Extend(offset + bytes)) return m_System.allocate(descriptor, offset, bytes);
+        const int error = errno;
+        if (m_Faults.tornAtHalf && error != EINTR)
+            static_cast<void>(m_System.allocate(descriptor, offset, bytes / 2));
+        errno = error;
+        return -1;
     }
     int Truncate(int descriptor, off_t size)
     {

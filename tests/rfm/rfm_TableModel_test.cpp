@@ -323,7 +323,6 @@ protected:
     void Step()
     {
         const int what = Pick(1000);
-        if (getenv("TTLOG")) std::cerr << what << " rows " << Rows() << "\n";
         if (what < 260) return NewRow();
         if (what < 520) return UpdateRow();
         if (what < 760) return ReadRow();

@@ -2,7 +2,6 @@
 # descriptions by which other builds find it (find_package(rfm), pkg-config rfm).
 include(CMakePackageConfigHelpers)
 
-set_target_properties(rfm PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
 target_include_directories(rfm INTERFACE $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/rfm>)
 target_compile_features(rfm INTERFACE cxx_std_20)
 

@@ -98,6 +98,22 @@ void rfm_IOBuffer::SettleBlock()
     m_Mode = Mode::Idle;
 }
 
+// Back to where a write began that could not be finished, so that the caller can make it again. What it has already
+// brought to the target there will be written over.
+void rfm_IOBuffer::GoBackTo(utl_FileOffset start) noexcept
+{
+    if (m_Mode != Mode::Writing) return;
+    if (m_Base > start)
+    {
+        m_Base = start;
+        m_Cursor = 0;
+    }
+    else
+    {
+        m_Cursor = static_cast<int>(start.Value() - m_Base.Value());
+    }
+}
+
 void rfm_IOBuffer::Discard() noexcept
 {
     m_Cursor = 0;
@@ -218,9 +234,11 @@ int rfm_IOBuffer::Read(char* buffer, int count)
 int rfm_IOBuffer::Write(const char* buffer, int count)
 {
     CheckWritable();
+    WholeOrNothing transfer(*this);
     if (count >= m_Capacity)
     {
         WritePast(buffer, count);
+        transfer.Keep();
         return count;
     }
     int done = 0;
@@ -230,6 +248,7 @@ int rfm_IOBuffer::Write(const char* buffer, int count)
         std::memcpy(m_Slice, buffer + done, static_cast<std::size_t>(m_SliceCount));
         done += m_SliceCount;
     }
+    transfer.Keep();
     return done;
 }
 
@@ -261,10 +280,12 @@ template <class T> void rfm_IOBuffer::WriteNumbers(const T* values, int count, c
 {
     constexpr int width = static_cast<int>(sizeof(T));
     CheckWritable();
+    WholeOrNothing transfer(*this);
     // Only what needs no swap can go past the block: the caller's array is not ours to change.
     if (!Swapped() && count >= m_Capacity / width && count <= INT_MAX / width && m_Capacity >= width)
     {
         WritePast(reinterpret_cast<const char*>(values), count * width);
+        transfer.Keep();
         return;
     }
     for (int done = 0; done < count;)
@@ -274,6 +295,7 @@ template <class T> void rfm_IOBuffer::WriteNumbers(const T* values, int count, c
         rfm_Externalize(values + done, m_Slice, m_SliceCount, Swapped());
         done += m_SliceCount;
     }
+    transfer.Keep();
 }
 
 int rfm_IOBuffer::ReadArray(int* values, int count) { return ReadNumbers(values, count); }
@@ -308,6 +330,7 @@ int rfm_IOBuffer::ReadArray(cow_String* values, int count)
 void rfm_IOBuffer::WriteArray(const cow_String* values, int count)
 {
     CheckWritable();
+    WholeOrNothing transfer(*this);
     for (int done = 0; done < count;)
     {
         PrepWrite(StringManager()->ReferenceSize(), count - done);
@@ -316,6 +339,7 @@ void rfm_IOBuffer::WriteArray(const cow_String* values, int count)
         StringManager()->Encode(m_Slice, values + done, m_SliceCount);
         done += m_SliceCount;
     }
+    transfer.Keep();
 }
 
 cow_String rfm_IOBuffer::ReadFixedString(int length)

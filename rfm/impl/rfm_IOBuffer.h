@@ -49,6 +49,8 @@ public:
 
     /// Copies what follows `source`'s position, at most `most` bytes, to this buffer's position.
     void Append(rfm_IOBuffer& source, utl_FileOffset most);
+    /// All of the rest.
+    void Append(rfm_IOBuffer& source) { Append(source, source.Length() - source.Location()); }
     /// Forgets what was written and not yet written out.
     void Discard() noexcept;
 
@@ -72,7 +74,27 @@ private:
         Writing
     };
 
+    /// A write that fails leaves the position where it was, and nothing of it in the block.
+    class WholeOrNothing
+    {
+    public:
+        explicit WholeOrNothing(rfm_IOBuffer& buffer) : m_Buffer(buffer), m_Start(buffer.Location()) {}
+        ~WholeOrNothing()
+        {
+            if (!m_IsKept) m_Buffer.GoBackTo(m_Start);
+        }
+        WholeOrNothing(const WholeOrNothing&) = delete;
+        WholeOrNothing& operator=(const WholeOrNothing&) = delete;
+        void Keep() noexcept { m_IsKept = true; }
+
+    private:
+        rfm_IOBuffer& m_Buffer;
+        const utl_FileOffset m_Start;
+        bool m_IsKept = false;
+    };
+
     void CheckWritable() const;
+    void GoBackTo(utl_FileOffset start) noexcept;
     void Settle() noexcept;
     void Load();
     void OpenForWriting() noexcept;

@@ -204,29 +204,34 @@ void rfm_SpaceReprFile::StepTo(std::uint32_t handle)
     m_ExtentOffset = 0;
 }
 
-// Moves on to the next extent with data. Without one the position stays: the rest of its extent is room, which the next
-// write fills before it moves on, and where a follower finds the next bytes.
-bool rfm_SpaceReprFile::StepToData()
+// The next extent of the chain that holds data, 0 when none does.
+std::uint32_t rfm_SpaceReprFile::NextWithData(std::uint32_t handle) const
 {
     std::int64_t steps = 0;
-    for (std::uint32_t handle = EntryOf(m_Current).next; handle != 0; handle = EntryOf(handle).next)
+    do
     {
-        if (EntryOf(handle).length > 0)
-        {
-            StepTo(handle);
-            return true;
-        }
+        handle = EntryOf(handle).next;
         if (++steps > m_Database.MostEntries()) rfm_ThrowCorrupt(m_Database.FileName());
-    }
-    return false;
+    } while (handle != 0 && EntryOf(handle).length == 0);
+    return handle;
 }
 
-// Leaves the position where at least one byte can be written. The end of the last extent is the end of the room, also
-// where an extent in mid-chain is not full and the sums would tell of more.
+// How far a write may go in the current extent. Behind the last data that is all of its allocation; before, its length:
+// bytes put into the unused tail of an extent with data behind it would push that data on instead of overwriting it.
+std::int64_t rfm_SpaceReprFile::WritableEnd() const
+{
+    const rfm_LinkageEntry& entry = EntryOf(m_Current);
+    const bool dataBehind = entry.length < entry.allocation && NextWithData(m_Current) != 0;
+    return dataBehind ? entry.length : entry.allocation;
+}
+
+// Leaves the position where at least one byte can be written.
 void rfm_SpaceReprFile::MoveIntoRoom(int count)
 {
-    for (std::int64_t steps = 0; EntryOf(m_Current).allocation == m_ExtentOffset; ++steps)
+    for (std::int64_t steps = 0; WritableEnd() <= m_ExtentOffset; ++steps)
     {
+        // Not through Extend: what that takes for room behind the position may be the unused tail of an earlier extent.
+        // What m_Allocation lacks of the position, another object on this space has reserved.
         if (EntryOf(m_Current).next == 0) Grow(count + std::max<std::int64_t>(m_Location - m_Allocation, 0));
         const std::uint32_t next = EntryOf(m_Current).next;
         if (next != 0) StepTo(next);
@@ -243,10 +248,9 @@ int rfm_SpaceReprFile::Write(const char* buffer, int count)
     while (written < count)
     {
         MoveIntoRoom(count - written);
-        const rfm_LinkageEntry& entry = EntryOf(m_Current);
         const int moved =
-            static_cast<int>(std::min<std::int64_t>(entry.allocation - m_ExtentOffset, count - written));
-        m_Database.WriteAt(entry.offset + m_ExtentOffset, buffer + written, moved);
+            static_cast<int>(std::min<std::int64_t>(WritableEnd() - m_ExtentOffset, count - written));
+        m_Database.WriteAt(EntryOf(m_Current).offset + m_ExtentOffset, buffer + written, moved);
         written += moved;
         m_ExtentOffset += moved;
         m_Location += moved;
@@ -256,6 +260,8 @@ int rfm_SpaceReprFile::Write(const char* buffer, int count)
     return written;
 }
 
+// At the end of the data the position stays in the last extent that holds some, so that a write goes on there and not
+// in an empty extent behind it.
 int rfm_SpaceReprFile::Read(char* buffer, int count)
 {
     CheckTransfer(buffer, count, "***ERROR: Invalid data buffer pointer when reading space.",
@@ -267,7 +273,9 @@ int rfm_SpaceReprFile::Read(char* buffer, int count)
         const std::int64_t available = entry.length - m_ExtentOffset;
         if (available <= 0)
         {
-            if (!StepToData()) break;
+            const std::uint32_t next = NextWithData(m_Current);
+            if (next == 0) break;
+            StepTo(next);
             continue;
         }
         const int moved = static_cast<int>(std::min<std::int64_t>(available, count - done));

@@ -49,7 +49,8 @@ private:
     void ExtendMap() const;
     void Grow(std::int64_t need);
     void StepTo(std::uint32_t handle);
-    bool StepToData();
+    std::uint32_t NextWithData(std::uint32_t handle) const;
+    std::int64_t WritableEnd() const;
     void MoveIntoRoom(int count);
 
     rfm_DatabaseReprFile& m_Database;

@@ -6,12 +6,18 @@
 #include "rfm_DatabaseRepr.h"
 #include "rfm_Exc.h"
 #include "rfm_LinkageFormat.h"
+#include "rfm_ObjectFlush.h"
 #include "rfm_ObjectFormat.h"
+#include "rfm_StringManager.h"
+#include "rfm_StringPoolFormat.h"
+
+#include <string>
 
 namespace
 {
+constexpr int kItemHeadBytes = 8;
 constexpr int kHandleBytes = 8;
-}
+} // namespace
 
 rfm_TaggedStreamRepr::rfm_TaggedStreamRepr(rfm_DatabaseRepr& database, int bufferSize)
     : m_Database(database),
@@ -43,58 +49,67 @@ rfm_TaggedStreamRepr::rfm_TaggedStreamRepr(rfm_DatabaseRepr& database, rfm_Handl
 
 // ---- Writing: the item just written is the current one ----
 
-void rfm_TaggedStreamRepr::WriteHead(rfm_Type type, int id)
+// An item goes to the buffer in one piece: one that a full disk refuses leaves no half behind, and may be written again.
+// `item` has room for the head in front of the value.
+void rfm_TaggedStreamRepr::WriteItem(rfm_Type type, int id, char* item, int bytes)
 {
+    omi_Store<int>(item, type, m_Buffer.Swapped());
+    omi_Store(item + 4, id, m_Buffer.Swapped());
+    m_Buffer.Write(item, bytes);
     m_CurrentType = type;
-    m_Buffer.WriteInt(type);
     m_CurrentID = id;
-    m_Buffer.WriteInt(id);
+}
+
+template <class T> void rfm_TaggedStreamRepr::WriteNumber(rfm_Type type, int id, T value)
+{
+    char item[kItemHeadBytes + sizeof(T)];
+    omi_Store(item + kItemHeadBytes, value, m_Buffer.Swapped());
+    WriteItem(type, id, item, sizeof item);
 }
 
 void rfm_TaggedStreamRepr::WriteInt(int id, int value)
 {
-    WriteHead(rfm_TypeInt, id);
+    WriteNumber(rfm_TypeInt, id, value);
     m_IntValue = value;
-    m_Buffer.WriteInt(value);
 }
 
 void rfm_TaggedStreamRepr::WriteFloat(int id, float value)
 {
-    WriteHead(rfm_TypeFloat, id);
+    WriteNumber(rfm_TypeFloat, id, value);
     m_FloatValue = value;
-    m_Buffer.WriteFloat(value);
 }
 
 void rfm_TaggedStreamRepr::WriteDouble(int id, double value)
 {
-    WriteHead(rfm_TypeDouble, id);
+    WriteNumber(rfm_TypeDouble, id, value);
     m_DoubleValue = value;
-    m_Buffer.WriteDouble(value);
 }
 
 void rfm_TaggedStreamRepr::WriteHandle(int id, rfm_Handle value)
 {
-    WriteHead(rfm_TypeHandle, id);
+    char item[kItemHeadBytes + kHandleBytes] = {};
+    omi_Store(item + kItemHeadBytes, value.Value(), m_Buffer.Swapped());
+    WriteItem(rfm_TypeHandle, id, item, sizeof item);
     m_HandleValue = value;
-    char stored[kHandleBytes] = {};
-    omi_Store(stored, value.Value(), m_Buffer.Swapped());
-    m_Buffer.Write(stored, kHandleBytes);
 }
 
 void rfm_TaggedStreamRepr::WriteString(int id, const cow_String& value)
 {
-    WriteHead(rfm_TypeString, id);
+    if (m_Buffer.ReadOnly()) rfm_ThrowReadOnlyDatabase(); // before the pool takes the text
+    char item[kItemHeadBytes + rfm_StringReferenceBytes];
+    m_Buffer.StringManager()->Encode(item + kItemHeadBytes, &value, 1);
+    WriteItem(rfm_TypeString, id, item, sizeof item);
     m_StringValue = value;
-    m_Buffer.WriteString(value);
 }
 
-// kept: no length is written, while Next takes the first four characters for one.
+// kept: no length is written, while Next takes the first four characters for one. A text ends at its first NUL.
 // Test: AFixedStringIsReadBackByTheLengthInItsFirstFourCharacters.
 void rfm_TaggedStreamRepr::WriteFixedString(int id, const cow_String& value)
 {
-    WriteHead(rfm_TypeFixedString, id);
+    std::string item = std::string(kItemHeadBytes, '\0') + value.CString();
+    item.resize(static_cast<std::size_t>(kItemHeadBytes + ((value.Length() + 3) & ~3)));
+    WriteItem(rfm_TypeFixedString, id, item.data(), static_cast<int>(item.size()));
     m_StringValue = value;
-    m_Buffer.WriteFixedString(value, (value.Length() + 3) & ~3);
 }
 
 // ---- Walking ----
@@ -139,14 +154,7 @@ bool rfm_TaggedStreamRepr::Next()
 int rfm_TaggedStreamRepr::Flush()
 {
     if (m_Buffer.ReadOnly()) return 0;
-    const utl_FileOffset place = m_Buffer.Location();
-    const int count = static_cast<int>(static_cast<std::uint32_t>(m_FlushCount) + 1U);
-    m_Buffer.Seek(rfm_ObjectFlushCountOffset);
-    m_Buffer.WriteInt(count);
-    m_Buffer.Flush();
-    m_FlushCount = count;
-    m_Buffer.Seek(place);
-    return m_FlushCount;
+    return m_FlushCount = rfm_FlushObject(m_Buffer, m_FlushCount);
 }
 
 int rfm_TaggedStreamRepr::Snap()

@@ -39,7 +39,8 @@ public:
     utl_FileOffset SpaceAllocation() const { return m_Space->Allocation(); }
 
 private:
-    void WriteHead(rfm_Type type, int id);
+    void WriteItem(rfm_Type type, int id, char* item, int bytes);
+    template <class T> void WriteNumber(rfm_Type type, int id, T value);
     rfm_Handle ReadHandleValue();
     void ClearValues();
 

@@ -24,7 +24,7 @@ std::map<std::size_t, std::string> PrintedBytes()
 {
     std::map<std::size_t, std::string> printed;
     std::istringstream document(ReadAll(RFM_FORMAT_DOCUMENT));
-    const std::regex line("^ *([0-9]+): ((?:[0-9A-F]{2} {1,2})+)");
+    const std::regex line("^ *([0-9]+): ((?:[0-9A-F]{2}(?: {1,2}|$))+)");
     std::smatch match;
     for (std::string text; std::getline(document, text);)
     {

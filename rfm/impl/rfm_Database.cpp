@@ -38,6 +38,7 @@ long long rfm_Database::GetCreationTime(const rfm_File& file)
 }
 
 void rfm_Database::Close() { Repr().Close(); }
+cow_1DArrayList<rfm_Handle> rfm_Database::Handles() const { return Repr().Handles(); }
 const cow_String& rfm_Database::FileName() const { return Repr().FileName(); }
 cow_String rfm_Database::Description() const { return Repr().Description(); }
 bool rfm_Database::ReadOnly() const { return Repr().ReadOnly(); }

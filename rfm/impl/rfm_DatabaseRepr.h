@@ -43,6 +43,7 @@ public:
     virtual rfm_SpaceRepr* OpenSpace(const rfm_Handle& handle, int quantum) = 0;
     virtual rfm_SpaceRepr* NewSpace(int quantum) = 0;
     virtual void Close() = 0;
+    virtual cow_1DArrayList<rfm_Handle> Handles() = 0;
 
     rfm_Type HandleType(const rfm_Handle& handle);
     /// The layouts of this database's tables.

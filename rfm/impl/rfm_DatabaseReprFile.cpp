@@ -441,6 +441,18 @@ cow_String rfm_DatabaseReprFile::GetObjectLocationReport(const utl_FileOffset& o
     return "Object not found.";
 }
 
+// A loop has no head, so its entries are not listed.
+cow_1DArrayList<rfm_Handle> rfm_DatabaseReprFile::Handles()
+{
+    MarkHeadsReachable();
+    cow_1DArrayList<rfm_Handle> handles;
+    for (std::uint32_t i = 0; i < m_Linkage->Count(); ++i)
+        for (std::uint32_t slot = 1; slot < m_Linkage->Block(i).used; ++slot)
+            if (m_Linkage->Block(i).entries[slot].reachable)
+                handles.Append(rfm_Handle(i << rfm_SlotBits | slot));
+    return handles;
+}
+
 // ---- For the spaces ----
 
 rfm_SpaceRepr* rfm_DatabaseReprFile::OpenSpace(const rfm_Handle& handle, int quantum)

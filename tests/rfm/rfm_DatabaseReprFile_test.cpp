@@ -714,6 +714,32 @@ TEST(rfm_DatabaseReprFile, BehindTheReservedThree508SpacesFillTheFirstBlockAndTh
     EXPECT_FALSE(reader->IsValidHandle(514));
 }
 
+TEST(rfm_DatabaseReprFile, AFullBlockThatWasFlushedIsWrittenAgainWithItsLinkToTheNext)
+{
+    const rfm_TestFile file;
+    {
+        const auto database = CreateIn(file);
+        for (int i = 0; i < 508; ++i) NewSpace(*database);
+        database->Flush();
+        Write(*NewSpace(*database), "next");
+    }
+    EXPECT_EQ(ReadAll(*OpenSpace(*OpenIn(file, utl_FileAccessRead), 513)), "next");
+}
+
+TEST(rfm_DatabaseReprFile, AChainThatGoesOnInAnotherBlockIsStoredInBoth)
+{
+    const rfm_TestFile file;
+    {
+        const auto database = CreateIn(file);
+        const Space space = NewSpace(*database);
+        Write(*space, "four");
+        for (int i = 0; i < 508; ++i) Write(*NewSpace(*database), "xxxx");
+        database->Flush();
+        Write(*space, " and more");
+    }
+    EXPECT_EQ(ReadAll(*OpenSpace(*OpenIn(file, utl_FileAccessRead), 4)), "four and more");
+}
+
 TEST(rfm_DatabaseReprFile, ASpaceMadeAfterAFlushAndNeverWrittenLeavesNoTrace)
 {
     const rfm_TestFile file;
@@ -862,6 +888,19 @@ TEST(rfm_DatabaseReprFile, TheLocationReportNamesTheHeadAndThePlaceInTheObject)
     EXPECT_EQ(report(15359), kNotFound);
     EXPECT_EQ(report(-1), kNotFound);
     EXPECT_EQ(report(INT64_MAX), kNotFound);
+}
+
+TEST(rfm_DatabaseReprFile, TheLocationReportTakesHeadsAloneForObjects)
+{
+    const rfm_TestFile file;
+    const auto database = CreateIn(file);
+    const Space tail = NewSpace(*database);
+    const Space head = NewSpace(*database);
+    Write(*tail, "tail");
+    Write(*head, "head");
+    database->EntryOf(5).next = 4;
+    EXPECT_EQ(database->GetObjectLocationReport(15369),
+              cow_String("Object: 00000005 - Offset:                    5"));
 }
 
 TEST(rfm_DatabaseReprFile, TheLocationReportFindsObjectsOfLaterBlocks)

@@ -174,6 +174,12 @@ TEST_F(rfm_SpaceReprFileTest, TheQuantumIsThatOfEachOpen)
     large->Seek(4);
     large->WriteInt(2);
     EXPECT_EQ(Chain(large), "15368:8/100");
+    for (const int quantum : {-1, 0, 3})
+    {
+        const Space least = Open(New()->Handle(), quantum);
+        Write(*least, "x");
+        EXPECT_EQ(least->Allocation(), 4) << quantum;
+    }
 }
 
 TEST_F(rfm_SpaceReprFileTest, AnExtendWithinTheRoomDoesNothingAndMarksNothing)

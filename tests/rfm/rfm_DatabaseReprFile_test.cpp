@@ -214,7 +214,7 @@ TEST(rfm_DatabaseReprFile, ADatabaseNeverFlushedIsAMebibyteAndNotValid)
     InAKilledProcess(
         [&]
         {
-            CreateIn(file).release(); // the process ends without a flush
+            static_cast<void>(CreateIn(file).release()); // the process ends without a flush
         });
     EXPECT_EQ(file.Size(), 1048576U);
     EXPECT_EQ(OpenFailure(file), kNotValid);
@@ -325,6 +325,7 @@ TEST(rfm_DatabaseReprFile, OnlyDirtyBlocksAreWrittenInTheOrderOfTheList)
     const rfm_TestFile file;
     const auto database = CreateIn(file);
     std::vector<Space> spaces;
+    spaces.reserve(600);
     for (int i = 0; i < 600; ++i) spaces.push_back(NewSpace(*database));
     database->Flush();
     SystemHook hook;
@@ -646,7 +647,7 @@ TEST(rfm_DatabaseReprFile, AnUnclosedFileOpensAtItsLastFlush)
             database->Flush();
             Write(*space, "lost");
             Write(*NewSpace(*database), "lost too");
-            database.release(); // the process ends without a close
+            static_cast<void>(database.release()); // the process ends without a close
         });
     EXPECT_EQ(file.Size(), 1048576U);
     const auto reader = OpenIn(file, utl_FileAccessRead);
@@ -663,7 +664,7 @@ TEST(rfm_DatabaseReprFile, AnUnclosedFileOpenedForUpdateKeepsItsTailAsAHole)
         {
             auto database = CreateIn(file);
             database->Flush();
-            database.release(); // the process ends without a close
+            static_cast<void>(database.release()); // the process ends without a close
         });
     {
         const auto database = OpenIn(file, utl_FileAccessUpdate);
@@ -780,6 +781,7 @@ TEST(rfm_DatabaseReprFile, AFileWithTenThousandObjects)
     constexpr int kObjects = 10000;
     const rfm_TestFile file;
     std::vector<rfm_Handle> handles;
+    handles.reserve(kObjects);
     {
         const auto database = CreateIn(file);
         for (int i = 0; i < kObjects; ++i)
@@ -1299,7 +1301,7 @@ std::string Ending(const rfm_TestFile& file, utl_FileAccess access)
     }
     catch (const nex_TextException& failure)
     {
-        const std::string text = failure.what();
+        std::string text = failure.what();
         if (text == CorruptText(file)) return "corrupt";
         if (text == kNotValid) return "not valid";
         if (text == kBadStamp) return "stamp";

@@ -620,7 +620,7 @@ TEST_F(rfm_SpaceReprFileTest, ChainsThatNoWriterMakesAreRefused)
     const auto opens = [&](const rfm_LinkageEntry& damaged)
     {
         m_Database->EntryOf(second) = damaged;
-        const std::string text = rfm_TextOfFailure([&] { Open(space); });
+        std::string text = rfm_TextOfFailure([&] { Open(space); });
         m_Database->EntryOf(second) = sound;
         return text;
     };

@@ -85,6 +85,10 @@ public:
     /// 4 and 5, whether or not the application has made these tables.
     rfm_Handle RootTableHandle() const;
     rfm_Handle RootTableHandle2() const;
+    /// The handles of all objects in ascending order: the pools 1 and 3 and the unused 2 first, then what applications
+    /// made, plain spaces included.
+    /// Throws: nex_TextException when the linkage table is damaged.
+    cow_1DArrayList<rfm_Handle> Handles() const;
     /// What the object is: table, stream, the element type of an array, or unknown.
     /// Throws: nex_TextException for a handle without an object.
     rfm_Type HandleType(const rfm_Handle& handle);

@@ -1,8 +1,10 @@
 #include "rfm_Database.h"
 
 #include "nex_Exception.h"
+#include "nex_Report.h"
 #include "rfm_ArrayRepr.h"
 #include "rfm_DatabaseReprFile.h"
+#include "rfm_ReaderSemaphoreProxy.h"
 #include "rfm_TableRepr.h"
 #include "rfm_TaggedStreamRepr.h"
 
@@ -36,6 +38,7 @@ long long rfm_Database::GetCreationTime(const rfm_File& file)
 }
 
 void rfm_Database::Close() { Repr().Close(); }
+cow_1DArrayList<rfm_Handle> rfm_Database::Handles() const { return Repr().Handles(); }
 const cow_String& rfm_Database::FileName() const { return Repr().FileName(); }
 cow_String rfm_Database::Description() const { return Repr().Description(); }
 bool rfm_Database::ReadOnly() const { return Repr().ReadOnly(); }
@@ -99,6 +102,18 @@ cow_1DArrayList<cow_String> rfm_Database::GetDBStatistics() const { return Repr(
 cow_String rfm_Database::GetObjectLocationReport(const utl_FileOffset& offset) const
 {
     return Repr().GetObjectLocationReport(offset);
+}
+
+rfm_ReaderSemaphoreProxy::~rfm_ReaderSemaphoreProxy()
+{
+    try
+    {
+        m_Database.ReaderSemaphoreClear();
+    }
+    catch (const std::exception& failure)
+    {
+        nex_ReportUnthrown(failure);
+    }
 }
 
 // ---- Factories ----

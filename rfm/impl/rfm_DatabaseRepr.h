@@ -43,12 +43,15 @@ public:
     virtual rfm_SpaceRepr* OpenSpace(const rfm_Handle& handle, int quantum) = 0;
     virtual rfm_SpaceRepr* NewSpace(int quantum) = 0;
     virtual void Close() = 0;
+    virtual cow_1DArrayList<rfm_Handle> Handles() = 0;
 
     rfm_Type HandleType(const rfm_Handle& handle);
     /// The layouts of this database's tables.
-    rfm_DBMetadata& Metadata() const { return *m_Metadata; }
+    /// Throws: nex_TextException once the database is closed.
+    rfm_DBMetadata& Metadata() const;
 
 protected:
     rfm_DatabaseRepr();
+    [[noreturn]] void ThrowClosed() const;
     std::unique_ptr<rfm_DBMetadata> m_Metadata;
 };

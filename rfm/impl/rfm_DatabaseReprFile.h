@@ -46,6 +46,7 @@ public:
     rfm_SpaceRepr* NewSpace(int quantum) override;
     /// Throws when the file refuses; the database is open then, and Close may be tried again.
     void Close() override;
+    cow_1DArrayList<rfm_Handle> Handles() override;
 
     // For the spaces.
     std::uint32_t AllocateHandle();

@@ -47,7 +47,7 @@ Piece TakePiece(std::string_view& rest, int& next)
     const std::size_t dollar = conversion.find('$');
     if (dollar != std::string::npos)
     {
-        piece.position = std::atoi(conversion.c_str() + 1);
+        piece.position = static_cast<int>(std::strtol(conversion.c_str() + 1, nullptr, 10));
         conversion = "%" + conversion.substr(dollar + 1);
     }
     else

@@ -342,6 +342,15 @@ utl_FileOffset utl_File::FileSize() const
     return std::max<std::int64_t>(status.st_size, gatheredEnd);
 }
 
+utl_FileIdentity utl_File::Identity() const
+{
+    struct stat status
+    {
+    };
+    if (::fstat(m_Descriptor, &status) != 0) Refuse("look at", errno);
+    return {status.st_dev, status.st_ino};
+}
+
 void utl_File::Extend(const utl_FileOffset& size)
 {
     Drain();

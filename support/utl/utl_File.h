@@ -11,6 +11,14 @@
 /// How other processes may share a file; passed through to platforms that know such a thing. Linux does not.
 using utl_FileSharing = int;
 
+/// Which file of the machine it is, whatever its name.
+struct utl_FileIdentity
+{
+    std::uint64_t device = 0;
+    std::uint64_t number = 0;
+    bool operator==(const utl_FileIdentity&) const = default;
+};
+
 /// A file of bytes with 64-bit positions. It keeps its own position, so seeking costs nothing, and gathers what moves in
 /// sequence in one block of memory:
 ///
@@ -45,6 +53,8 @@ public:
     int Read(char* buffer, int count);
     int Write(const char* buffer, int count);
     utl_FileOffset FileSize() const;
+    /// Tells this file from any other that had or gets its name.
+    utl_FileIdentity Identity() const;
     /// Sets the size, up or down. Upwards it reserves real blocks, so that a full disk shows here.
     void Extend(const utl_FileOffset& size);
     /// Hands what is gathered to the system.

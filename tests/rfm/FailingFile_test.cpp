@@ -3,9 +3,9 @@
 #include "utl_System.h"
 
 #include <cerrno>
+#include <csignal>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <csignal>
 #include <unistd.h>
 
 // The n-th call that changes the file is refused, for every n. The call of ours that met it throws, the last flush
@@ -113,12 +113,12 @@ void RefuseEveryCall(bool tornAtHalf)
             Insist(path, failures, [&] { writer->Close(); });
             fired = disk.Fired();
         }
-        EXPECT_EQ(failures, fired ? 1 : 0);   // nothing swallowed, nothing made up
+        EXPECT_EQ(failures, fired ? 1 : 0); // nothing swallowed, nothing made up
         ExpectLastFlush(path, kIncrements);
     }
     ::unlink(path.c_str());
 }
-}
+} // namespace
 
 TEST(FailingFile, AnyRefusedCallIsReportedOnceAndNothingIsLost) { RefuseEveryCall(false); }
 TEST(FailingFile, AnyWriteTakenByHalfIsReportedOnceAndNothingIsLost) { RefuseEveryCall(true); }
@@ -139,7 +139,10 @@ TEST(FailingFile, AWriterPastItsSizeLimitFailsAndGoesOnWithARaisedLimit)
         array.Write(values.data(), 100000);
         array.Flush();
         database.Flush();
-        const struct rlimit tight{1 << 20, before.rlim_max};
+        const struct rlimit tight
+        {
+            1 << 20, before.rlim_max
+        };
         ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &tight), 0);
         EXPECT_THROW(array.Write(values.data(), 100000), utl_FileException);
         ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);

@@ -13,7 +13,7 @@ namespace
 {
 struct Kill
 {
-    int atCall = 0;        // counted from 1
+    int atCall = 0; // counted from 1
     bool behindHalf = false;
     int calls = 0;
 
@@ -73,7 +73,7 @@ void Write(const std::string& path, int flushesPipe)
 
 struct Outcome
 {
-    int flushed = 0;       // increments whose flush returned
+    int flushed = 0; // increments whose flush returned
     bool killed = false;
 };
 
@@ -123,10 +123,10 @@ void KillAtEveryCall(bool behindHalf)
         if (outcome.flushed > 0) ExpectNothingLost(path, outcome.flushed);
         if (::testing::Test::HasFatalFailure()) return;
     }
-    EXPECT_GT(atCall, 4 * kIncrements);   // each flush made several calls, and each had its turn
+    EXPECT_GT(atCall, 4 * kIncrements); // each flush made several calls, and each had its turn
     ::unlink(path.c_str());
 }
-}
+} // namespace
 
 TEST(KilledWriter, BeforeAnyCallItLeavesTheLastFlush) { KillAtEveryCall(false); }
 TEST(KilledWriter, BehindHalfAWriteItLeavesTheLastFlush) { KillAtEveryCall(true); }

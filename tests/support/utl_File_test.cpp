@@ -881,7 +881,7 @@ struct Model
     }
     void Write(const std::string& text)
     {
-        if (text.empty()) return; // writing nothing beyond the end makes no file longer
+        if (text.empty()) return; // also beyond the end, where any byte would make the file longer
         const auto start = static_cast<std::size_t>(position);
         if (bytes.size() < start + text.size()) bytes.resize(start + text.size());
         bytes.replace(start, text.size(), text);

@@ -1,0 +1,53 @@
+#pragma once
+
+#include "Failure.h"
+#include "Listing.h"
+#include "Output.h"
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace CLI
+{
+class App;
+}
+
+namespace rfm_tool
+{
+/// One command of the tool. A new one is a pair of files of its own, and a line in main.cpp.
+class Command
+{
+public:
+    Command() = default;
+    virtual ~Command() = default;
+    Command(const Command&) = delete;
+    Command& operator=(const Command&) = delete;
+
+    virtual std::string_view Name() const = 0;
+    /// What it does, in one line.
+    virtual std::string_view Summary() const = 0;
+    /// What more there is to say, and three examples.
+    virtual std::string_view Help() const = 0;
+    /// Names options and arguments; their values go to members of the command.
+    virtual void Declare(CLI::App& app) = 0;
+    /// Data goes to `output`, notes to standard error.
+    /// Throws: Failure.
+    virtual int Run(Output& output) = 0;
+};
+
+/// How a command's output looks, as the options say: --json, and --csv where there are rows.
+struct StyleOptions
+{
+    bool json = false;
+    bool csv = false;
+
+    void DeclareJson(CLI::App& app);
+    void DeclareAll(CLI::App& app);
+    Style Choose(const Output& output) const;
+};
+
+/// The argument FILE, which every command has first.
+void DeclareFile(CLI::App& app, std::string& file);
+} // namespace rfm_tool

@@ -1,0 +1,334 @@
+#include "DatabaseFile.h"
+
+#include "Failure.h"
+#include "Output.h"
+#include "Text.h"
+#include "omi_Swapper.h"
+#include "rfm_FileRepr.h"
+#include "rfm_LinkageFormat.h"
+#include "rfm_ObjectFormat.h"
+
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <fstream>
+
+namespace rfm_tool
+{
+namespace
+{
+constexpr std::string_view kMagic = "TVNR";
+constexpr std::string_view kOldMagic = "TVNDFM";
+
+struct Head
+{
+    int words[4] = {};
+    int count = 0; // words that are there
+};
+
+Head ReadHead(rfm_Database& database, rfm_Handle handle)
+{
+    char bytes[sizeof(Head::words)] = {};
+    rfm_Space space = database.Space(handle, -1);
+    Head head;
+    head.count = space.Length() > 0 ? space.Read(bytes, sizeof bytes) / 4 : 0;
+    for (int i = 0; i < head.count; ++i)
+        head.words[i] = omi_Load<int>(bytes + 4 * i, omi_Swapper(omi_Swapper::Stored));
+    return head;
+}
+
+Kind KindOf(rfm_Handle handle, std::uint32_t magic)
+{
+    if (handle.Value() == rfm_StringPoolHandle) return Kind::Strings;
+    if (handle.Value() == rfm_MetadataPoolHandle) return Kind::Layouts;
+    if (handle.Value() == rfm_UnusedHandle) return Kind::Unused;
+    switch (magic)
+    {
+    case rfm_TableMagic: return Kind::Table;
+    case rfm_ArrayMagic: return Kind::Array;
+    case rfm_TaggedStreamMagic: return Kind::Stream;
+    default: return Kind::Space;
+    }
+}
+
+int ElementBytes(int type)
+{
+    switch (type)
+    {
+    case rfm_TypeInt:
+    case rfm_TypeFloat: return 4;
+    case rfm_TypeDouble:
+    case rfm_TypeString: return 8;
+    default: return 0;
+    }
+}
+
+int ExtentsOf(const rfm_Database& database, rfm_Handle handle)
+{
+    int extents = 0;
+    for (const cow_String& line : database.GetObjStatistics(handle))
+    {
+        const std::string_view text = line.View();
+        const std::size_t digits = text.find('=') + 1;
+        std::from_chars(text.data() + digits, text.data() + text.size(), extents);
+    }
+    return extents;
+}
+
+// A handle as a person writes it; nothing for any other word.
+std::optional<std::uint32_t> HandleFromWord(std::string_view word)
+{
+    int base = 10;
+    if (word.starts_with("0x") || word.starts_with("0X"))
+    {
+        base = 16;
+        word.remove_prefix(2);
+    }
+    std::uint32_t value = 0;
+    const std::from_chars_result end = std::from_chars(word.data(), word.data() + word.size(), value, base);
+    if (word.empty() || end.ec != std::errc() || end.ptr != word.data() + word.size()) return {};
+    return value;
+}
+
+rfm_Database OpenDatabase(const std::string& path, const rfm_File& file)
+{
+    try
+    {
+        rfm_Database database = rfm_Database::Open(file, "");
+        database.Bind();
+        return database;
+    }
+    catch (const nex_Exception& cause)
+    {
+        ThrowDamaged(path, cause);
+    }
+}
+
+rfm_File OpenFile(const std::string& path)
+{
+    RequireReadableFile(path);
+    RequireDatabaseMagic(path);
+    try
+    {
+        return rfm_File::Open(path.c_str(), utl_FileAccessRead);
+    }
+    catch (const nex_Exception& cause)
+    {
+        throw Failure(ExitUnreadable, OneLine(path), PlainMessage(cause.what()), "");
+    }
+}
+} // namespace
+
+std::string TypeWord(int type)
+{
+    switch (type)
+    {
+    case rfm_TypeInt: return "int";
+    case rfm_TypeHandle: return "handle";
+    case rfm_TypeFloat: return "float";
+    case rfm_TypeDouble: return "double";
+    case rfm_TypeString: return "string";
+    case rfm_TypeFixedString: return "fixed string";
+    default: return fmt::format("type {}", type);
+    }
+}
+
+std::string PluralWord(Kind kind)
+{
+    switch (kind)
+    {
+    case Kind::Strings: return "pools of strings";
+    case Kind::Layouts: return "pools of layouts";
+    case Kind::Unused: return "unused handles";
+    case Kind::Table: return "tables";
+    case Kind::Array: return "arrays";
+    case Kind::Stream: return "streams";
+    case Kind::Space: break;
+    }
+    return "spaces";
+}
+
+std::string Object::TypeWord() const
+{
+    switch (kind)
+    {
+    case Kind::Strings: return "strings";
+    case Kind::Layouts: return "layouts";
+    case Kind::Unused: return "unused";
+    case Kind::Table: return "table";
+    case Kind::Array: return rfm_tool::TypeWord(elementType) + " array";
+    case Kind::Stream: return "stream";
+    case Kind::Space: break;
+    }
+    return "space";
+}
+
+// ---- Opening ----
+
+void RequireReadableFile(const std::string& path)
+{
+    const std::string name = OneLine(path);
+    struct stat status = {};
+    if (::stat(path.c_str(), &status) != 0)
+    {
+        const int error = errno;
+        if (error == ENOENT || error == ENOTDIR)
+            throw Failure(ExitMissing, name, "no such file", "give the path of a database, such as job.rdx");
+        throw Failure(ExitUnreadable, name, std::strerror(error), "check the rights of its folders");
+    }
+    if (S_ISDIR(status.st_mode))
+        throw Failure(ExitUnreadable, name, "is a directory", "give the path of a database in it");
+    if (!S_ISREG(status.st_mode))
+        throw Failure(ExitUnreadable, name, "is no regular file", "copy its bytes into a file first");
+    if (::access(path.c_str(), R_OK) != 0)
+        throw Failure(ExitUnreadable, name, std::strerror(errno), "ask its owner for the right to read it");
+    if (status.st_size == 0)
+        throw Failure(ExitUnreadable, name, "the file is empty", "its writer has not begun, or was stopped");
+}
+
+void RequireDatabaseMagic(const std::string& path)
+{
+    char bytes[8] = {};
+    std::ifstream file(path, std::ios::binary);
+    file.read(bytes, sizeof bytes);
+    const std::string_view start(bytes, static_cast<std::size_t>(file.gcount()));
+    if (start.starts_with(kOldMagic))
+        throw Failure(ExitUnreadable, OneLine(path), "a database of the old format, which is not read",
+                      "run its analysis again with a newer version");
+    // Files that hold a database in another way have marks of their own; the library knows them.
+    if (start.starts_with(kMagic) || start.starts_with("MRKTSA") || start.starts_with("\x89HDF")) return;
+    throw Failure(ExitUnreadable, OneLine(path), "not a database: it does not start with TVNR",
+                  "look at it with the program that made it");
+}
+
+void ThrowDamaged(const std::string& path, const std::exception& cause)
+{
+    throw Failure(ExitUnreadable, OneLine(path), PlainMessage(cause.what()),
+                  "`rfm check` tells what is damaged");
+}
+
+DatabaseFile::DatabaseFile(const std::string& path)
+    : m_Path(path),
+      m_File(OpenFile(path)),
+      m_Database(OpenDatabase(path, m_File))
+{
+}
+
+std::int64_t DatabaseFile::FileBytes() const { return m_File.Repr().MediumSize().Value(); }
+
+// ---- Objects ----
+
+std::vector<rfm_Handle> DatabaseFile::Handles()
+{
+    try
+    {
+        std::vector<rfm_Handle> handles;
+        for (const rfm_Handle& handle : m_Database.Handles()) handles.push_back(handle);
+        return handles;
+    }
+    catch (const nex_Exception& cause)
+    {
+        ThrowDamaged(m_Path, cause);
+    }
+}
+
+Object DatabaseFile::Describe(rfm_Handle handle)
+{
+    Object object;
+    object.handle = handle;
+    try
+    {
+        DescribeContent(object);
+    }
+    catch (const nex_Exception& cause)
+    {
+        object.damage = PlainMessage(cause.what());
+    }
+    return object;
+}
+
+void DatabaseFile::DescribeContent(Object& object)
+{
+    const rfm_Space space = m_Database.Space(object.handle, -1);
+    object.size = space.Length().Value();
+    object.allocation = space.Allocation().Value();
+    object.extents = object.allocation == 0 ? 0 : ExtentsOf(m_Database, object.handle);
+    const Head head = ReadHead(m_Database, object.handle);
+    object.kind = KindOf(object.handle, static_cast<std::uint32_t>(head.words[0]));
+    object.flushCount = head.words[1];
+    if (object.kind == Kind::Table) DescribeTable(object);
+    if (object.kind != Kind::Array) return;
+    object.elementType = static_cast<rfm_Type>(head.words[2]);
+    object.columns = head.words[3];
+    const std::int64_t rowBytes = std::int64_t{ElementBytes(head.words[2])} * head.words[3];
+    object.rowBytes = static_cast<int>(std::clamp<std::int64_t>(rowBytes, 0, INT32_MAX));
+    object.rows = rfm_RowsInSpace(object.size, rfm_ArrayFirstRowOffset, rowBytes);
+    if (head.count < 4 || ElementBytes(head.words[2]) == 0 || head.words[3] < 0)
+        object.damage = "the header of the array is damaged";
+}
+
+void DatabaseFile::DescribeTable(Object& object)
+{
+    const rfm_Table table = m_Database.Table(object.handle, -1, 1);
+    object.layout = table.TableMetadata().Name().CString();
+    for ([[maybe_unused]] const auto& [name, field] : table.TableMetadata().Fields()) ++object.columns;
+    object.rowBytes = table.RowSize();
+    object.rows = table.Length();
+}
+
+Object DatabaseFile::Find(const std::string& word)
+{
+    const std::optional<std::uint32_t> value = HandleFromWord(word);
+    return value ? FindByHandle(*value, word) : FindByLayout(word);
+}
+
+Object DatabaseFile::FindByHandle(std::uint32_t value, const std::string& word)
+{
+    const std::vector<rfm_Handle> handles = Handles();
+    if (!std::binary_search(handles.begin(), handles.end(), rfm_Handle(value)))
+        throw Failure(ExitMissing, OneLine(m_Path), "no object has the handle " + OneLine(word),
+                      "`rfm ls` lists the handles");
+    Object object = Describe(rfm_Handle(value));
+    if (object.damage.empty()) return object;
+    throw Failure(ExitUnreadable, fmt::format("{}: handle {}", OneLine(m_Path), value), object.damage,
+                  "`rfm check` tells what is damaged");
+}
+
+Object DatabaseFile::FindByLayout(const std::string& name)
+{
+    std::vector<Object> found;
+    std::vector<std::string> layouts;
+    for (const rfm_Handle handle : Handles())
+    {
+        Object object = Describe(handle);
+        if (object.kind != Kind::Table) continue;
+        layouts.push_back(object.layout);
+        if (object.layout == name) found.push_back(std::move(object));
+    }
+    if (found.empty())
+    {
+        const std::string_view near = NearestName(name, layouts);
+        throw Failure(ExitMissing, OneLine(m_Path), "no table has the layout " + OneLine(name),
+                      near.empty() ? "`rfm ls` lists the tables"
+                                   : fmt::format("did you mean {}?", OneLine(near)));
+    }
+    if (found.size() > 1)
+        Note(fmt::format("{} tables have the layout {}; this is the first, handle {}", found.size(),
+                         OneLine(name), found.front().handle.Value()));
+    return found.front();
+}
+
+Semaphore LookAtSemaphore(const std::string& path)
+{
+    Semaphore semaphore;
+    semaphore.path = rfm_SemaphorePath(path.c_str()).CString();
+    struct stat status = {};
+    semaphore.isPresent = ::stat(semaphore.path.c_str(), &status) == 0;
+    if (semaphore.isPresent) semaphore.since = status.st_mtim.tv_sec;
+    return semaphore;
+}
+} // namespace rfm_tool

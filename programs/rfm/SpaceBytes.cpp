@@ -1,0 +1,109 @@
+#include "SpaceBytes.h"
+
+#include "DatabaseFile.h"
+#include "Failure.h"
+#include "Text.h"
+#include "omi_Swapper.h"
+#include "rfm_FileRepr.h"
+#include "rfm_HeaderFormat.h"
+
+#include <algorithm>
+
+namespace rfm_tool
+{
+namespace
+{
+constexpr bool kStoredAsIs = omi_Swapper(omi_Swapper::Stored);
+
+rfm_File OpenAnyFile(const std::string& path)
+{
+    try
+    {
+        return rfm_File::Open(path.c_str(), utl_FileAccessRead);
+    }
+    catch (const nex_Exception& cause)
+    {
+        throw Failure(ExitUnreadable, OneLine(path), PlainMessage(cause.what()), "");
+    }
+}
+} // namespace
+
+FileImage::FileImage(const std::string& path)
+    : m_File(OpenAnyFile(path)),
+      m_Size(m_File.Repr().MediumSize().Value())
+{
+}
+
+int FileImage::Read(std::int64_t offset, char* bytes, int count)
+{
+    m_File.Repr().Seek(offset);
+    const int read = m_File.Repr().Read(bytes, count);
+    std::fill(bytes + read, bytes + count, '\0');
+    return read;
+}
+
+std::uint32_t FileImage::FlushCountNow()
+{
+    char bytes[4];
+    m_File.Repr().Refresh();
+    Read(rfm_FlushCountOffset, bytes, sizeof bytes);
+    return omi_Load<std::uint32_t>(bytes, kStoredAsIs);
+}
+
+SpaceBytes::SpaceBytes(FileImage& image, std::vector<Extent> extents)
+    : m_Image(image),
+      m_Extents(std::move(extents))
+{
+    for (const Extent& extent : m_Extents)
+    {
+        m_Starts.push_back(m_Length);
+        m_Length += extent.length;
+    }
+}
+
+std::size_t SpaceBytes::ExtentOf(std::int64_t place) const
+{
+    const auto behind = std::upper_bound(m_Starts.begin(), m_Starts.end(), place);
+    return behind == m_Starts.begin() ? 0 : static_cast<std::size_t>(behind - m_Starts.begin()) - 1;
+}
+
+std::int64_t SpaceBytes::FileOffset(std::int64_t place) const
+{
+    if (m_Extents.empty()) return 0;
+    const std::size_t extent = ExtentOf(place);
+    return m_Extents[extent].offset + (place - m_Starts[extent]);
+}
+
+void SpaceBytes::Load(std::int64_t place)
+{
+    m_Window.assign(kWindowBytes, '\0');
+    m_WindowStart = m_WindowEnd = place;
+    const std::int64_t end = std::min(m_Length, place + kWindowBytes);
+    for (std::size_t i = ExtentOf(place); m_WindowEnd < end; ++i)
+    {
+        const std::int64_t skipped = m_WindowEnd - m_Starts[i];
+        const std::int64_t count = std::min(m_Extents[i].length - skipped, end - m_WindowEnd);
+        if (count < 1) continue;
+        m_Image.Read(m_Extents[i].offset + skipped, m_Window.data() + (m_WindowEnd - m_WindowStart),
+                     static_cast<int>(count));
+        m_WindowEnd += count;
+    }
+    m_WindowEnd = place + kWindowBytes; // behind the end of the space stand zeros
+}
+
+const char* SpaceBytes::At(std::int64_t place, std::int64_t count)
+{
+    if (place < m_WindowStart || place + count > m_WindowEnd) Load(place);
+    return m_Window.data() + (place - m_WindowStart);
+}
+
+std::int32_t SpaceBytes::Int(std::int64_t place) { return omi_Load<std::int32_t>(At(place, 4), kStoredAsIs); }
+double SpaceBytes::Double(std::int64_t place) { return omi_Load<double>(At(place, 8), kStoredAsIs); }
+
+std::string SpaceBytes::Text(std::int64_t place, std::int64_t count)
+{
+    const std::int64_t there = std::clamp<std::int64_t>(std::min(count, m_Length - place), 0, kWindowBytes);
+    if (there == 0) return {};
+    return {At(place, there), static_cast<std::size_t>(there)};
+}
+} // namespace rfm_tool

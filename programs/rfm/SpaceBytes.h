@@ -1,0 +1,67 @@
+#pragma once
+
+#include "rfm_File.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace rfm_tool
+{
+/// The bytes of a file that may be damaged, read and never believed.
+class FileImage
+{
+public:
+    /// Throws: Failure.
+    explicit FileImage(const std::string& path);
+
+    std::int64_t Size() const noexcept { return m_Size; }
+    /// Bytes read: fewer at the end of the file; the rest of `bytes` is zero then.
+    int Read(std::int64_t offset, char* bytes, int count);
+    /// The flush count as the file has it now.
+    std::uint32_t FlushCountNow();
+
+private:
+    rfm_File m_File;
+    std::int64_t m_Size;
+};
+
+/// One contiguous piece of a space.
+struct Extent
+{
+    std::int64_t offset = 0; // in the file
+    std::int64_t length = 0; // bytes in use
+};
+
+/// The bytes of a space, over its extents, and where they lie in the file. Numbers come out of a window of 64 KiB, so that
+/// reading in sequence costs a call of the system per window.
+class SpaceBytes
+{
+public:
+    SpaceBytes(FileImage& image, std::vector<Extent> extents);
+
+    std::int64_t Length() const noexcept { return m_Length; }
+    /// What lies behind the end reads as zero.
+    std::int32_t Int(std::int64_t place);
+    double Double(std::int64_t place);
+    /// At most kWindowBytes of them.
+    std::string Text(std::int64_t place, std::int64_t count);
+    /// Where the byte at `place` lies in the file; behind the end, where it would.
+    std::int64_t FileOffset(std::int64_t place) const;
+
+    static constexpr std::int64_t kWindowBytes = 65536;
+
+private:
+    const char* At(std::int64_t place, std::int64_t count);
+    void Load(std::int64_t place);
+    std::size_t ExtentOf(std::int64_t place) const;
+
+    FileImage& m_Image;
+    std::vector<Extent> m_Extents;
+    std::vector<std::int64_t> m_Starts; // of each extent, in the space
+    std::int64_t m_Length = 0;
+    std::vector<char> m_Window;
+    std::int64_t m_WindowStart = 0;
+    std::int64_t m_WindowEnd = 0;
+};
+} // namespace rfm_tool

@@ -1,0 +1,219 @@
+#include "Command.h"
+#include "Failure.h"
+#include "Output.h"
+#include "Text.h"
+#include "check.h"
+#include "dump.h"
+#include "follow.h"
+#include "info.h"
+#include "ls.h"
+#include "rfm_Library.h"
+#include "unlock.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+#include <exception>
+
+namespace rfm_tool
+{
+namespace
+{
+using Commands = std::vector<std::unique_ptr<Command>>;
+
+// In the order in which the help shows them.
+Commands AllCommands()
+{
+    Commands commands;
+    commands.push_back(MakeInfo());
+    commands.push_back(MakeLs());
+    commands.push_back(MakeDump());
+    commands.push_back(MakeCheck());
+    commands.push_back(MakeFollow());
+    commands.push_back(MakeUnlock());
+    return commands;
+}
+
+extern "C" void LeaveAtInterrupt(int) { ::_exit(ExitInterrupted); }
+
+void SetUpSignals()
+{
+    // A reader of our output that leaves shows as EPIPE, which is quiet.
+    std::signal(SIGPIPE, SIG_IGN);
+    // Every line is written whole and nothing needs undoing, so leaving at once is safe.
+    struct sigaction leave = {};
+    leave.sa_handler = LeaveAtInterrupt;
+    ::sigaction(SIGINT, &leave, nullptr);
+}
+
+// Blocks of options line up; the words stand in the command's own help.
+class HelpFormatter : public CLI::Formatter
+{
+public:
+    std::string make_help(const CLI::App* app, std::string, CLI::AppFormatMode mode) const override
+    {
+        return app->get_description() + make_groups(app, mode);
+    }
+};
+
+std::string UsageLine(const Command& command, const CLI::App& app)
+{
+    std::string line = fmt::format("usage: rfm {}", command.Name());
+    for (const CLI::Option* option :
+         app.get_options([](const CLI::Option* each) { return each->get_positional(); }))
+        line += " " + option->get_name();
+    return line + " [OPTIONS]";
+}
+
+std::string MainHelp(const Commands& commands)
+{
+    std::string help =
+        "rfm looks into databases of tables, arrays and streams, while their writer runs or after it\n"
+        "was killed. It changes nothing; only unlock removes something, after asking.\n"
+        "\n"
+        "examples:\n"
+        "  rfm job.rdx                 what is it? (rfm info job.rdx)\n"
+        "  rfm dump job.rdx NODES      the rows of a table\n"
+        "  rfm check job.rdx           is it sound?\n"
+        "\n"
+        "commands:\n";
+    for (const std::unique_ptr<Command>& command : commands)
+        help += fmt::format("  {:<8}{}\n", command->Name(), command->Summary());
+    return help +
+           "\n"
+           "`rfm COMMAND --help` tells more. Data goes to standard output, everything else to standard "
+           "error.\n"
+           "\n"
+           "exit codes: 0 done, 1 the answer is no or damage was found, 2 wrong usage, 3 no such file or\n"
+           "object, 4 not a database or not readable, 5 busy or timed out, 7 output could not be written,\n"
+           "130 interrupted\n";
+}
+
+Command* FindCommand(const Commands& commands, std::string_view name)
+{
+    const auto found = std::find_if(commands.begin(), commands.end(),
+                                    [&](const auto& each) { return each->Name() == name; });
+    return found == commands.end() ? nullptr : found->get();
+}
+
+bool LooksLikeFile(const std::string& word)
+{
+    struct stat status = {};
+    return ::stat(word.c_str(), &status) == 0 || word.find_first_of("./") != std::string::npos;
+}
+
+[[noreturn]] void RefuseWord(const Commands& commands, const std::string& word)
+{
+    std::vector<std::string_view> names;
+    for (const std::unique_ptr<Command>& command : commands) names.push_back(command->Name());
+    const std::string_view near = NearestName(word, names);
+    throw Failure(ExitUsage, OneLine(word), "no such command or file",
+                  near.empty() ? "`rfm --help` lists the commands"
+                               : fmt::format("did you mean `rfm {}`?", near));
+}
+
+int RunCommand(Command& command, std::vector<std::string> words, Output& output)
+{
+    CLI::App app;
+    app.name(std::string(command.Name()));
+    app.formatter(std::make_shared<HelpFormatter>());
+    app.set_help_flag("-h,--help", "this text");
+    command.Declare(app);
+    app.description(fmt::format("{}\n\nrfm {}: {}\n\n{}", UsageLine(command, app), command.Name(),
+                                command.Summary(), command.Help()));
+    // The parser takes words from the end of its list.
+    std::reverse(words.begin(), words.end());
+    try
+    {
+        app.parse(std::move(words));
+    }
+    catch (const CLI::CallForHelp&)
+    {
+        output.Write(app.help());
+        return ExitDone;
+    }
+    catch (const CLI::ParseError& error)
+    {
+        throw Failure(ExitUsage, std::string(command.Name()), PlainMessage(error.what()),
+                      fmt::format("`rfm {} --help` shows how", command.Name()));
+    }
+    return command.Run(output);
+}
+
+int RunWords(std::vector<std::string> words, Output& output)
+{
+    const Commands commands = AllCommands();
+    if (words.empty())
+        throw Failure(ExitUsage, "nothing to do", "no command and no file was given",
+                      "`rfm --help` lists the commands, `rfm FILE` looks at a file");
+    const std::string first = words.front();
+    if (first == "--help" || first == "-h" || first == "help")
+    {
+        output.Write(MainHelp(commands));
+        return ExitDone;
+    }
+    if (first == "--version")
+    {
+        output.Line("rfm " RFM_VERSION);
+        return ExitDone;
+    }
+    Command* command = FindCommand(commands, first);
+    if (command == nullptr)
+    {
+        if (!LooksLikeFile(first)) RefuseWord(commands, first);
+        command = FindCommand(commands, "info");
+    }
+    else
+        words.erase(words.begin());
+    return RunCommand(*command, std::move(words), output);
+}
+
+int RunGuarded(int argc, char** argv, Output& output)
+{
+    try
+    {
+        return RunWords({argv + 1, argv + argc}, output);
+    }
+    catch (const Failure& failure)
+    {
+        output.Flush();
+        Note(failure.what());
+        return failure.Code();
+    }
+    catch (const std::bad_alloc&)
+    {
+        Note("memory: there is not enough of it; ask for fewer rows with -n");
+        return ExitUnreadable;
+    }
+    catch (const std::exception& failure)
+    {
+        output.Flush();
+        Note(PlainMessage(failure.what()) + "; `rfm check` tells whether the file is damaged");
+        return ExitUnreadable;
+    }
+}
+} // namespace
+
+// What could not be written is worse than any other answer, but for a reader who left.
+int Main(int argc, char** argv)
+{
+    SetUpSignals();
+    int initializations = 0;
+    rfm_initialize(initializations);
+    Output output;
+    const int code = RunGuarded(argc, argv, output);
+    output.Flush();
+    rfm_finalize(initializations);
+    if (output.Error() == 0) return code;
+    Note(fmt::format("standard output: {}; make room or write elsewhere, what came out is cut off",
+                     std::strerror(output.Error())));
+    return ExitOutput;
+}
+} // namespace rfm_tool
+
+int main(int argc, char** argv) { return rfm_tool::Main(argc, argv); }

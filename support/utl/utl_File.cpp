@@ -347,7 +347,7 @@ utl_FileIdentity utl_File::Identity() const
     struct stat status
     {
     };
-    if (::fstat(m_Descriptor, &status) != 0) throw utl_FileException("look at", m_Name, errno);
+    if (::fstat(m_Descriptor, &status) != 0) Refuse("look at", errno);
     return {status.st_dev, status.st_ino};
 }
 

@@ -91,6 +91,15 @@ TEST_F(rfm_DBStatusCheckerTest, AnotherCreationTimeMeansReplacedForGood)
     EXPECT_EQ(checker.CheckStatus(), rfm_FileStatus::RfmFileUpdated) << "the numbers stayed as they were";
 }
 
+TEST_F(rfm_DBStatusCheckerTest, AnotherFileWithTheSameNumbersIsAReplacementToo)
+{
+    NotingChecker checker(Name());
+    std::filesystem::rename(Name().CString(), m_Folder.Path("aside").CString());
+    PutHeader("\1\0\0\0", kTime);
+    EXPECT_EQ(checker.CheckStatus(), rfm_FileStatus::RfmFileReplaced);
+    EXPECT_EQ(checker.CheckStatus(), rfm_FileStatus::RfmFileReplaced);
+}
+
 TEST_F(rfm_DBStatusCheckerTest, TheTimeOfAnOlderFormatIsComparedLikeAnyOther)
 {
     std::string bytes(1024, '\0');
@@ -116,11 +125,10 @@ TEST_F(rfm_DBStatusCheckerTest, TheHalfOfTheTimeBehindItsFirstFourBytesDoesNotCo
 TEST_F(rfm_DBStatusCheckerTest, AFileThatWentIsGoneUntilItIsBack)
 {
     NotingChecker checker(Name());
-    const std::string bytes = BytesOf(Name());
-    ASSERT_EQ(::unlink(Name().CString()), 0);
+    std::filesystem::rename(Name().CString(), m_Folder.Path("aside").CString());
     EXPECT_EQ(checker.CheckStatus(), rfm_FileStatus::RfmFileGone);
     EXPECT_EQ(checker.CheckStatus(), rfm_FileStatus::RfmFileGone);
-    PutBytes(Name(), bytes);
+    std::filesystem::rename(m_Folder.Path("aside").CString(), Name().CString());
     EXPECT_EQ(checker.CheckStatus(), rfm_FileStatus::RfmFileUnchanged);
     EXPECT_THAT(checker.notes, ElementsAre("3", "3", "0"));
 }

@@ -753,8 +753,11 @@ TEST_F(utl_FileTest, AfterAnyFailedReadTheSameReadGivesTheSameBytes)
         while (all.size() < text.size())
         {
             std::string piece;
-            if (Thrown<utl_FileException>([&] { piece = Read(file, 1777); }) != "nothing was thrown")
+            const auto read = [&] { piece = Read(file, 1777); };
+            if (Thrown<utl_FileException>(read) != "nothing was thrown")
                 ++failures;
+            else
+                ASSERT_FALSE(piece.empty()) << "the end came early after read " << failAt;
             all += piece;
         }
         ASSERT_TRUE(all == text) << "read " << failAt << " failed";

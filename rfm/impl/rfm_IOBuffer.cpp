@@ -213,6 +213,13 @@ void rfm_IOBuffer::WritePast(const char* buffer, int bytes)
 
 int rfm_IOBuffer::Read(char* buffer, int count)
 {
+    if (m_Mode == Mode::Reading && count > 0 && count <= m_Limit - m_Cursor)
+    {
+        // The usual case, a row out of a loaded block: nothing but its bytes moves.
+        std::memcpy(buffer, m_Data.get() + m_Cursor, static_cast<std::size_t>(count));
+        m_Cursor += count;
+        return count;
+    }
     int done = 0;
     while (done < count)
     {
@@ -234,6 +241,12 @@ int rfm_IOBuffer::Read(char* buffer, int count)
 int rfm_IOBuffer::Write(const char* buffer, int count)
 {
     CheckWritable();
+    if (m_Mode == Mode::Writing && count > 0 && count <= m_Limit - m_Cursor)
+    {
+        std::memcpy(m_Data.get() + m_Cursor, buffer, static_cast<std::size_t>(count));
+        m_Cursor += count;
+        return count;
+    }
     WholeOrNothing transfer(*this);
     if (count >= m_Capacity)
     {

@@ -16,9 +16,12 @@ bool rfm_DecodeLinkageEntry(const char* bytes, bool swapped, rfm_LinkageEntry& e
     const double allocation = omi_Load<double>(bytes, swapped);
     const double length = omi_Load<double>(bytes + 8, swapped);
     const double offset = omi_Load<double>(bytes + 16, swapped);
-    entry = {};
     if (!rfm_IsStoredOffset(allocation) || !rfm_IsStoredOffset(length) || !rfm_IsStoredOffset(offset))
+    {
+        entry = {};
         return false;
+    }
+    entry.reachable = false;
     entry.allocation = rfm_OffsetFromStored(allocation);
     entry.length = rfm_OffsetFromStored(length);
     entry.offset = rfm_OffsetFromStored(offset);

@@ -2,6 +2,7 @@
 
 #include "rfm_LinkageFormat.h"
 
+#include <algorithm>
 #include <memory>
 #include <set>
 #include <vector>
@@ -12,6 +13,22 @@ struct rfm_LinkageBlock
     std::int64_t fileOffset = 0;
     bool dirty = false;     // must be written by the next flush
     std::uint32_t used = 1; // slots in use, slot 0 among them: 1 to 512
+    // The slots that differ from the file, first to last; the others need not be written again. A slot may be among
+    // them without making the block dirty: it goes out with the next one that does.
+    std::uint32_t firstChanged = rfm_LinkageBlockEntries;
+    std::uint32_t lastChanged = 0;
+
+    void Change(std::uint32_t slot) noexcept
+    {
+        firstChanged = std::min(firstChanged, slot);
+        lastChanged = std::max(lastChanged, slot);
+    }
+    void SetUnchanged() noexcept
+    {
+        dirty = false;
+        firstChanged = rfm_LinkageBlockEntries;
+        lastChanged = 0;
+    }
     rfm_LinkageEntry entries[rfm_LinkageBlockEntries];
 };
 
@@ -52,7 +69,9 @@ private:
 
 /// Decodes a block from its 14336 bytes; false when one of its numbers is none that a writer stores.
 bool rfm_DecodeLinkageBlock(const char* bytes, bool swapped, rfm_LinkageBlock& block);
-void rfm_EncodeLinkageBlock(const rfm_LinkageBlock& block, bool swapped, char* bytes);
+/// Encodes the slots from `first` to `last` into their places in the block's bytes.
+void rfm_EncodeLinkageSlots(const rfm_LinkageBlock& block, std::uint32_t first, std::uint32_t last, bool swapped,
+                            char* bytes);
 /// Where the blocks of a table lie, to tell a chain that comes back to itself at its first step back.
 class rfm_LinkagePlaces
 {

@@ -9,6 +9,14 @@
 class rfm_RowImpl;
 class rfm_TableRepr;
 
+/// Where a field lies in the rows of a table: all that an access needs, side by side.
+struct rfm_FieldPlace
+{
+    int type = rfm_TypeNone;
+    int position = -1; // among the stored fields: which presence bit
+    int offset = 0;    // in the image
+};
+
 /// What all handles of one row share.
 ///
 ///   impl set, count 0:    cached, not held         -- a handle is handed out --> held; a purge deletes it
@@ -75,8 +83,10 @@ public:
 private:
     bool Bit(int position) const noexcept { return (m_Bits[position / 32] >> (position % 32) & 1U) != 0; }
     void SetBit(int position) noexcept { m_Bits[position / 32] |= 1U << (position % 32); }
-    int PrepReadField(const rfm_FieldHandle& field, rfm_Type type) const;
-    int PrepWriteField(const rfm_FieldHandle& field, rfm_Type type);
+    const rfm_FieldPlace& PrepReadField(const rfm_FieldHandle& field, rfm_Type type) const;
+    const rfm_FieldPlace& PrepReadSlowly(const rfm_FieldHandle& field, rfm_Type type) const;
+    const rfm_FieldPlace& PrepWriteField(const rfm_FieldHandle& field, rfm_Type type);
+    const rfm_FieldPlace& PrepWriteSlowly(const rfm_FieldHandle& field, rfm_Type type) const;
 
     rfm_TableRepr& m_Table;
     unsigned* m_Bits;

@@ -10,12 +10,17 @@
 #include "rfm_StringPoolFormat.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
+#include <new>
+#include <sys/mman.h>
 
 namespace
 {
 constexpr std::int64_t kLoadPiece = 16 * 1024 * 1024;
 constexpr std::size_t kFirstIndexSlots = 1024;
+constexpr std::int64_t kHugePoolBytes = 4 * 1024 * 1024;
+constexpr std::size_t kLargePageBytes = 2 * 1024 * 1024;
 
 // A multiplicative hash over 8 bytes at a time: pool texts are short, and the table only needs their low bits mixed.
 std::uint32_t HashOf(std::string_view text) noexcept
@@ -44,8 +49,21 @@ void rfm_StringManagerFile::Bytes::Reserve(std::int64_t size)
 {
     if (size <= m_Capacity) return;
     const std::int64_t capacity = std::max<std::int64_t>({size, m_Capacity + m_Capacity / 2, 4096});
-    m_Data = static_cast<char*>(mem_Realloc(m_Data, static_cast<std::size_t>(capacity)));
+    if (capacity < kHugePoolBytes) m_Data = static_cast<char*>(mem_Realloc(m_Data, static_cast<std::size_t>(capacity)));
+    else MoveToLargePages(static_cast<std::size_t>(capacity));
     m_Capacity = capacity;
+}
+
+// A large pool asks for large pages: reading 20 MB into new memory would otherwise stop at 5000 page faults.
+void rfm_StringManagerFile::Bytes::MoveToLargePages(std::size_t capacity)
+{
+    const std::size_t rounded = (capacity + kLargePageBytes - 1) / kLargePageBytes * kLargePageBytes;
+    char* moved = static_cast<char*>(std::aligned_alloc(kLargePageBytes, rounded));
+    if (moved == nullptr) throw std::bad_alloc();
+    static_cast<void>(::madvise(moved, rounded, MADV_HUGEPAGE)); // advice: without large pages it works as well
+    if (m_Data != nullptr) std::memcpy(moved, m_Data, static_cast<std::size_t>(m_Capacity));
+    mem_Free(m_Data);
+    m_Data = moved;
 }
 
 rfm_StringManagerFile::rfm_StringManagerFile(rfm_DatabaseReprFile& database)
@@ -105,14 +123,24 @@ void rfm_StringManagerFile::MarkRecords(std::int64_t start, std::int64_t end)
 {
     m_RecordBits.resize(static_cast<std::size_t>(end / 256 + 1));
     std::int64_t record = start;
+    // The bits of one word are gathered before they are stored: a store per record would make each wait for the last.
+    std::size_t word = static_cast<std::size_t>(start / 256);
+    std::uint64_t bits = m_RecordBits[word];
     while (end - record >= 4)
     {
         const std::int64_t length = omi_Load<std::int32_t>(m_Bytes.At(record), m_Swapped);
         const std::int64_t bytes = rfm_StringRecordBytes(length);
         if (length < 0 || bytes > end - record) ThrowCorrupt();
-        m_RecordBits[static_cast<std::size_t>(record / 256)] |= std::uint64_t{1} << (record / 4 % 64);
+        if (static_cast<std::size_t>(record / 256) != word)
+        {
+            m_RecordBits[word] = bits;
+            word = static_cast<std::size_t>(record / 256);
+            bits = 0;
+        }
+        bits |= std::uint64_t{1} << (record / 4 % 64);
         record += bytes;
     }
+    m_RecordBits[word] = bits;
     if (record != end) ThrowCorrupt();
 }
 

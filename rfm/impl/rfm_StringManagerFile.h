@@ -55,6 +55,8 @@ private:
         const char* At(std::int64_t offset) const noexcept { return m_Data + offset; }
 
     private:
+        void MoveToLargePages(std::size_t capacity);
+
         char* m_Data = nullptr;
         std::int64_t m_Capacity = 0;
     };

@@ -127,14 +127,14 @@ void rfm_TableRepr::SetUp()
     }
     m_WordCount = (stored + 31) / 32;
     m_RowSize = m_WordCount * 4;
-    m_FieldsByIndex.resize(static_cast<std::size_t>(indices));
+    m_PlacesByIndex.resize(static_cast<std::size_t>(indices));
     for (const auto& [name, field] : fields)
     {
         if (field.stored == 0) continue;
-        const int position = static_cast<int>(m_Offsets.size());
-        m_Offsets.push_back(m_RowSize);
+        const int position = static_cast<int>(m_Places.size());
+        m_Places.push_back({field.type, position, m_RowSize});
         m_PositionByName.Insert(name, position);
-        if (field.index >= 0) m_FieldsByIndex[static_cast<std::size_t>(field.index)] = {field.type, position};
+        if (field.index >= 0) m_PlacesByIndex[static_cast<std::size_t>(field.index)] = m_Places.back();
         m_RowSize += BytesOfField(field, *m_Metadata, *m_Strings);
     }
 }
@@ -145,15 +145,16 @@ void rfm_TableRepr::WriteHeader()
     m_Buffer.WriteArray(head, 3);
 }
 
-int rfm_TableRepr::PositionOf(const rfm_FieldHandle& field) const
+const rfm_FieldPlace* rfm_TableRepr::PlaceOf(const rfm_FieldHandle& field) const
 {
     if (field.Index() >= 0)
     {
         const std::size_t index = static_cast<std::size_t>(field.Index());
-        return index < m_FieldsByIndex.size() ? m_FieldsByIndex[index].position : -1;
+        const bool known = index < m_PlacesByIndex.size() && m_PlacesByIndex[index].position >= 0;
+        return known ? &m_PlacesByIndex[index] : nullptr;
     }
     const auto* node = m_PositionByName.Find(field.Name());
-    return node != nullptr ? node->value : -1;
+    return node != nullptr ? &m_Places[static_cast<std::size_t>(node->value)] : nullptr;
 }
 
 // kept: the offset of a row is computed in signed 32 bits, as every reader of the format does. NewRow, Extend and
@@ -229,7 +230,7 @@ std::size_t rfm_TableRepr::PlaceInCache(int row) const noexcept
 
 rfm_TableRepr::RowBlock* rfm_TableRepr::FindCached(int row) const noexcept
 {
-    if (m_Rows.empty()) return nullptr;
+    if (m_Rows.empty() || m_Rows.back()->row.Location() < row) return nullptr;
     const std::int64_t guess = std::int64_t{row} - m_Rows.front()->row.Location();
     if (guess < 0) return nullptr;
     if (guess < static_cast<std::int64_t>(m_Rows.size()))
@@ -273,7 +274,9 @@ void rfm_TableRepr::Fill(int row)
             mem_Free(block);
             throw;
         }
-        m_Rows.insert(m_Rows.begin() + static_cast<std::ptrdiff_t>(PlaceInCache(row)), block);
+        const bool behindAll = m_Rows.empty() || m_Rows.back()->row.Location() < row;
+        const std::size_t place = behindAll ? m_Rows.size() : PlaceInCache(row);
+        m_Rows.insert(m_Rows.begin() + static_cast<std::ptrdiff_t>(place), block);
     }
 }
 
@@ -531,9 +534,9 @@ std::vector<rfm_TableRepr::FieldMove> rfm_TableRepr::PlanMoves(const rfm_TableRe
     for (const auto& [name, field] : m_Metadata->Fields())
     {
         if (field.stored == 0) continue;
-        const int from = source.PositionOf(rfm_FieldHandle(name));
-        const int to = PositionOf(rfm_FieldHandle(name));
-        moves.push_back({field.type, from, source.OffsetOf(from), to, OffsetOf(to)});
+        const rfm_FieldPlace& from = *source.PlaceOf(rfm_FieldHandle(name));
+        const rfm_FieldPlace& to = *PlaceOf(rfm_FieldHandle(name));
+        moves.push_back({field.type, from.position, from.offset, to.position, to.offset});
     }
     return moves;
 }

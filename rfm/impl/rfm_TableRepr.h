@@ -59,24 +59,17 @@ public:
     // For the rows.
     bool Swapped() const noexcept { return m_Buffer.Swapped(); }
     rfm_StringManager& StringManager() const noexcept { return *m_Strings; }
-    /// Stored position of a field, -1 when rows don't have it.
-    int PositionOf(const rfm_FieldHandle& field) const;
-    /// The same for an index, and -1 also when the field is of another type.
-    int PositionOfType(int index, rfm_Type type) const noexcept
+    /// Where a field lies in the rows; null when they don't have it.
+    const rfm_FieldPlace* PlaceOf(const rfm_FieldHandle& field) const;
+    /// The same for an index, and null also when the field is of another type.
+    const rfm_FieldPlace* PlaceOfType(int index, rfm_Type type) const noexcept
     {
-        if (static_cast<std::size_t>(index) >= m_FieldsByIndex.size()) return -1;
-        const IndexedField& field = m_FieldsByIndex[static_cast<std::size_t>(index)];
-        return field.type == type ? field.position : -1;
+        if (static_cast<std::size_t>(index) >= m_PlacesByIndex.size()) return nullptr;
+        const rfm_FieldPlace& place = m_PlacesByIndex[static_cast<std::size_t>(index)];
+        return place.type == type ? &place : nullptr;
     }
-    int OffsetOf(int position) const noexcept { return m_Offsets[static_cast<std::size_t>(position)]; }
 
 private:
-    /// A field by its index: what a field access needs, in one place.
-    struct IndexedField
-    {
-        int type = 0;
-        int position = -1;
-    };
     /// One allocation: the control block, the row, its presence words and its image.
     struct RowBlock : rfm_RowRepr
     {
@@ -127,9 +120,9 @@ private:
     bool m_HeaderDirty = false;
     int m_WordCount = 0;
     int m_RowSize = 0;
-    std::vector<int> m_Offsets;                  // by stored position
+    std::vector<rfm_FieldPlace> m_Places;        // by stored position
     omi_Btree<cow_String, int> m_PositionByName; // stored fields only
-    std::vector<IndexedField> m_FieldsByIndex;
+    std::vector<rfm_FieldPlace> m_PlacesByIndex; // of no type where rows don't have the field
     // Order: the buffer settles into the space, so it goes first.
     std::unique_ptr<rfm_SpaceRepr> m_Space;
     rfm_IOBuffer m_Buffer;

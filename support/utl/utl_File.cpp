@@ -88,7 +88,11 @@ void utl_File::RefuseUnlessRegular(const char* action)
     {
     };
     const bool known = ::fstat(m_Descriptor, &status) == 0;
-    if (known && S_ISREG(status.st_mode)) return;
+    if (known && S_ISREG(status.st_mode))
+    {
+        m_Identity = {status.st_dev, status.st_ino};
+        return;
+    }
     const int error = !known ? errno : S_ISDIR(status.st_mode) ? EISDIR : 0;
     ::close(m_Descriptor);
     m_Descriptor = -1;
@@ -135,7 +139,7 @@ void utl_File::OpenFreshBeside(const cow_String& path, unsigned mode)
         if (::fchmod(descriptor, mode) == 0 && ::rename(fresh.CString(), path.CString()) == 0)
         {
             m_Descriptor = descriptor;
-            return;
+            return RefuseUnlessRegular("create");
         }
         ::unlink(fresh.CString());
         ::close(descriptor);
@@ -340,15 +344,6 @@ utl_FileOffset utl_File::FileSize() const
     if (::fstat(m_Descriptor, &status) != 0) Refuse("look at", errno);
     const std::int64_t gatheredEnd = m_Mode == Mode::Gathering ? m_BlockStart + m_BlockCount : 0;
     return std::max<std::int64_t>(status.st_size, gatheredEnd);
-}
-
-utl_FileIdentity utl_File::Identity() const
-{
-    struct stat status
-    {
-    };
-    if (::fstat(m_Descriptor, &status) != 0) Refuse("look at", errno);
-    return {status.st_dev, status.st_ino};
 }
 
 void utl_File::Extend(const utl_FileOffset& size)

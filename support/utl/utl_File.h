@@ -54,7 +54,7 @@ public:
     int Write(const char* buffer, int count);
     utl_FileOffset FileSize() const;
     /// Tells this file from any other that had or gets its name.
-    utl_FileIdentity Identity() const;
+    const utl_FileIdentity& Identity() const noexcept { return m_Identity; }
     /// Sets the size, up or down. Upwards it reserves real blocks, so that a full disk shows here.
     void Extend(const utl_FileOffset& size);
     /// Hands what is gathered to the system.
@@ -90,6 +90,7 @@ private:
 
     int m_Descriptor = -1;
     cow_String m_Name;
+    utl_FileIdentity m_Identity;
     std::int64_t m_Position = 0;
 
     Mode m_Mode = Mode::Idle;

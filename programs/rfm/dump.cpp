@@ -125,9 +125,11 @@ Listing DumpCommand::Begin(const Object& object, std::vector<Column> columns)
     std::string head = fmt::format("\"command\":\"dump\",\"file\":{},\"handle\":{},\"type\":\"{}\",",
                                    TextJson(m_File), object.handle.Value(), object.TypeWord());
     if (object.kind == Kind::Table) head += fmt::format("\"layout\":{},", TextJson(object.layout));
-    columns.insert(
-        columns.begin(),
-        {object.kind == Kind::Strings || object.kind == Kind::Space ? "offset" : "row", "int", true});
+    columns.insert(columns.begin(),
+                   {object.kind == Kind::Strings || object.kind == Kind::Space || object.kind == Kind::Unused
+                        ? "offset"
+                        : "row",
+                    "int", true});
     return {*m_Output, m_Style.Choose(*m_Output), std::move(columns), head};
 }
 

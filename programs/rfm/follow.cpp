@@ -300,6 +300,8 @@ void FollowCommand::Reopen(std::vector<Change>& changes)
     std::unique_ptr<View> fresh = TryToOpen(m_File);
     if (fresh == nullptr) return;
     for (Change& change : fresh->LookSince(*m_View)) changes.push_back(std::move(change));
+    const auto byHandle = [](const Change& left, const Change& right) { return left.handle < right.handle; };
+    std::stable_sort(changes.begin(), changes.end(), byHandle);
     m_View = std::move(fresh);
 }
 

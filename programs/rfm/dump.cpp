@@ -49,12 +49,8 @@ public:
         DeclareFile(app, m_File);
         app.add_option("OBJECT", m_Object, "a handle, or the layout of a table")->required();
         m_Style.DeclareAll(app);
-        app.add_option("-n", m_Count, "at most this many rows")
-            ->type_name("N")
-            ->check(CLI::NonNegativeNumber);
-        app.add_option("--from", m_From, "the first row to show, from 0")
-            ->type_name("ROW")
-            ->check(CLI::NonNegativeNumber);
+        DeclareCount(app, "-n", m_Count, "N", "at most this many rows");
+        DeclareCount(app, "--from", m_From, "ROW", "the first row to show, from 0");
         app.add_flag("-a,--all", m_All, "all rows, on a terminal too")->excludes("-n");
     }
     int Run(Output& output) override;

@@ -71,8 +71,12 @@ TEST_F(RfmTool, WrongUsageIsExitTwoAndOneLine)
     ExpectFailure({"ls", m_File, "--bogus"}, 2,
                   "ls: The following argument was not expected: --bogus; `rfm ls --help` shows how");
     EXPECT_EQ(Tool::Run({"dump", m_File, "4", "--csv", "--json"}).code, 2);
-    EXPECT_EQ(Tool::Run({"dump", m_File, "4", "-n", "-1"}).code, 2);
-    EXPECT_EQ(Tool::Run({"dump", m_File, "4", "-n", "many"}).code, 2);
+    ExpectFailure({"dump", m_File, "4", "-n", "-1"}, 2,
+                  "dump: -n: -1 is not a whole number from 0 up; `rfm dump --help` shows how");
+    ExpectFailure({"dump", m_File, "4", "--from", "1e3"}, 2,
+                  "dump: --from: 1e3 is not a whole number from 0 up; `rfm dump --help` shows how");
+    ExpectFailure({"follow", m_File, "--timeout", "soon"}, 2,
+                  "follow: --timeout: soon is not a number of seconds; `rfm follow --help` shows how");
 }
 
 TEST_F(RfmTool, AMissingFileIsExitThreeForEveryCommand)

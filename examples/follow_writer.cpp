@@ -1,5 +1,4 @@
-// One process appends to an array and flushes, another follows it: reads, polls the file's status, snaps,
-// reads on.
+// One process appends to an array, another follows it: reads, polls the file's status, snaps, reads on.
 #include "rfm.h"
 
 #include <cstdio>
@@ -17,6 +16,7 @@ static int Follow(const char* fileName, rfm_Handle handle)
     }
     return std::fflush(stdout);
 }
+
 static int WriteFollowed(const char* fileName)
 {
     rfm_Database database =
@@ -29,6 +29,7 @@ static int WriteFollowed(const char* fileName)
     int status = 0;
     return waitpid(reader, &status, 0) == reader ? status : 1;
 }
+
 int main(int argc, char** argv)
 {
     int count = 0;

@@ -96,20 +96,14 @@ Colour Shaded(Colour colour, double light)
     return {Blend(0, colour.red, light), Blend(0, colour.green, light), Blend(0, colour.blue, light)};
 }
 
-Point Minus(const Point& a, const Point& b)
-{
-    return {a.x - b.x, a.y - b.y, a.z - b.z};
-}
+Point Minus(const Point& a, const Point& b) { return {a.x - b.x, a.y - b.y, a.z - b.z}; }
 
 Point Cross(const Point& a, const Point& b)
 {
     return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
 }
 
-double Dot(const Point& a, const Point& b)
-{
-    return a.x * b.x + a.y * b.y + a.z * b.z;
-}
+double Dot(const Point& a, const Point& b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
 
 // A parallel projection: the model is turned about the vertical and tilted towards the viewer. In the result
 // x goes right, y goes up, and z comes out of the picture.

@@ -2,11 +2,11 @@
 # Runs the solver, the recorder beside it and a viewer in a third process, all at once, and checks that what
 # the viewer saw equals the solver's own files.
 #
-#   run_demo.sh BIN_FOLDER [OUTPUT_FOLDER]
+#   run_demo.sh [OUTPUT_FOLDER]
 #
-# BIN_FOLDER holds record_solver and follow_results. OUTPUT_FOLDER (./demo-output when not given) is made anew
-# each time; a folder that was not made here is left alone. Exit code 0: all three processes ended well and
-# everything is equal.
+# OUTPUT_FOLDER (./demo-output when not given) is made anew each time; a folder that was not made here is left alone. The
+# programs are those of the release build, or of the folder that DEMO_BIN names. Exit code 0: all three processes ended
+# well and everything is equal.
 set -u
 
 readonly steps=1000  # about 15 s of the solver on one core
@@ -19,13 +19,17 @@ readonly marker=.made-by-the-demo
 say() { printf 'demo: %s\n' "$*"; }
 fail() { printf 'demo: FAILED: %s\n' "$*" >&2; exit 1; }
 
-[ $# -ge 1 ] && [ $# -le 2 ] || { echo "usage: run_demo.sh BIN_FOLDER [OUTPUT_FOLDER]" >&2; exit 2; }
+if [ $# -gt 1 ]; then
+    echo "usage: run_demo.sh [OUTPUT_FOLDER]" >&2
+    exit 2
+fi
 here=$(cd "$(dirname "$0")" && pwd) || exit 1
-bin=$(cd "$1" && pwd) || fail "there is no folder $1"
-output=${2:-demo-output}
+bin=${DEMO_BIN:-$here/../build/release/bin}
+bin=$(cd "$bin" 2>/dev/null && pwd) || fail "there is no folder $bin: build first"
+output=${1:-demo-output}
 
 for program in record_solver follow_results; do
-    [ -x "$bin/$program" ] || fail "there is no program $bin/$program: build it first"
+    [ -x "$bin/$program" ] || fail "there is no program $bin/$program: build first"
 done
 for needed in "$package_case" "$package_profile" /usr/bin/python3; do
     [ -e "$needed" ] || fail "$needed is missing: install the packages syrthes, syrthes-tests and python3"
@@ -33,7 +37,7 @@ done
 
 # The solver starts a compiler and a program of its own: each of the three gets a process group, so that
 # nothing of theirs is left behind however this script ends.
-solver= recorder= viewer=
+solver='' recorder='' viewer=''
 clean_up() {
     for group in $viewer $recorder $solver; do
         kill -TERM -- "-$group" 2>/dev/null
@@ -49,7 +53,9 @@ make_output_folder() {
         [ -f "$output/$marker" ] || fail "$output exists and was not made by this demo: name another folder"
         rm -rf "$output" || fail "$output can't be removed"
     fi
-    mkdir -p "$output" && : >"$output/$marker" || fail "$output can't be made"
+    if ! mkdir -p "$output" || ! : >"$output/$marker"; then
+        fail "$output can't be made"
+    fi
     output=$(cd "$output" && pwd)
 }
 
@@ -68,6 +74,7 @@ run_solver() {
     cd "$output/case/syrthes" || return 1
     (
         set +u
+        # shellcheck source=/dev/null
         . "$package_profile"
         exec /usr/bin/python3 syrthes.py -n 1 -d demo.syd
     ) >"$output/solver.log" 2>&1
@@ -93,24 +100,28 @@ run_solver &
 solver=$!
 set +m
 
-# The viewer ends by itself when the recorder has published the end, also the end of a run that failed. A
-# recorder that could not do so would leave it waiting.
-wait $solver
-solver_code=$?
-solver=
-wait $recorder
-recorder_code=$?
-recorder=
-if [ $recorder_code -gt 1 ] || { [ $recorder_code -ne 0 ] && ! [ -e "$output/run.rdx" ]; }; then
-    fail "the recorder ended with $recorder_code"
+# A solver that fails makes the recorder publish that the run has failed, and the viewer end by itself: all are waited
+# for. When another one fails first, the solver would run on for nothing; and a recorder that was killed published
+# nothing, so that the viewer would wait for it.
+failure=
+while [ -n "$solver$recorder$viewer" ]; do
+    wait -n -p ended $solver $recorder $viewer
+    code=$?
+    case $ended in
+        "$solver") name=solver solver='' ;;
+        "$recorder") name=recorder recorder='' ;;
+        "$viewer") name=viewer viewer='' ;;
+    esac
+    [ $code -eq 0 ] && continue
+    failure=${failure:-the $name ended with $code}
+    if [ -n "$solver" ] || [ $code -ge 128 ]; then
+        break
+    fi
+done
+if [ -n "$failure" ]; then
+    [[ $failure == "the solver"* ]] && tail -n 20 "$output/solver.log" >&2
+    fail "$failure (the solver's own words: $output/solver.log)"
 fi
-wait $viewer
-viewer_code=$?
-viewer=
-
-[ $solver_code -eq 0 ] || { tail -n 20 "$output/solver.log" >&2; fail "the solver ended with $solver_code"; }
-[ $recorder_code -eq 0 ] || fail "the recorder ended with $recorder_code"
-[ $viewer_code -eq 0 ] || fail "the viewer ended with $viewer_code"
 
 say "comparing with the solver's own files: what the viewer saw while it ran, and the database as it is now"
 "$bin/follow_results" --print-checksums "$output/run.rdx" >"$output/database.txt" ||

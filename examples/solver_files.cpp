@@ -331,10 +331,7 @@ bool LineSplitter::Next(std::string_view& line)
     return true;
 }
 
-void LineSplitter::Refuse(const std::string& what) const
-{
-    throw FileError(m_FileName, m_Line, what);
-}
+void LineSplitter::Refuse(const std::string& what) const { throw FileError(m_FileName, m_Line, what); }
 
 Case ReadCase(const std::string& fileName)
 {
@@ -387,10 +384,7 @@ Case ReadCase(const std::string& fileName)
     return result;
 }
 
-Mesh ReadMesh(const std::string& fileName)
-{
-    return MeshReader(fileName).Read();
-}
+Mesh ReadMesh(const std::string& fileName) { return MeshReader(fileName).Read(); }
 
 std::vector<Group> ReadGroups(const std::string& fileName)
 {

@@ -68,7 +68,7 @@ void WalkTable(rfm_Database& database, rfm_Handle handle)
             [&]
             {
                 const rfm_Row current = table.ReadRow(row);
-                for (auto [name, field] : table.GetFieldMap()) Refusable([&] { ReadField(current, field); });
+                for (auto entry : table.GetFieldMap()) Refusable([&] { ReadField(current, entry.value); });
             });
 }
 

@@ -24,7 +24,7 @@ public:
     /// The text with the name of its class in front.
     virtual cow_String AsString() const = 0;
     /// `AsString` with the source name and line of the throw.
-    cow_String DeveloperReport() const;
+    virtual cow_String DeveloperReport() const;
     const char* what() const noexcept override = 0;
 
     /// Records where, and throws this object.

@@ -6,7 +6,7 @@
 #include <cstdint>
 
 /// A position in a file or a length in bytes: a signed 64-bit number whose sums are checked.
-/// Throws: nex_TextException when a sum or difference leaves 64 bits, or `DiffAsInt32` leaves 32.
+/// Throws: nex_TextException when a sum or difference leaves 64 bits, or `DiffAsInt32` leaves 32; nothing changes then.
 class RFM_EXPORT utl_FileOffset
 {
 public:
@@ -18,12 +18,16 @@ public:
 
     utl_FileOffset& operator+=(utl_FileOffset step)
     {
-        if (__builtin_add_overflow(m_Value, step.m_Value, &m_Value)) ThrowOverflow();
+        std::int64_t sum = 0;
+        if (__builtin_add_overflow(m_Value, step.m_Value, &sum)) ThrowOverflow();
+        m_Value = sum;
         return *this;
     }
     utl_FileOffset& operator-=(utl_FileOffset step)
     {
-        if (__builtin_sub_overflow(m_Value, step.m_Value, &m_Value)) ThrowOverflow();
+        std::int64_t difference = 0;
+        if (__builtin_sub_overflow(m_Value, step.m_Value, &difference)) ThrowOverflow();
+        m_Value = difference;
         return *this;
     }
     friend utl_FileOffset operator+(utl_FileOffset left, utl_FileOffset right) { return left += right; }

@@ -4,7 +4,9 @@
 #include "nex_Exception.h"
 #include "omi_Swapper.h"
 #include "rfm_DatabaseRepr.h"
+#include "rfm_Exc.h"
 #include "rfm_LinkageFormat.h"
+#include "rfm_ObjectFlush.h"
 #include "rfm_ObjectFormat.h"
 #include "rfm_StringManager.h"
 
@@ -78,7 +80,15 @@ int rfm_ArrayRepr::Location() const
     return rfm_RowsInSpace(m_Buffer.Location().Value(), rfm_ArrayFirstRowOffset, RowBytes());
 }
 
-void rfm_ArrayRepr::Seek(int row) { m_Buffer.Seek(rfm_ArrayFirstRowOffset + row * RowBytes()); }
+// A stored count of elements may be anything, so the product is checked.
+std::int64_t rfm_ArrayRepr::PlaceOf(int row) const
+{
+    std::int64_t place = 0;
+    if (__builtin_mul_overflow(RowBytes(), row, &place)) rfm_ThrowCorrupt(m_Database.FileName());
+    return (utl_FileOffset(place) + rfm_ArrayFirstRowOffset).Value();
+}
+
+void rfm_ArrayRepr::Seek(int row) { m_Buffer.Seek(PlaceOf(row)); }
 
 int rfm_ArrayRepr::ElementsOf(int rowCount) const
 {
@@ -114,14 +124,7 @@ template int rfm_ArrayRepr::Write(const cow_String*, int);
 int rfm_ArrayRepr::Flush()
 {
     if (m_Buffer.ReadOnly()) return 0;
-    const utl_FileOffset place = m_Buffer.Location();
-    const int count = static_cast<int>(static_cast<std::uint32_t>(m_FlushCount) + 1U);
-    m_Buffer.Seek(rfm_ObjectFlushCountOffset);
-    m_Buffer.WriteInt(count);
-    m_Buffer.Flush();
-    m_FlushCount = count;
-    m_Buffer.Seek(place);
-    return m_FlushCount;
+    return m_FlushCount = rfm_FlushObject(m_Buffer, m_FlushCount);
 }
 
 int rfm_ArrayRepr::Snap()
@@ -145,7 +148,7 @@ int rfm_ArrayRepr::Snap()
 void rfm_ArrayRepr::Truncate(int rows)
 {
     if (m_Buffer.ReadOnly()) nex_ThrowText(atr_Message("***ERROR: Attempt to truncate read only array."));
-    const std::int64_t length = rfm_ArrayFirstRowOffset + std::max(rows, 0) * RowBytes();
+    const std::int64_t length = PlaceOf(std::max(rows, 0)); // never into the header
     m_Buffer.Flush();
     m_Buffer.Seek(rfm_ArrayFirstRowOffset);
     m_Space->Truncate(length);
@@ -162,7 +165,8 @@ int rfm_ArrayRepr::CopyAllowed(const rfm_ArrayRepr& other) const
     return m_FieldCount == other.m_FieldCount ? 1 : 0;
 }
 
-// The source's length is taken before the first byte moves: an array appended to itself stops there.
+// The source's length is taken before the first byte moves: an array appended to itself stops there. Both arrays are
+// left at their ends.
 void rfm_ArrayRepr::Append(rfm_ArrayRepr& source)
 {
     if (m_Buffer.ReadOnly())
@@ -171,7 +175,16 @@ void rfm_ArrayRepr::Append(rfm_ArrayRepr& source)
     source.Flush();
     m_Buffer.Flush();
     source.m_Buffer.Flush();
-    if (m_Type == rfm_TypeString) return AppendStrings(source);
+    const utl_FileOffset sourceEnd = source.m_Buffer.Length();
+    if (m_Type == rfm_TypeString)
+        AppendStrings(source);
+    else
+        AppendBytes(source);
+    if (&source != this) source.m_Buffer.Seek(sourceEnd);
+}
+
+void rfm_ArrayRepr::AppendBytes(rfm_ArrayRepr& source)
+{
     const std::int64_t bytes = source.m_Buffer.Length().Value() - rfm_ArrayFirstRowOffset;
     rfm_IOBuffer reader(source.m_Space.get(), static_cast<int>(kCopyBytes));
     reader.Seek(rfm_ArrayFirstRowOffset);

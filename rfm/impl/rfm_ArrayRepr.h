@@ -39,6 +39,8 @@ public:
 private:
     std::int64_t RowBytes() const;
     int ElementsOf(int rowCount) const;
+    std::int64_t PlaceOf(int row) const;
+    void AppendBytes(rfm_ArrayRepr& source);
     void AppendStrings(rfm_ArrayRepr& source);
 
     rfm_DatabaseRepr& m_Database;

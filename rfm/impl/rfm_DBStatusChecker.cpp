@@ -3,27 +3,27 @@
 #include "omi_Swapper.h"
 #include "rfm_FileRepr.h"
 #include "rfm_HeaderFormat.h"
-#include "utl_File.h"
 #include "utl_FilePath.h"
 
 rfm_DBStatusChecker::~rfm_DBStatusChecker() = default;
 
 rfm_DBStatusCheckerFile::rfm_DBStatusCheckerFile(const cow_String& fileName) : m_FileName(fileName)
 {
-    const Counts counts = ReadCounts();
-    m_FlushCount = counts.flushCount;
-    m_CreationTime = counts.creationTime;
+    const Seen now = Look();
+    m_FlushCount = now.flushCount;
+    m_CreationTime = now.creationTime;
+    m_Identity = now.identity;
 }
 
 // Both numbers with one read, so that they are of one moment. What a short file lacks counts as zero.
-rfm_DBStatusCheckerFile::Counts rfm_DBStatusCheckerFile::ReadCounts() const
+rfm_DBStatusCheckerFile::Seen rfm_DBStatusCheckerFile::Look() const
 {
     char bytes[8] = {};
     utl_File file(m_FileName, utl_FileAccessRead, 0);
     file.Seek(rfm_FlushCountOffset);
     file.Read(bytes, sizeof bytes);
     const omi_Swapper swapped(omi_Swapper::Stored);
-    return {omi_Load<int>(bytes, swapped), omi_Load<int>(bytes + 4, swapped)};
+    return {omi_Load<int>(bytes, swapped), omi_Load<int>(bytes + 4, swapped), file.Identity()};
 }
 
 bool rfm_DBStatusCheckerFile::SemaphoreIsPresent() const
@@ -31,7 +31,7 @@ bool rfm_DBStatusCheckerFile::SemaphoreIsPresent() const
     return !utl_UrlParser::IsUrl(m_FileName) && utl_Stat(rfm_SemaphorePath(m_FileName)).Exists();
 }
 
-rfm_FileStatus::RfmFileStatus rfm_DBStatusCheckerFile::Seen(rfm_FileStatus::RfmFileStatus status)
+rfm_FileStatus::RfmFileStatus rfm_DBStatusCheckerFile::Tell(rfm_FileStatus::RfmFileStatus status)
 {
     StatusSeen(status);
     return status;
@@ -39,20 +39,21 @@ rfm_FileStatus::RfmFileStatus rfm_DBStatusCheckerFile::Seen(rfm_FileStatus::RfmF
 
 rfm_FileStatus::RfmFileStatus rfm_DBStatusCheckerFile::CheckStatus()
 {
-    if (SemaphoreIsPresent()) return Seen(rfm_FileStatus::RfmFileInTransaction);
-    Counts counts{};
+    if (SemaphoreIsPresent()) return Tell(rfm_FileStatus::RfmFileInTransaction);
+    Seen now;
     try
     {
-        counts = ReadCounts();
+        now = Look();
     }
     catch (const utl_FileExceptionNoFile&)
     {
-        return Seen(rfm_FileStatus::RfmFileGone);
+        return Tell(rfm_FileStatus::RfmFileGone);
     }
     // The numbers stay as they were: a replaced file stays replaced.
-    if (counts.creationTime != m_CreationTime) return Seen(rfm_FileStatus::RfmFileReplaced);
-    if (counts.flushCount == m_FlushCount) return Seen(rfm_FileStatus::RfmFileUnchanged);
-    m_FlushCount = counts.flushCount;
+    if (now.creationTime != m_CreationTime || now.identity != m_Identity)
+        return Tell(rfm_FileStatus::RfmFileReplaced);
+    if (now.flushCount == m_FlushCount) return Tell(rfm_FileStatus::RfmFileUnchanged);
+    m_FlushCount = now.flushCount;
     StatusSeen(rfm_FileStatus::RfmFileUpdated);
     FileChanged();
     return rfm_FileStatus::RfmFileUpdated;

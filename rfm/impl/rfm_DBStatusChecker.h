@@ -2,6 +2,7 @@
 
 #include "cow_String.h"
 #include "rfm_FileStatus.h"
+#include "utl_File.h"
 
 /// Tells whether another process has changed a database's file.
 class rfm_DBStatusChecker
@@ -23,18 +24,20 @@ public:
     virtual void FileChanged() = 0;
 
 private:
-    struct Counts
+    struct Seen
     {
-        int flushCount;
-        int creationTime;
+        int flushCount = 0;
+        int creationTime = 0;
+        utl_FileIdentity identity;
     };
-    Counts ReadCounts() const;
+    Seen Look() const;
     bool SemaphoreIsPresent() const;
-    rfm_FileStatus::RfmFileStatus Seen(rfm_FileStatus::RfmFileStatus status);
+    rfm_FileStatus::RfmFileStatus Tell(rfm_FileStatus::RfmFileStatus status);
 
     cow_String m_FileName;
     int m_FlushCount;
     int m_CreationTime;
+    utl_FileIdentity m_Identity; // two databases may have been made within one tick of the creation time
 };
 
 /// The checker of a local file, which does nothing with what it sees.

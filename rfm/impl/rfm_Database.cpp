@@ -1,8 +1,10 @@
 #include "rfm_Database.h"
 
 #include "nex_Exception.h"
+#include "nex_Report.h"
 #include "rfm_ArrayRepr.h"
 #include "rfm_DatabaseReprFile.h"
+#include "rfm_ReaderSemaphoreProxy.h"
 #include "rfm_TableRepr.h"
 #include "rfm_TaggedStreamRepr.h"
 
@@ -100,6 +102,18 @@ cow_1DArrayList<cow_String> rfm_Database::GetDBStatistics() const { return Repr(
 cow_String rfm_Database::GetObjectLocationReport(const utl_FileOffset& offset) const
 {
     return Repr().GetObjectLocationReport(offset);
+}
+
+rfm_ReaderSemaphoreProxy::~rfm_ReaderSemaphoreProxy()
+{
+    try
+    {
+        m_Database.ReaderSemaphoreClear();
+    }
+    catch (const std::exception& failure)
+    {
+        nex_ReportUnthrown(failure);
+    }
 }
 
 // ---- Factories ----

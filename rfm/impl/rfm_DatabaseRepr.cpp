@@ -1,10 +1,23 @@
 #include "rfm_DatabaseRepr.h"
 
+#include "atr_Translate.h"
+#include "nex_Exception.h"
 #include "rfm_LinkageFormat.h"
 #include "rfm_SpaceRepr.h"
 
 rfm_DatabaseRepr::rfm_DatabaseRepr() = default;
 rfm_DatabaseRepr::~rfm_DatabaseRepr() = default;
+
+void rfm_DatabaseRepr::ThrowClosed() const
+{
+    nex_ThrowText(atr_Message("***ERROR: The database is closed:\n  %s", FileName()));
+}
+
+rfm_DBMetadata& rfm_DatabaseRepr::Metadata() const
+{
+    if (m_Metadata == nullptr) ThrowClosed();
+    return *m_Metadata;
+}
 
 cow_String rfm_DatabaseRepr::GetObjectLocationReport(const utl_FileOffset&)
 {
@@ -13,7 +26,7 @@ cow_String rfm_DatabaseRepr::GetObjectLocationReport(const utl_FileOffset&)
 
 rfm_Type rfm_DatabaseRepr::HandleType(const rfm_Handle& handle)
 {
-    // What a short space lacks counts as zero.
+    // What a short space lacks counts as zero; an array without its element type is no array.
     int head[3] = {};
     const std::unique_ptr<rfm_SpaceRepr> space(OpenSpace(handle, -1));
     const int read = space->ReadArray(head, 3);
@@ -22,7 +35,7 @@ rfm_Type rfm_DatabaseRepr::HandleType(const rfm_Handle& handle)
     {
     case rfm_TableMagic: return rfm_TypeTable;
     case rfm_TaggedStreamMagic: return rfm_TypeTaggedStream;
-    case rfm_ArrayMagic: return static_cast<rfm_Type>(head[2]);
+    case rfm_ArrayMagic: return read < 3 ? rfm_TypeUnknown : static_cast<rfm_Type>(head[2]);
     default: return rfm_TypeUnknown;
     }
 }

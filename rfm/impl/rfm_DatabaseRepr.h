@@ -47,9 +47,11 @@ public:
 
     rfm_Type HandleType(const rfm_Handle& handle);
     /// The layouts of this database's tables.
-    rfm_DBMetadata& Metadata() const { return *m_Metadata; }
+    /// Throws: nex_TextException once the database is closed.
+    rfm_DBMetadata& Metadata() const;
 
 protected:
     rfm_DatabaseRepr();
+    [[noreturn]] void ThrowClosed() const;
     std::unique_ptr<rfm_DBMetadata> m_Metadata;
 };

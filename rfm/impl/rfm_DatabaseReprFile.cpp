@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 namespace
 {
@@ -24,7 +25,9 @@ constexpr int kMostSettleAttempts = 100;
 struct Magic
 {
     char bytes[rfm_MagicBytes] = {};
+    int read = 0;
 
+    bool IsWhole() const { return read == rfm_MagicBytes; }
     std::string_view All() const { return {bytes, sizeof bytes}; }
     bool IsOurs() const { return All().starts_with(kMagic); }
     bool IsOldFormat() const { return All().starts_with(kOldMagic); }
@@ -40,7 +43,7 @@ Magic ReadMagic(rfm_FileRepr& file)
 {
     Magic magic;
     file.Seek(0);
-    file.Read(magic.bytes, rfm_MagicBytes);
+    magic.read = file.Read(magic.bytes, rfm_MagicBytes);
     return magic;
 }
 
@@ -91,7 +94,7 @@ rfm_DatabaseReprFile::~rfm_DatabaseReprFile()
 
 rfm_FileRepr& rfm_DatabaseReprFile::File() const
 {
-    if (m_File.IsNull()) nex_ThrowText(atr_Message("***ERROR: The database is closed:\n  %s", m_FileName));
+    if (m_File.IsNull()) ThrowClosed();
     return m_File.Repr();
 }
 
@@ -151,19 +154,21 @@ std::unique_ptr<rfm_LinkageBlock> rfm_DatabaseReprFile::ReadLinkageBlock(std::in
     return block;
 }
 
-// A chain of more blocks than the file has room for is a loop.
+// Blocks lie inside the file and not over each other, so a loop ends here at its first step back and the table is never
+// larger than the file.
 std::unique_ptr<rfm_LinkageList> rfm_DatabaseReprFile::ReadLinkage()
 {
     auto list = std::make_unique<rfm_LinkageList>();
+    rfm_LinkagePlaces places;
+    places.Take(rfm_FirstLinkageBlockOffset);
     list->Append(ReadLinkageBlock(rfm_FirstLinkageBlockOffset));
     for (std::int64_t next = list->Last().entries[0].offset; next != 0; next = list->Last().entries[0].offset)
     {
-        const std::int64_t medium = MediumSize().Value();
-        const bool outside = next < rfm_FirstLinkageBlockOffset || next > medium - rfm_LinkageBlockBytes;
-        if (outside || list->Count() > medium / rfm_LinkageBlockBytes) ThrowCorrupt();
+        const bool outside =
+            next < rfm_FirstLinkageBlockOffset || next > MediumSize().Value() - rfm_LinkageBlockBytes;
+        if (outside || !places.Take(next)) ThrowCorrupt();
         list->Append(ReadLinkageBlock(next));
     }
-    if (rfm_LinkageBlocksOverlap(*list)) ThrowCorrupt();
     return list;
 }
 
@@ -242,7 +247,7 @@ std::unique_ptr<rfm_SpaceRepr> rfm_DatabaseReprFile::NewPool(std::uint32_t magic
 
 void rfm_DatabaseReprFile::Flush()
 {
-    m_Metadata->Flush();
+    Metadata().Flush();
     m_Strings.Flush();
     if (m_ReadOnly) return;
     WriteDirtyBlocks();
@@ -282,9 +287,17 @@ bool rfm_DatabaseReprFile::Snap()
     if (File().IsHeldByWriter()) return false;
     const int count = ReadFlushCount();
     if (count == m_FlushCount) return false;
-    m_FlushCount = count;
+    const int old = std::exchange(m_FlushCount, count);
     const utl_FileOffset before = m_Metadata->Length();
-    m_Linkage = ReadSettledLinkage();
+    try
+    {
+        m_Linkage = ReadSettledLinkage();
+    }
+    catch (const std::exception&)
+    {
+        m_FlushCount = old; // the view has not moved: the next Snap tries again
+        throw;
+    }
     Reshape();
     const utl_FileOffset after = m_Metadata->Length();
     if (before != after) m_Metadata->Load();
@@ -321,7 +334,7 @@ void rfm_DatabaseReprFile::Close()
 bool rfm_DatabaseReprFile::IsMagic(const rfm_File& file, const cow_String& magic)
 {
     const Magic stored = ReadMagic(file.Repr());
-    return stored.IsOurs() && stored.IsOfApplication(magic);
+    return stored.IsWhole() && stored.IsOurs() && stored.IsOfApplication(magic);
 }
 
 long long rfm_DatabaseReprFile::GetCreationTime(const rfm_File& file)
@@ -367,7 +380,7 @@ cow_1DArrayList<cow_String> rfm_DatabaseReprFile::GetDBStatistics()
     lines.Append(cow_String("Block 0 Size (bytes)=") + cow_String(rfm_HeaderBytes));
     lines.Append(Formatted("Total Linkage Usage (bytes)=%20.0lf", linkage));
     lines.Append(
-        Formatted("Metadata Pool Size (bytes)=%20.0lf", static_cast<double>(m_Metadata->Length().Value())));
+        Formatted("Metadata Pool Size (bytes)=%20.0lf", static_cast<double>(Metadata().Length().Value())));
     lines.Append(
         Formatted("String Pool Size (bytes)=%20.0lf", static_cast<double>(m_Strings.NextOffset().Value())));
     lines.Append(cow_String("String Pool Count (number of strings)=") + cow_String(m_Strings.Count()));
@@ -447,7 +460,11 @@ rfm_SpaceRepr* rfm_DatabaseReprFile::OpenSpace(const rfm_Handle& handle, int qua
     return new rfm_SpaceReprFile(*this, handle, quantum);
 }
 
-rfm_SpaceRepr* rfm_DatabaseReprFile::NewSpace(int quantum) { return new rfm_SpaceReprFile(*this, quantum); }
+rfm_SpaceRepr* rfm_DatabaseReprFile::NewSpace(int quantum)
+{
+    if (m_File.IsNull()) ThrowClosed();
+    return new rfm_SpaceReprFile(*this, quantum);
+}
 
 // Blocks take their place in the file like extents, wherever its logical end stands.
 std::unique_ptr<rfm_LinkageBlock> rfm_DatabaseReprFile::NewLinkageBlock()
@@ -473,7 +490,13 @@ std::uint32_t rfm_DatabaseReprFile::AllocateHandle()
         full.entries[0].next = m_Linkage->Count() << rfm_SlotBits;
         m_Linkage->Append(std::move(added));
     }
-    const std::uint32_t slot = m_Linkage->Last().used++;
+    const std::uint32_t slot = m_Linkage->Last().used;
+    rfm_LinkageEntry& entry = m_Linkage->Last().entries[slot];
+    // Behind a hole in the table of a damaged file lies an object that must not be taken for free.
+    if (entry.offset != 0) ThrowCorrupt();
+    // A free slot of such a file may still claim room; without an offset that would lie over the header.
+    entry = {};
+    m_Linkage->Last().used = slot + 1;
     return (m_Linkage->Count() - 1) << rfm_SlotBits | slot;
 }
 

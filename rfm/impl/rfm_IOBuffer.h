@@ -49,6 +49,8 @@ public:
 
     /// Copies what follows `source`'s position, at most `most` bytes, to this buffer's position.
     void Append(rfm_IOBuffer& source, utl_FileOffset most);
+    /// All of the rest.
+    void Append(rfm_IOBuffer& source) { Append(source, source.Length() - source.Location()); }
     /// Forgets what was written and not yet written out.
     void Discard() noexcept;
 

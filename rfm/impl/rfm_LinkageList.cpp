@@ -1,7 +1,5 @@
 #include "rfm_LinkageList.h"
 
-#include <algorithm>
-
 bool rfm_DecodeLinkageBlock(const char* bytes, bool swapped, rfm_LinkageBlock& block)
 {
     bool sound = true;
@@ -19,13 +17,10 @@ void rfm_EncodeLinkageBlock(const rfm_LinkageBlock& block, bool swapped, char* b
         rfm_EncodeLinkageEntry(block.entries[slot], swapped, bytes + slot * rfm_LinkageEntryBytes);
 }
 
-bool rfm_LinkageBlocksOverlap(const rfm_LinkageList& list)
+bool rfm_LinkagePlaces::Take(std::int64_t offset)
 {
-    std::vector<std::int64_t> offsets;
-    offsets.reserve(list.Count());
-    for (std::uint32_t i = 0; i < list.Count(); ++i) offsets.push_back(list.Block(i).fileOffset);
-    std::sort(offsets.begin(), offsets.end());
-    const auto tooClose = [](std::int64_t left, std::int64_t right)
-    { return right - left < rfm_LinkageBlockBytes; };
-    return std::adjacent_find(offsets.begin(), offsets.end(), tooClose) != offsets.end();
+    const auto behind = m_Offsets.upper_bound(offset - rfm_LinkageBlockBytes);
+    if (behind != m_Offsets.end() && *behind - offset < rfm_LinkageBlockBytes) return false;
+    m_Offsets.insert(offset);
+    return true;
 }

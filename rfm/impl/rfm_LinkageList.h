@@ -3,6 +3,7 @@
 #include "rfm_LinkageFormat.h"
 
 #include <memory>
+#include <set>
 #include <vector>
 
 /// One block of the linkage table in memory.
@@ -52,5 +53,13 @@ private:
 /// Decodes a block from its 14336 bytes; false when one of its numbers is none that a writer stores.
 bool rfm_DecodeLinkageBlock(const char* bytes, bool swapped, rfm_LinkageBlock& block);
 void rfm_EncodeLinkageBlock(const rfm_LinkageBlock& block, bool swapped, char* bytes);
-/// Whether two blocks of the table lie over each other.
-bool rfm_LinkageBlocksOverlap(const rfm_LinkageList& list);
+/// Where the blocks of a table lie, to tell a chain that comes back to itself at its first step back.
+class rfm_LinkagePlaces
+{
+public:
+    /// False when a block at `offset` would lie over one taken before.
+    bool Take(std::int64_t offset);
+
+private:
+    std::set<std::int64_t> m_Offsets;
+};

@@ -66,8 +66,11 @@ void rfm_SpaceReprFile::Measure() const
     for (std::uint32_t handle = m_Head; handle != 0;)
     {
         const rfm_LinkageEntry& entry = EntryOf(handle);
+        // Slot 0 chains the blocks: as an extent of a space it would lead a write into the table.
+        const bool chainsBlocks = (handle & rfm_SlotMask) == 0;
         const bool claims = entry.length > entry.allocation || (entry.allocation > 0 && !entry.HasExtent());
-        if (claims || ++steps > m_Database.MostEntries()) rfm_ThrowCorrupt(m_Database.FileName());
+        if (chainsBlocks || claims || ++steps > m_Database.MostEntries())
+            rfm_ThrowCorrupt(m_Database.FileName());
         if (__builtin_add_overflow(length, entry.length, &length) ||
             __builtin_add_overflow(allocation, entry.allocation, &allocation))
             rfm_ThrowCorrupt(m_Database.FileName());
@@ -109,7 +112,10 @@ void rfm_SpaceReprFile::ExtendMap() const
         if (last.next == 0) return;
         if (static_cast<std::int64_t>(m_Map.size()) > m_Database.MostEntries())
             rfm_ThrowCorrupt(m_Database.FileName());
-        m_Map.push_back({last.next, m_Map.back().start + last.length});
+        std::int64_t start = 0;
+        if (__builtin_add_overflow(m_Map.back().start, last.length, &start))
+            rfm_ThrowCorrupt(m_Database.FileName());
+        m_Map.push_back({last.next, start});
     }
 }
 
@@ -162,9 +168,12 @@ void rfm_SpaceReprFile::Extend(utl_FileOffset amount)
     if (amount <= 0)
         nex_ThrowText(atr_Message("rfm_SpaceReprFile::Extend: Invalid file extend increment specified."));
     const std::int64_t room = m_Allocation - m_Location;
-    if (amount <= room) return;
-    const std::int64_t need = (amount - room).Value();
+    if (amount > room) Grow((amount - room).Value());
+}
 
+// `need` bytes more behind the last extent: in place while nothing else lies behind it, else as one more entry.
+void rfm_SpaceReprFile::Grow(std::int64_t need)
+{
     std::uint32_t handle = LastOfChain();
     const rfm_LinkageEntry last = EntryOf(handle);
     const bool somethingBehind =
@@ -195,12 +204,35 @@ void rfm_SpaceReprFile::StepTo(std::uint32_t handle)
     m_ExtentOffset = 0;
 }
 
+// The next extent of the chain that holds data, 0 when none does.
+std::uint32_t rfm_SpaceReprFile::NextWithData(std::uint32_t handle) const
+{
+    std::int64_t steps = 0;
+    do
+    {
+        handle = EntryOf(handle).next;
+        if (++steps > m_Database.MostEntries()) rfm_ThrowCorrupt(m_Database.FileName());
+    } while (handle != 0 && EntryOf(handle).length == 0);
+    return handle;
+}
+
+// How far a write may go in the current extent. Behind the last data that is all of its allocation; before, its length:
+// bytes put into the unused tail of an extent with data behind it would push that data on instead of overwriting it.
+std::int64_t rfm_SpaceReprFile::WritableEnd() const
+{
+    const rfm_LinkageEntry& entry = EntryOf(m_Current);
+    const bool dataBehind = entry.length < entry.allocation && NextWithData(m_Current) != 0;
+    return dataBehind ? entry.length : entry.allocation;
+}
+
 // Leaves the position where at least one byte can be written.
 void rfm_SpaceReprFile::MoveIntoRoom(int count)
 {
-    for (std::int64_t steps = 0; EntryOf(m_Current).allocation == m_ExtentOffset; ++steps)
+    for (std::int64_t steps = 0; WritableEnd() <= m_ExtentOffset; ++steps)
     {
-        if (EntryOf(m_Current).next == 0) Extend(count);
+        // Not through Extend: what that takes for room behind the position may be the unused tail of an earlier extent.
+        // What m_Allocation lacks of the position, another object on this space has reserved.
+        if (EntryOf(m_Current).next == 0) Grow(count + std::max<std::int64_t>(m_Location - m_Allocation, 0));
         const std::uint32_t next = EntryOf(m_Current).next;
         if (next != 0) StepTo(next);
         if (steps > m_Database.MostEntries()) rfm_ThrowCorrupt(m_Database.FileName());
@@ -216,19 +248,20 @@ int rfm_SpaceReprFile::Write(const char* buffer, int count)
     while (written < count)
     {
         MoveIntoRoom(count - written);
-        const rfm_LinkageEntry& entry = EntryOf(m_Current);
         const int moved =
-            static_cast<int>(std::min<std::int64_t>(entry.allocation - m_ExtentOffset, count - written));
-        m_Database.WriteAt(entry.offset + m_ExtentOffset, buffer + written, moved);
+            static_cast<int>(std::min<std::int64_t>(WritableEnd() - m_ExtentOffset, count - written));
+        m_Database.WriteAt(EntryOf(m_Current).offset + m_ExtentOffset, buffer + written, moved);
         written += moved;
         m_ExtentOffset += moved;
         m_Location += moved;
         m_Database.Lengthen(m_Current, m_ExtentOffset);
+        m_Length = std::max(m_Length, m_Location);
     }
-    m_Length = std::max(m_Length, m_Location);
     return written;
 }
 
+// At the end of the data the position stays in the last extent that holds some, so that a write goes on there and not
+// in an empty extent behind it.
 int rfm_SpaceReprFile::Read(char* buffer, int count)
 {
     CheckTransfer(buffer, count, "***ERROR: Invalid data buffer pointer when reading space.",
@@ -240,8 +273,9 @@ int rfm_SpaceReprFile::Read(char* buffer, int count)
         const std::int64_t available = entry.length - m_ExtentOffset;
         if (available <= 0)
         {
-            if (entry.next == 0) break;
-            StepTo(entry.next);
+            const std::uint32_t next = NextWithData(m_Current);
+            if (next == 0) break;
+            StepTo(next);
             continue;
         }
         const int moved = static_cast<int>(std::min<std::int64_t>(available, count - done));

@@ -47,7 +47,10 @@ private:
     std::uint32_t LastOfChain() const;
     bool FindExtent(std::int64_t offset, std::uint32_t& handle, std::int64_t& place) const;
     void ExtendMap() const;
+    void Grow(std::int64_t need);
     void StepTo(std::uint32_t handle);
+    std::uint32_t NextWithData(std::uint32_t handle) const;
+    std::int64_t WritableEnd() const;
     void MoveIntoRoom(int count);
 
     rfm_DatabaseReprFile& m_Database;

@@ -51,6 +51,7 @@ void rfm_StringManagerFile::Bytes::Reserve(std::int64_t size)
 rfm_StringManagerFile::rfm_StringManagerFile(rfm_DatabaseReprFile& database)
     : m_Database(database),
       m_Swapped(omi_Swapper(omi_Swapper::Stored)),
+      m_MostBytes(rfm_MostStringPoolBytes),
       m_Decoded(std::make_unique<Decoded[]>(kDecodedSlots))
 {
 }
@@ -63,6 +64,9 @@ void rfm_StringManagerFile::Attach(std::unique_ptr<rfm_SpaceRepr> space)
 {
     m_Space = std::move(space);
     m_NextOffset = rfm_StringPoolFirstRecord;
+    m_RecordBits.clear();
+    m_IsIndexed = false;
+    std::fill_n(m_Decoded.get(), kDecodedSlots, Decoded{});
     Load();
 }
 
@@ -118,6 +122,12 @@ bool rfm_StringManagerFile::IsRecord(std::int64_t offset) const noexcept
     return (m_RecordBits[static_cast<std::size_t>(offset / 256)] >> (offset / 4 % 64) & 1) != 0;
 }
 
+void rfm_StringManagerFile::RequireRecord(std::int64_t offset) const
+{
+    if (!IsRecord(offset))
+        nex_ThrowText(atr_Message("rfm_StringManagerFile::String - String is not available."));
+}
+
 std::string_view rfm_StringManagerFile::TextOf(std::int64_t record) const noexcept
 {
     const std::int32_t length = omi_Load<std::int32_t>(m_Bytes.At(record), m_Swapped);
@@ -139,8 +149,7 @@ const cow_String& rfm_StringManagerFile::Fetch(std::int64_t reference)
     if (!IsRecord(reference))
     {
         Load();
-        if (!IsRecord(reference))
-            nex_ThrowText(atr_Message("rfm_StringManagerFile::String - String is not available."));
+        RequireRecord(reference);
     }
     slot.text = cow_String(TextOf(reference));
     slot.reference = reference;
@@ -178,7 +187,7 @@ std::int64_t rfm_StringManagerFile::Append(std::string_view text)
 {
     const std::int64_t record = m_NextOffset;
     const std::int64_t bytes = rfm_StringRecordBytes(static_cast<std::int64_t>(text.size()));
-    if (bytes > rfm_MostStringPoolBytes - record)
+    if (bytes > m_MostBytes - record)
         nex_ThrowText(atr_Message(
             "***ERROR: The string pool of MARLEK database file would pass its limit of 2 GiB:\n  %s",
             m_Database.FileName()));
@@ -274,6 +283,7 @@ void rfm_StringManagerFile::Neuter(const char* reference, const cow_String& text
 {
     Flush();
     const std::int64_t record = DecodeReference(reference);
+    RequireRecord(record); // a damaged reference must not have the middle of a text overwritten
     m_Space->Seek(record);
     const int length = m_Space->ReadInt();
     if (length <= 0) return;

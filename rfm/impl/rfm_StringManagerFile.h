@@ -37,6 +37,8 @@ public:
     utl_FileOffset NextOffset() const noexcept { return m_NextOffset; }
     /// How many different texts are held.
     int Count();
+    /// Refuses new texts past `bytes` instead of the 2 GiB of the format, so that a test can come to the limit.
+    void LimitTo(std::int64_t bytes) noexcept { m_MostBytes = bytes; }
 
 private:
     /// Bytes that grow like a vector's, but aren't cleared first: the pool of a large database is read straight into
@@ -63,7 +65,7 @@ private:
     };
     struct Decoded
     {
-        std::int64_t reference;
+        std::int64_t reference = 0;
         cow_String text;
     };
     static constexpr int kDecodedSlots = 1024;
@@ -72,6 +74,7 @@ private:
     void ReadPiecewise(std::int64_t start, std::int64_t end);
     void MarkRecords(std::int64_t start, std::int64_t end);
     bool IsRecord(std::int64_t offset) const noexcept;
+    void RequireRecord(std::int64_t offset) const;
     std::string_view TextOf(std::int64_t record) const noexcept;
     const cow_String& Fetch(std::int64_t reference);
     std::int64_t Intern(std::string_view text);
@@ -86,6 +89,7 @@ private:
     std::unique_ptr<rfm_SpaceRepr> m_Space;
     bool m_Swapped;
     std::int64_t m_NextOffset = 4;
+    std::int64_t m_MostBytes;
     Bytes m_Bytes;                           // the pool; index and offset in the space are the same
     std::vector<std::uint64_t> m_RecordBits; // bit n: a record starts at 4 n
 

@@ -7,6 +7,7 @@
 #include "rfm_DatabaseRepr.h"
 #include "rfm_Exc.h"
 #include "rfm_LinkageFormat.h"
+#include "rfm_ObjectFlush.h"
 #include "rfm_ObjectFormat.h"
 #include "rfm_StringManager.h"
 
@@ -15,6 +16,7 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <utility>
 
 namespace
 {
@@ -241,9 +243,15 @@ rfm_TableRepr::RowBlock* rfm_TableRepr::FindCached(int row) const noexcept
 
 void rfm_TableRepr::ReadImage(RowBlock& block)
 {
-    m_Buffer.Seek(PlaceOf(block.row.Location()));
-    // What the file lacks reads as a row without data, never as what was in this memory before.
-    const int read = m_Buffer.Read(block.row.Data(), m_RowSize);
+    const std::int64_t place = PlaceOf(block.row.Location());
+    // What the file lacks reads as a row without data, never as what was in this memory before. A follower's table may
+    // have been cut beneath it; its read ahead must not stumble over the rows that went.
+    int read = 0;
+    if (place < m_Buffer.Length().Value())
+    {
+        m_Buffer.Seek(place);
+        read = m_Buffer.Read(block.row.Data(), m_RowSize);
+    }
     std::memset(block.row.Data() + read, 0, static_cast<std::size_t>(m_RowSize - read));
     block.row.LoadBits();
 }
@@ -313,11 +321,9 @@ void rfm_TableRepr::ReleaseUnheld()
 
 // ---- Rows for callers ----
 
-void rfm_TableRepr::ThrowNoRow(const char* operation, int row) const
+void rfm_TableRepr::ThrowNoRow(const char* message, int row) const
 {
-    const atr_String text =
-        atr_Message("rfm_TableRepr::%s - Row does not exist for table '%s', index: %d, len: %d", operation,
-                    m_Metadata->Name(), row, m_Length);
+    const atr_String text = atr_Message(message, m_Metadata->Name(), row, m_Length);
     std::fprintf(stderr, "%s\n", text.CString());
     nex_ThrowText(text);
 }
@@ -343,7 +349,8 @@ rfm_RowRepr* rfm_TableRepr::ReadRow(int row)
         if (wanted >= 0) Fill(wanted);
         block = FindCached(wanted);
     }
-    if (block == nullptr) ThrowNoRow("ReadRow", wanted);
+    if (block == nullptr)
+        ThrowNoRow("rfm_TableRepr::ReadRow - Row does not exist for table '%s', index: %d, len: %d", wanted);
     return block;
 }
 
@@ -360,7 +367,9 @@ rfm_RowRepr* rfm_TableRepr::UpdateRow(int row)
         if (wanted >= 0) Fill(wanted);
         block = FindCached(wanted);
     }
-    if (block == nullptr) ThrowNoRow("UpdateRow", wanted);
+    if (block == nullptr)
+        ThrowNoRow("rfm_TableRepr::UpdateRow - Row does not exist for table '%s', index: %d, len: %d",
+                   wanted);
     return block;
 }
 
@@ -389,13 +398,8 @@ int rfm_TableRepr::Flush()
         return 0;
     }
     WriteOut();
-    const int count = static_cast<int>(static_cast<std::uint32_t>(m_FlushCount) + 1U);
-    m_Buffer.Seek(rfm_ObjectFlushCountOffset);
-    m_Buffer.WriteInt(count);
-    m_Buffer.Flush();
-    // Last: a flush that the file refused is due again.
-    m_FlushCount = count;
-    m_HeaderDirty = false;
+    m_FlushCount = rfm_FlushObject(m_Buffer, m_FlushCount);
+    m_HeaderDirty = false; // last: a flush that the file refused is due again
     return m_FlushCount;
 }
 
@@ -405,15 +409,30 @@ int rfm_TableRepr::Snap()
     if (!m_Buffer.ReadOnly()) return 0;
     const int databaseCount = m_Database.GetFlushCount();
     if (databaseCount == m_DbFlushCount) return 0;
-    m_DbFlushCount = databaseCount;
     m_Buffer.Seek(rfm_ObjectFlushCountOffset);
     const int count = m_Buffer.ReadInt();
+    m_Buffer.Flush();
+    // After the read: a look that the file refused is due again.
+    m_DbFlushCount = databaseCount;
+    const std::int64_t length = m_Buffer.Length().Value();
+    if (std::exchange(m_CountMayBeAhead, count != m_FlushCount) && count == m_FlushCount)
+        return CatchUp(length);
     if (count == m_FlushCount) return 0;
     m_FlushCount = count;
     ReleaseUnheld(); // the rows that nobody holds: the next read sees the new file
-    m_Buffer.Flush();
-    m_Length =
-        std::max(m_Length, rfm_RowsInSpace(m_Buffer.Length().Value(), rfm_TableFirstRowOffset, m_RowSize));
+    m_Length = std::max(m_Length, rfm_RowsInSpace(length, rfm_TableFirstRowOffset, m_RowSize));
+    return m_FlushCount;
+}
+
+// The writer raises the table's count before the database's flush shows the rows. A count that was read in between is
+// known already when they come; without this second look they would stay unseen until the table's next flush. Whole
+// rows only: what lies behind them no flush has spoken for.
+int rfm_TableRepr::CatchUp(std::int64_t length)
+{
+    const std::int64_t rows = m_RowSize < 1 ? 0 : (length - rfm_TableFirstRowOffset) / m_RowSize;
+    if (rows <= m_Length) return 0;
+    ReleaseUnheld();
+    m_Length = static_cast<int>(std::min<std::int64_t>(rows, INT_MAX));
     return m_FlushCount;
 }
 
@@ -429,6 +448,8 @@ void rfm_TableRepr::Truncate(int rows)
     m_Length = std::min(m_Length, std::max(rows, 0));
     m_WrittenRows = std::min(m_WrittenRows, std::max(rows, 0));
     m_Space->Truncate(rfm_TableFirstRowOffset + std::int64_t{m_RowSize} * std::max(rows, 0));
+    // Away from what was cut: a buffer beyond the end takes its place for the length.
+    m_Buffer.Seek(rfm_TableFirstRowOffset);
 }
 
 void rfm_TableRepr::Extend(int rows)
@@ -464,12 +485,29 @@ void rfm_TableRepr::Append(rfm_TableRepr& source)
     source.m_Buffer.Flush();
     // The rows move past the count, which says nothing of them yet; without this a follower would never see them.
     m_HeaderDirty = true;
-    if (code == 1)
-        AppendAsBytes(source);
-    else
-        AppendByFields(source, code == 2);
+    const utl_FileOffset end = m_Buffer.Length();
+    try
+    {
+        if (code == 1)
+            AppendAsBytes(source);
+        else
+            AppendByFields(source, code == 2);
+    }
+    catch (...)
+    {
+        TakeBackTo(end);
+        throw;
+    }
     m_Length =
         std::max(m_Length, rfm_RowsInSpace(m_Buffer.Length().Value(), rfm_TableFirstRowOffset, m_RowSize));
+}
+
+// Rows of an append that could not end must not show up at the next open.
+void rfm_TableRepr::TakeBackTo(utl_FileOffset end)
+{
+    m_Buffer.Discard();
+    if (m_Space->Length() > end) m_Space->Truncate(end);
+    m_Buffer.Seek(rfm_TableFirstRowOffset);
 }
 
 // Bytes of rows that the space holds now: an append to itself stops there instead of reading what it writes.

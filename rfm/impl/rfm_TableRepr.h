@@ -110,9 +110,11 @@ private:
     void WriteOut();
     void ReleaseUnheld();
     void WriteRow(RowBlock& block);
-    [[noreturn]] void ThrowNoRow(const char* operation, int row) const;
+    [[noreturn]] void ThrowNoRow(const char* message, int row) const;
 
+    int CatchUp(std::int64_t length);
     std::int64_t BytesOfRows();
+    void TakeBackTo(utl_FileOffset end);
     void AppendAsBytes(rfm_TableRepr& source);
     void AppendByFields(rfm_TableRepr& source, bool sameLayout);
     std::vector<FieldMove> PlanMoves(const rfm_TableRepr& source) const;
@@ -135,7 +137,8 @@ private:
     int m_MetadataOffset = 0;
     int m_FlushCount = 0;
     int m_DbFlushCount = 0;
-    int m_CacheAllowance; // misses and new rows left until the next purge
+    bool m_CountMayBeAhead = true; // of the rows that the database showed when the count was read
+    int m_CacheAllowance;          // misses and new rows left until the next purge
     int m_WrittenRows = 0;
     // A sorted run: a scan or a load has its rows side by side, so that the first guess finds them, and a row costs no
     // tree node. Blocks of rows that went are used again.

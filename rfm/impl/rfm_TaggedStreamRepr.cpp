@@ -6,6 +6,7 @@
 #include "rfm_DatabaseRepr.h"
 #include "rfm_Exc.h"
 #include "rfm_LinkageFormat.h"
+#include "rfm_ObjectFlush.h"
 #include "rfm_ObjectFormat.h"
 #include "rfm_StringManager.h"
 #include "rfm_StringPoolFormat.h"
@@ -153,14 +154,7 @@ bool rfm_TaggedStreamRepr::Next()
 int rfm_TaggedStreamRepr::Flush()
 {
     if (m_Buffer.ReadOnly()) return 0;
-    const utl_FileOffset place = m_Buffer.Location();
-    const int count = static_cast<int>(static_cast<std::uint32_t>(m_FlushCount) + 1U);
-    m_Buffer.Seek(rfm_ObjectFlushCountOffset);
-    m_Buffer.WriteInt(count);
-    m_Buffer.Flush();
-    m_FlushCount = count;
-    m_Buffer.Seek(place);
-    return m_FlushCount;
+    return m_FlushCount = rfm_FlushObject(m_Buffer, m_FlushCount);
 }
 
 int rfm_TaggedStreamRepr::Snap()

@@ -12,8 +12,9 @@ namespace
 // One piece of a format: plain text, or a placeholder with its number and its conversion without that number.
 struct Piece
 {
-    std::string text;
+    std::string text; // as it stands, but for "%%"
     int position = 0; // 0 for plain text
+    std::string conversion;
 };
 
 // Takes the next piece off `rest`. `next` is the number that an unnumbered placeholder gets.
@@ -41,18 +42,19 @@ Piece TakePiece(std::string_view& rest, int& next)
         return piece;
     }
     std::string conversion(rest.substr(0, end + 1));
+    piece.text = conversion;
     rest.remove_prefix(end + 1);
     const std::size_t dollar = conversion.find('$');
     if (dollar != std::string::npos)
     {
-        piece.position = std::atoi(conversion.c_str() + 1);
+        piece.position = static_cast<int>(std::strtol(conversion.c_str() + 1, nullptr, 10));
         conversion = "%" + conversion.substr(dollar + 1);
     }
     else
     {
         piece.position = next++;
     }
-    piece.text = conversion;
+    piece.conversion = conversion;
     return piece;
 }
 } // namespace
@@ -63,7 +65,7 @@ atr_StringBase atr_Translator::Conversion(int position) const
     for (std::string_view rest = m_Format.View(); !rest.empty();)
     {
         const Piece piece = TakePiece(rest, next);
-        if (piece.position == position) return atr_StringBase(std::string_view(piece.text));
+        if (piece.position == position) return atr_StringBase(std::string_view(piece.conversion));
     }
     return {};
 }

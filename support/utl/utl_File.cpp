@@ -46,8 +46,7 @@ void utl_File::Open(const cow_String& name, utl_FileAccess access, utl_FileShari
     Close();
     m_Name = name;
     // A name with a NUL would silently open the file in front of it.
-    if (std::strlen(name.CString()) != static_cast<std::size_t>(name.Length()))
-        throw utl_FileException("open", name, EINVAL);
+    if (std::strlen(name.CString()) != static_cast<std::size_t>(name.Length())) Refuse("open", EINVAL);
     switch (access)
     {
     case utl_FileAccessRead: OpenExisting(name, O_RDONLY); break;
@@ -59,6 +58,16 @@ void utl_File::Open(const cow_String& name, utl_FileAccess access, utl_FileShari
     Forget();
 }
 
+void utl_File::Refuse(const char* action, int error, const char* sourceName, int line) const
+{
+    utl_FileException(action, m_Name, error).Throw(sourceName, line);
+}
+
+void utl_File::RefuseKind(const char* action, const char* sourceName, int line) const
+{
+    utl_FileException(action, m_Name, cow_String("Not a regular file")).Throw(sourceName, line);
+}
+
 void utl_File::OpenExisting(const cow_String& name, int flags)
 {
     // Not blocking: a FIFO without a writer must be refused, not waited for.
@@ -66,8 +75,9 @@ void utl_File::OpenExisting(const cow_String& name, int flags)
     if (m_Descriptor < 0)
     {
         const int error = errno;
-        if (error == ENOENT || error == ENOTDIR) throw utl_FileExceptionNoFile("open", name, error);
-        throw utl_FileException("open", name, error);
+        if (error == ENOENT || error == ENOTDIR)
+            utl_FileExceptionNoFile("open", name, error).Throw(__FILE__, __LINE__);
+        Refuse("open", error);
     }
     RefuseUnlessRegular("open");
 }
@@ -82,8 +92,8 @@ void utl_File::RefuseUnlessRegular(const char* action)
     const int error = !known ? errno : S_ISDIR(status.st_mode) ? EISDIR : 0;
     ::close(m_Descriptor);
     m_Descriptor = -1;
-    if (error != 0) throw utl_FileException(action, m_Name, error);
-    throw utl_FileException(action, m_Name, cow_String("Not a regular file"));
+    if (error != 0) Refuse(action, error);
+    RefuseKind(action);
 }
 
 void utl_File::OpenFresh(const cow_String& name)
@@ -94,12 +104,12 @@ void utl_File::OpenFresh(const cow_String& name)
     if (::stat(name.CString(), &status) != 0)
     {
         m_Descriptor = ::open(name.CString(), O_RDWR | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0666);
-        if (m_Descriptor < 0) throw utl_FileException("create", name, errno);
+        if (m_Descriptor < 0) Refuse("create", errno);
         return RefuseUnlessRegular("create");
     }
-    if (S_ISDIR(status.st_mode)) throw utl_FileException("create", name, EISDIR);
-    if (!S_ISREG(status.st_mode)) throw utl_FileException("create", name, cow_String("Not a regular file"));
-    if (::access(name.CString(), W_OK) != 0) throw utl_FileException("create", name, errno);
+    if (S_ISDIR(status.st_mode)) Refuse("create", EISDIR);
+    if (!S_ISREG(status.st_mode)) RefuseKind("create");
+    if (::access(name.CString(), W_OK) != 0) Refuse("create", errno);
 
     // The name behind symbolic links takes the fresh file, so that the links stay.
     std::unique_ptr<char, decltype(&std::free)> path(::realpath(name.CString(), nullptr), &std::free);
@@ -108,7 +118,7 @@ void utl_File::OpenFresh(const cow_String& name)
 
     // No file can be made in that directory: the old one is emptied in place.
     m_Descriptor = ::open(name.CString(), O_RDWR | O_TRUNC | O_CLOEXEC | O_NONBLOCK);
-    if (m_Descriptor < 0) throw utl_FileException("create", name, errno);
+    if (m_Descriptor < 0) Refuse("create", errno);
     RefuseUnlessRegular("create");
 }
 
@@ -152,7 +162,7 @@ void utl_File::Close()
 
 void utl_File::Seek(const utl_FileOffset& position)
 {
-    if (position.Value() < 0) throw utl_FileException("seek in", m_Name, EINVAL);
+    if (position.Value() < 0) Refuse("seek in", EINVAL);
     if (position.Value() == m_Position) return;
     StepAside(position.Value());
 }
@@ -177,29 +187,40 @@ char* utl_File::Block()
 
 int utl_File::Read(char* buffer, int count)
 {
+    if (count <= 0) return 0;
     if (m_Mode == Mode::Gathering) Drain();
     const std::int64_t start = m_Position;
     int done = TakeFromBlock(buffer, count);
-    if (done < count)
-    {
-        const bool sequential = done > 0 || IsSequential();
-        m_RunBytes = sequential ? m_RunBytes + count : 0;
-        if (m_RunBytes >= kRunBeforeAhead && count - done < kLeastAhead)
-        {
-            ReadAhead();
-            done += TakeFromBlock(buffer + done, count - done);
-        }
-        else
-        {
-            Forget();
-            const int moved = ReadThrough(buffer + done, count - done, m_Position);
-            m_Position += moved;
-            done += moved;
-        }
-    }
+    m_RunBytes += done;
+    if (done < count) done += ReadRest(start, buffer, count, done);
     m_LastStart = start;
     m_LastEnd = m_Position;
     return done;
+}
+
+// What the block did not hold. A read that fails has not moved, also when its beginning was in the block: those above
+// keep the position too, and would read on from another place than this.
+int utl_File::ReadRest(std::int64_t start, char* buffer, int count, int done)
+{
+    const bool sequential = done > 0 || IsSequential();
+    m_RunBytes = sequential ? m_RunBytes + count - done : 0;
+    try
+    {
+        if (m_RunBytes >= kRunBeforeAhead && count - done < kLeastAhead)
+        {
+            ReadAhead();
+            return TakeFromBlock(buffer + done, count - done);
+        }
+        Forget();
+        const int moved = ReadThrough(buffer + done, count - done, m_Position);
+        m_Position += moved;
+        return moved;
+    }
+    catch (...)
+    {
+        m_Position = start;
+        throw;
+    }
 }
 
 int utl_File::TakeFromBlock(char* buffer, int count) noexcept
@@ -238,7 +259,7 @@ int utl_File::ReadThrough(char* buffer, int count, std::int64_t position)
         const ssize_t moved = utl_System().read(m_Descriptor, buffer + done,
                                                 static_cast<std::size_t>(count - done), position + done);
         if (moved < 0 && errno == EINTR) continue;
-        if (moved < 0) throw utl_FileException("read", m_Name, errno);
+        if (moved < 0) Refuse("read", errno);
         if (moved == 0) break;
         done += static_cast<int>(moved);
     }
@@ -248,10 +269,11 @@ int utl_File::ReadThrough(char* buffer, int count, std::int64_t position)
 int utl_File::Write(const char* buffer, int count)
 {
     if (count <= 0) return 0;
+    if (!IsOpen()) Refuse("write", EBADF); // gathered bytes without a file would end up in the next one
     Forget();
-    if (m_Position > INT64_MAX - count) throw utl_FileException("write", m_Name, EFBIG);
+    if (m_Position > INT64_MAX - count) Refuse("write", EFBIG);
     const bool follows = m_Mode == Mode::Gathering && m_Position == m_BlockStart + m_BlockCount;
-    if (!follows || m_BlockCount + count > kBlockBytes) Drain();
+    if (!follows || count > kBlockBytes - m_BlockCount) Drain();
     if (count >= kBlockBytes)
     {
         std::int64_t written = 0;
@@ -281,9 +303,9 @@ void utl_File::WriteThrough(const char* buffer, std::int64_t count, std::int64_t
         const ssize_t moved = utl_System().write(
             m_Descriptor, buffer + written, static_cast<std::size_t>(count - written), position + written);
         if (moved < 0 && errno == EINTR) continue;
-        if (moved < 0) throw utl_FileException("write", m_Name, errno);
+        if (moved < 0) Refuse("write", errno);
         // A regular file that takes nothing and gives no reason would keep this loop for ever.
-        if (moved == 0) throw utl_FileException("write", m_Name, ENOSPC);
+        if (moved == 0) Refuse("write", ENOSPC);
         written += moved;
     }
 }
@@ -315,9 +337,18 @@ utl_FileOffset utl_File::FileSize() const
     struct stat status
     {
     };
-    if (::fstat(m_Descriptor, &status) != 0) throw utl_FileException("look at", m_Name, errno);
+    if (::fstat(m_Descriptor, &status) != 0) Refuse("look at", errno);
     const std::int64_t gatheredEnd = m_Mode == Mode::Gathering ? m_BlockStart + m_BlockCount : 0;
     return std::max<std::int64_t>(status.st_size, gatheredEnd);
+}
+
+utl_FileIdentity utl_File::Identity() const
+{
+    struct stat status
+    {
+    };
+    if (::fstat(m_Descriptor, &status) != 0) throw utl_FileException("look at", m_Name, errno);
+    return {status.st_dev, status.st_ino};
 }
 
 void utl_File::Extend(const utl_FileOffset& size)
@@ -333,11 +364,17 @@ void utl_File::Extend(const utl_FileOffset& size)
         do result = utl_System().allocate(m_Descriptor, old, wanted - old);
         while (result != 0 && errno == EINTR);
         if (result == 0) return;
+        const int error = errno;
+        if (error != EOPNOTSUPP && error != ENOSYS)
+        {
+            // Some file systems have grown the file as far as their room went.
+            static_cast<void>(utl_System().truncate(m_Descriptor, old));
+            Refuse("extend", error);
+        }
         // File systems without reservation: the size alone. A full disk then shows in the write.
-        if (errno != EOPNOTSUPP && errno != ENOSYS) throw utl_FileException("extend", m_Name, errno);
     }
     int result = 0;
     do result = utl_System().truncate(m_Descriptor, wanted);
     while (result != 0 && errno == EINTR);
-    if (result != 0) throw utl_FileException("extend", m_Name, errno);
+    if (result != 0) Refuse("extend", errno);
 }

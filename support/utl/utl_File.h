@@ -11,6 +11,14 @@
 /// How other processes may share a file; passed through to platforms that know such a thing. Linux does not.
 using utl_FileSharing = int;
 
+/// Which file of the machine it is, whatever its name.
+struct utl_FileIdentity
+{
+    std::uint64_t device = 0;
+    std::uint64_t number = 0;
+    bool operator==(const utl_FileIdentity&) const = default;
+};
+
 /// A file of bytes with 64-bit positions. It keeps its own position, so seeking costs nothing, and gathers what moves in
 /// sequence in one block of memory:
 ///
@@ -19,7 +27,7 @@ using utl_FileSharing = int;
 ///   | ahead  |                  |  idle  |                        | gathering |
 ///   +--------+ <--------------- +--------+ ---------------------> +-----------+
 ///                a step aside, Forget               drained: a step aside, a full block, Read,
-///                                                   Extend, FileSize, Flush, Close
+///                                                   Extend, Flush, Close
 ///
 /// Writes reach the system in the order in which they were made. A write that the system refuses stays gathered and is
 /// tried again at the next occasion, so nothing is lost by a full disk that gets room again.
@@ -45,6 +53,8 @@ public:
     int Read(char* buffer, int count);
     int Write(const char* buffer, int count);
     utl_FileOffset FileSize() const;
+    /// Tells this file from any other that had or gets its name.
+    utl_FileIdentity Identity() const;
     /// Sets the size, up or down. Upwards it reserves real blocks, so that a full disk shows here.
     void Extend(const utl_FileOffset& size);
     /// Hands what is gathered to the system.
@@ -64,8 +74,13 @@ private:
     void OpenFresh(const cow_String& name);
     void OpenFreshBeside(const cow_String& path, unsigned mode);
     void RefuseUnlessRegular(const char* action);
+    [[noreturn]] void Refuse(const char* action, int error, const char* sourceName = __builtin_FILE(),
+                             int line = __builtin_LINE()) const;
+    [[noreturn]] void RefuseKind(const char* action, const char* sourceName = __builtin_FILE(),
+                                 int line = __builtin_LINE()) const;
     void StepAside(std::int64_t position);
     bool IsSequential() const noexcept;
+    int ReadRest(std::int64_t start, char* buffer, int count, int done);
     int ReadThrough(char* buffer, int count, std::int64_t position);
     int TakeFromBlock(char* buffer, int count) noexcept;
     void ReadAhead();

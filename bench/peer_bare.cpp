@@ -1,0 +1,621 @@
+// The floor under every figure: the plain system calls on the same bytes, and a plain hash table for interning.
+
+#include "live.h"
+#include "peers.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <stdexcept>
+#include <system_error>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+namespace bench
+{
+
+namespace
+{
+
+constexpr std::size_t kPieceBytes = 262'144;
+
+class Descriptor
+{
+public:
+    Descriptor() = default;
+    Descriptor(const std::string& file, int flags) : m_Number(::open(file.c_str(), flags | O_CLOEXEC, 0644))
+    {
+        if (m_Number < 0) throw std::system_error(errno, std::generic_category(), file);
+    }
+    Descriptor(Descriptor&& source) noexcept : m_Number(std::exchange(source.m_Number, -1)) {}
+    Descriptor& operator=(Descriptor&& source) noexcept
+    {
+        std::swap(m_Number, source.m_Number);
+        return *this;
+    }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    ~Descriptor()
+    {
+        if (m_Number >= 0) ::close(m_Number);
+    }
+
+    void Write(const void* bytes, std::size_t count)
+    {
+        Check(::write(m_Number, bytes, count), count, "write");
+    }
+    void Read(void* bytes, std::size_t count) { Check(::read(m_Number, bytes, count), count, "read"); }
+    std::size_t ReadSome(void* bytes, std::size_t count)
+    {
+        const ssize_t got = ::read(m_Number, bytes, count);
+        if (got < 0) throw std::system_error(errno, std::generic_category(), "read");
+        return static_cast<std::size_t>(got);
+    }
+    void WriteAt(const void* bytes, std::size_t count, std::int64_t offset)
+    {
+        Check(::pwrite(m_Number, bytes, count, offset), count, "pwrite");
+    }
+    void ReadAt(void* bytes, std::size_t count, std::int64_t offset)
+    {
+        Check(::pread(m_Number, bytes, count, offset), count, "pread");
+    }
+
+private:
+    static void Check(ssize_t moved, std::size_t wanted, const char* call)
+    {
+        if (moved < 0) throw std::system_error(errno, std::generic_category(), call);
+        if (static_cast<std::size_t>(moved) != wanted)
+            throw std::runtime_error(std::string(call) + ": short");
+    }
+    int m_Number = -1;
+};
+
+/// A row as the record database lays it out: presence bits, fields without padding, the text as a number in a double.
+struct [[gnu::packed]] StoredRow
+{
+    std::uint32_t presence;
+    double textReference;
+    std::int32_t group;
+    std::int32_t number;
+    double values[4];
+    float weight;
+};
+static_assert(sizeof(StoredRow) == 56);
+
+StoredRow Pack(const Row& row)
+{
+    StoredRow stored{};
+    stored.presence = 0xFF;
+    stored.textReference = row.textIndex;
+    stored.group = row.group;
+    stored.number = row.number;
+    std::memcpy(stored.values, row.values.data(), sizeof(stored.values));
+    stored.weight = row.weight;
+    return stored;
+}
+
+Row Unpack(const StoredRow& stored)
+{
+    Row row;
+    row.number = stored.number;
+    row.group = stored.group;
+    std::memcpy(row.values.data(), stored.values, sizeof(stored.values));
+    row.weight = stored.weight;
+    row.textIndex = static_cast<int>(stored.textReference);
+    row.text = RowTexts().at(static_cast<std::size_t>(row.textIndex));
+    return row;
+}
+
+std::int64_t RowOffset(int position) { return static_cast<std::int64_t>(sizeof(StoredRow)) * position; }
+
+class RowFile
+{
+public:
+    explicit RowFile(std::string file) : m_File(std::move(file)) {}
+
+    void AppendAll(int count) const
+    {
+        Descriptor file(m_File, O_RDWR | O_CREAT | O_TRUNC);
+        std::vector<StoredRow> piece;
+        piece.reserve(kPieceBytes / sizeof(StoredRow));
+        for (int i = 0; i < count; ++i)
+        {
+            piece.push_back(Pack(RowAt(i)));
+            if (piece.size() == piece.capacity()) WriteOut(file, piece);
+        }
+        WriteOut(file, piece);
+    }
+
+    std::uint64_t SumAll() const
+    {
+        Descriptor file(m_File, O_RDONLY);
+        std::vector<StoredRow> piece(kPieceBytes / sizeof(StoredRow));
+        std::uint64_t sum = 0;
+        int position = 0;
+        while (const std::size_t got = file.ReadSome(piece.data(), piece.size() * sizeof(StoredRow)))
+        {
+            for (std::size_t i = 0; i < got / sizeof(StoredRow); ++i)
+                sum += RowSum(Unpack(piece[i]), position++);
+        }
+        return sum;
+    }
+
+    const std::string& Name() const { return m_File; }
+
+private:
+    static void WriteOut(Descriptor& file, std::vector<StoredRow>& piece)
+    {
+        file.Write(piece.data(), piece.size() * sizeof(StoredRow));
+        piece.clear();
+    }
+    std::string m_File;
+};
+
+class BareContender : public Contender
+{
+protected:
+    BareContender(const Setting& setting, const char* name)
+        : m_Sizes(setting.sizes),
+          m_File(setting.File(name))
+    {
+    }
+    const Sizes m_Sizes;
+    const std::string m_File;
+    std::uint64_t m_Sum = 0;
+};
+
+class Append : public BareContender
+{
+public:
+    explicit Append(const Setting& setting) : BareContender(setting, "append.bare") {}
+    void Prepare(int /*round*/) override { std::filesystem::remove(m_File); }
+    double Run() override
+    {
+        return SecondsOf([&] { RowFile(m_File).AppendAll(m_Sizes.rowCount); });
+    }
+    std::uint64_t Verify() override { return RowFile(m_File).SumAll(); }
+};
+
+class Scan : public BareContender
+{
+public:
+    explicit Scan(const Setting& setting) : BareContender(setting, "scan.bare") {}
+    void Build() override { RowFile(m_File).AppendAll(m_Sizes.rowCount); }
+    void Prepare(int /*round*/) override {}
+    double Run() override
+    {
+        return SecondsOf([&] { m_Sum = RowFile(m_File).SumAll(); });
+    }
+    std::uint64_t Verify() override { return m_Sum; }
+};
+
+class RandomRead : public BareContender
+{
+public:
+    explicit RandomRead(const Setting& setting) : BareContender(setting, "read.bare") {}
+    void Build() override { RowFile(m_File).AppendAll(m_Sizes.rowCount); }
+    void Prepare(int /*round*/) override { m_Open = Descriptor(m_File, O_RDONLY); }
+    double Run() override
+    {
+        return SecondsOf(
+            [&]
+            {
+                m_Sum = 0;
+                StoredRow row{};
+                for (int step = 0; step < m_Sizes.randomCount; ++step)
+                {
+                    m_Open.ReadAt(&row, sizeof(row), RowOffset(RandomPosition(step, m_Sizes.rowCount)));
+                    m_Sum += RowSum(Unpack(row), step);
+                }
+            });
+    }
+    std::uint64_t Verify() override { return m_Sum; }
+
+private:
+    Descriptor m_Open;
+};
+
+class RandomUpdate : public BareContender
+{
+public:
+    explicit RandomUpdate(const Setting& setting) : BareContender(setting, "update.bare") {}
+    void Build() override { RowFile(m_File).AppendAll(m_Sizes.rowCount); }
+    void Prepare(int round) override
+    {
+        m_Round = round;
+        m_Open = Descriptor(m_File, O_RDWR);
+    }
+    double Run() override
+    {
+        return SecondsOf(
+            [&]
+            {
+                StoredRow stored{};
+                for (int step = 0; step < m_Sizes.randomCount; ++step)
+                {
+                    const std::int64_t offset = RowOffset(RandomPosition(step, m_Sizes.rowCount));
+                    m_Open.ReadAt(&stored, sizeof(stored), offset);
+                    Row row = Unpack(stored);
+                    ApplyUpdate(row, step, m_Round);
+                    stored = Pack(row);
+                    m_Open.WriteAt(&stored, sizeof(stored), offset);
+                }
+            });
+    }
+    std::uint64_t Verify() override { return RowFile(m_File).SumAll(); }
+
+private:
+    int m_Round = 0;
+    Descriptor m_Open;
+};
+
+void WriteBlocks(const std::string& name, int count)
+{
+    BlockMaker maker;
+    Descriptor file(name, O_RDWR | O_CREAT | O_TRUNC);
+    for (int i = 0; i < count; ++i) file.Write(maker.Block(i), kBlockBytes);
+}
+
+std::uint64_t ReadBlocks(const std::string& name, int count)
+{
+    Descriptor file(name, O_RDONLY);
+    std::vector<double> values(kBlockDoubles);
+    std::uint64_t sum = 0;
+    for (int i = 0; i < count; ++i)
+    {
+        file.Read(values.data(), kBlockBytes);
+        sum += BlockSum(values.data(), i);
+    }
+    return sum;
+}
+
+class BulkWrite : public BareContender
+{
+public:
+    explicit BulkWrite(const Setting& setting) : BareContender(setting, "blocks.bare") {}
+    void Prepare(int /*round*/) override { std::filesystem::remove(m_File); }
+    double Run() override
+    {
+        return SecondsOf([&] { WriteBlocks(m_File, m_Sizes.blockCount); });
+    }
+    std::uint64_t Verify() override { return ReadBlocks(m_File, m_Sizes.blockCount); }
+};
+
+class BulkRead : public BareContender
+{
+public:
+    explicit BulkRead(const Setting& setting) : BareContender(setting, "blockread.bare") {}
+    void Build() override { WriteBlocks(m_File, m_Sizes.blockCount); }
+    void Prepare(int /*round*/) override {}
+    double Run() override
+    {
+        return SecondsOf([&] { m_Sum = ReadBlocks(m_File, m_Sizes.blockCount); });
+    }
+    std::uint64_t Verify() override { return m_Sum; }
+};
+
+void WriteObjects(const std::string& name, int count)
+{
+    Descriptor file(name, O_RDWR | O_CREAT | O_TRUNC);
+    std::array<double, kObjectDoubles> values{};
+    for (int i = 0; i < count; ++i)
+    {
+        FillObject(i, values.data());
+        file.WriteAt(values.data(), kObjectBytes, static_cast<std::int64_t>(kObjectBytes) * i);
+    }
+}
+
+std::uint64_t ReadObjects(const std::string& name, int count)
+{
+    Descriptor file(name, O_RDONLY);
+    std::array<double, kObjectDoubles> values{};
+    std::uint64_t sum = 0;
+    for (int i = 0; i < count; ++i)
+    {
+        file.ReadAt(values.data(), kObjectBytes, static_cast<std::int64_t>(kObjectBytes) * i);
+        sum += ObjectSum(values.data(), i);
+    }
+    return sum;
+}
+
+class SmallWrite : public BareContender
+{
+public:
+    explicit SmallWrite(const Setting& setting) : BareContender(setting, "small.bare") {}
+    void Prepare(int /*round*/) override { std::filesystem::remove(m_File); }
+    double Run() override
+    {
+        return SecondsOf([&] { WriteObjects(m_File, m_Sizes.objectCount); });
+    }
+    std::uint64_t Verify() override { return ReadObjects(m_File, m_Sizes.objectCount); }
+};
+
+class SmallRead : public BareContender
+{
+public:
+    explicit SmallRead(const Setting& setting) : BareContender(setting, "smallread.bare") {}
+    void Build() override { WriteObjects(m_File, m_Sizes.objectCount); }
+    void Prepare(int /*round*/) override {}
+    double Run() override
+    {
+        return SecondsOf([&] { m_Sum = ReadObjects(m_File, m_Sizes.objectCount); });
+    }
+    std::uint64_t Verify() override { return m_Sum; }
+};
+
+/// Reads the header and every block of a directory that lies between its objects, as an opener must, and one object.
+class OpenObjects : public BareContender
+{
+public:
+    explicit OpenObjects(const Setting& setting) : BareContender(setting, "open.bare") {}
+
+    void Build() override
+    {
+        Descriptor file(m_File, O_RDWR | O_CREAT | O_TRUNC);
+        std::array<double, kObjectDoubles> values{};
+        for (int i = 0; i < m_Sizes.openObjectCount; ++i)
+        {
+            FillObject(i, values.data());
+            file.WriteAt(values.data(), kObjectBytes, ObjectOffset(i));
+        }
+        const std::vector<char> block(kDirectoryBytes, 1);
+        for (int i = 0; i * kEntries < m_Sizes.openObjectCount; ++i)
+        {
+            file.WriteAt(block.data(), block.size(), BlockOffset(i));
+        }
+    }
+    void Prepare(int /*round*/) override {}
+    double Run() override
+    {
+        return SecondsOf(
+                   [&]
+                   {
+                       for (int i = 0; i < m_Sizes.openRepeats; ++i) m_Sum = OpenAndReadOne();
+                   }) /
+               m_Sizes.openRepeats;
+    }
+    std::uint64_t Verify() override { return m_Sum; }
+
+private:
+    static constexpr int kHeaderBytes = 1'024;
+    static constexpr int kDirectoryBytes = 14'336;
+    static constexpr int kEntries = 511;
+    static constexpr std::int64_t kStrideBytes =
+        kDirectoryBytes + static_cast<std::int64_t>(kEntries) * kObjectBytes;
+
+    static std::int64_t BlockOffset(int block) { return kHeaderBytes + kStrideBytes * block; }
+    static std::int64_t ObjectOffset(int index)
+    {
+        return BlockOffset(index / kEntries) + kDirectoryBytes +
+               static_cast<std::int64_t>(index % kEntries) * kObjectBytes;
+    }
+    std::uint64_t OpenAndReadOne() const
+    {
+        Descriptor file(m_File, O_RDONLY);
+        std::vector<char> block(kDirectoryBytes);
+        file.ReadAt(block.data(), kHeaderBytes, 0);
+        for (int i = 0; i * kEntries < m_Sizes.openObjectCount; ++i)
+        {
+            file.ReadAt(block.data(), block.size(), BlockOffset(i));
+        }
+        std::array<double, kObjectDoubles> values{};
+        file.ReadAt(values.data(), kObjectBytes, ObjectOffset(m_Sizes.openObjectCount - 1));
+        return ObjectSum(values.data(), m_Sizes.openObjectCount - 1);
+    }
+};
+
+/// Reads a whole pool of texts into memory with one call: 4 bytes of length, the text, and up to 3 of padding each.
+class OpenStrings : public BareContender
+{
+public:
+    explicit OpenStrings(const Setting& setting) : BareContender(setting, "strings.bare") {}
+
+    void Build() override
+    {
+        std::string pool;
+        for (int i = 0; i < m_Sizes.stringCount; ++i)
+        {
+            const std::string text = DistinctText(i);
+            const auto length = static_cast<std::uint32_t>(text.size());
+            m_LastOffset = pool.size() + 4;
+            m_LastLength = text.size();
+            pool.append(reinterpret_cast<const char*>(&length), 4).append(text);
+            pool.resize((pool.size() + 3) / 4 * 4);
+        }
+        m_PoolBytes = pool.size();
+        Descriptor(m_File, O_RDWR | O_CREAT | O_TRUNC).Write(pool.data(), pool.size());
+    }
+    void Prepare(int /*round*/) override {}
+    double Run() override
+    {
+        return SecondsOf([&] { m_Sum = ReadPool(); });
+    }
+    std::uint64_t Verify() override { return m_Sum; }
+
+private:
+    std::uint64_t ReadPool() const
+    {
+        Descriptor file(m_File, O_RDONLY);
+        const std::unique_ptr<char, void (*)(void*)> pool(static_cast<char*>(std::malloc(m_PoolBytes)),
+                                                          std::free);
+        if (pool == nullptr) throw std::bad_alloc();
+        file.Read(pool.get(), m_PoolBytes);
+        return TextSum({pool.get() + m_LastOffset, m_LastLength});
+    }
+    std::size_t m_PoolBytes = 0;
+    std::size_t m_LastOffset = 0;
+    std::size_t m_LastLength = 0;
+};
+
+/// Open addressing with linear steps, half full at most; texts lie end to end in one block.
+class HashTable
+{
+public:
+    HashTable() : m_Slots(1'024) {}
+
+    std::uint64_t Intern(std::string_view text)
+    {
+        const std::uint64_t hash = std::hash<std::string_view>()(text);
+        std::size_t at = hash & (m_Slots.size() - 1);
+        for (; m_Slots[at].length != 0; at = (at + 1) & (m_Slots.size() - 1))
+        {
+            if (m_Slots[at].hash == hash && TextOf(m_Slots[at]) == text) return m_Slots[at].offset;
+        }
+        m_Slots[at] = {hash, m_Texts.size(), text.size()};
+        m_Texts.append(text);
+        const std::uint64_t offset = m_Slots[at].offset;
+        if (++m_Count * 2 > m_Slots.size()) Grow();
+        return offset;
+    }
+    const std::string& Texts() const { return m_Texts; }
+
+private:
+    struct Slot
+    {
+        std::uint64_t hash = 0;
+        std::uint64_t offset = 0;
+        std::size_t length = 0;
+    };
+    std::string_view TextOf(const Slot& slot) const { return {m_Texts.data() + slot.offset, slot.length}; }
+    void Grow()
+    {
+        std::vector<Slot> grown(m_Slots.size() * 2);
+        for (const Slot& slot : m_Slots)
+        {
+            if (slot.length == 0) continue;
+            std::size_t at = slot.hash & (grown.size() - 1);
+            while (grown[at].length != 0) at = (at + 1) & (grown.size() - 1);
+            grown[at] = slot;
+        }
+        m_Slots.swap(grown);
+    }
+    std::vector<Slot> m_Slots;
+    std::string m_Texts;
+    std::size_t m_Count = 0;
+};
+
+class Intern : public BareContender
+{
+public:
+    explicit Intern(const Setting& setting) : BareContender(setting, "unused") {}
+    void Build() override { m_Input = MakeInternInput(m_Sizes.internCount); }
+    void Prepare(int /*round*/) override { m_References.assign(m_Input.sequence.size(), 0); }
+    double Run() override
+    {
+        return SecondsOf(
+            [&]
+            {
+                m_Table = HashTable();
+                for (std::size_t i = 0; i < m_References.size(); ++i)
+                {
+                    const auto index = static_cast<std::size_t>(m_Input.sequence[i]);
+                    m_References[i] = m_Table.Intern(m_Input.distinct[index]);
+                }
+            });
+    }
+    std::uint64_t Verify() override
+    {
+        std::uint64_t sum = 0;
+        for (std::size_t i = 0; i < m_References.size(); ++i)
+        {
+            const std::size_t length = m_Input.distinct[static_cast<std::size_t>(m_Input.sequence[i])].size();
+            sum += TextSum(std::string_view(m_Table.Texts()).substr(m_References[i], length)) * (2 * i + 1);
+        }
+        return sum;
+    }
+
+private:
+    InternInput m_Input;
+    std::vector<std::uint64_t> m_References;
+    HashTable m_Table;
+};
+
+/// Rows behind a count; the count is written last and is what a reader polls.
+class CountedWriter : public LiveWriter
+{
+public:
+    explicit CountedWriter(const std::string& file) : m_File(file, O_RDWR | O_CREAT | O_TRUNC) {}
+    void Append(const Row& row) override { m_Pending.push_back(Pack(row)); }
+    void Publish() override
+    {
+        const std::size_t bytes = m_Pending.size() * sizeof(StoredRow);
+        m_File.WriteAt(m_Pending.data(), bytes,
+                       static_cast<std::int64_t>(sizeof(m_Count)) + RowOffset(m_Count));
+        m_Count += static_cast<int>(m_Pending.size());
+        m_Pending.clear();
+        m_File.WriteAt(&m_Count, sizeof(m_Count), 0);
+    }
+
+private:
+    Descriptor m_File;
+    std::vector<StoredRow> m_Pending;
+    int m_Count = 0;
+};
+
+class CountedReader : public LiveReader
+{
+public:
+    explicit CountedReader(const std::string& file) : m_File(file, O_RDONLY) {}
+    Sight Look(int seen, int newest) override
+    {
+        int count = 0;
+        m_File.ReadAt(&count, sizeof(count), 0);
+        const int first = std::max(seen, count - std::min(newest, count));
+        m_Rows.resize(static_cast<std::size_t>(count - first));
+        m_File.ReadAt(m_Rows.data(), m_Rows.size() * sizeof(StoredRow),
+                      static_cast<std::int64_t>(sizeof(count)) + RowOffset(first));
+        Sight sight{.first = first, .visible = count};
+        for (std::size_t i = 0; i < m_Rows.size(); ++i)
+        {
+            sight.sum += RowSum(Unpack(m_Rows[i]), first + static_cast<int>(i));
+        }
+        return sight;
+    }
+
+private:
+    Descriptor m_File;
+    std::vector<StoredRow> m_Rows;
+};
+
+LivePeer Live(const Setting& setting)
+{
+    const std::string file = setting.File("live.bare");
+    return {.file = file,
+            .makeWriter = [file] { return std::make_unique<CountedWriter>(file); },
+            .makeReader = [file] { return std::make_unique<CountedReader>(file); }};
+}
+
+std::unique_ptr<Contender> Make(Kind kind, const Setting& setting)
+{
+    switch (kind)
+    {
+    case Kind::Append: return std::make_unique<Append>(setting);
+    case Kind::Scan: return std::make_unique<Scan>(setting);
+    case Kind::RandomRead: return std::make_unique<RandomRead>(setting);
+    case Kind::RandomUpdate: return std::make_unique<RandomUpdate>(setting);
+    case Kind::BulkWrite: return std::make_unique<BulkWrite>(setting);
+    case Kind::BulkRead: return std::make_unique<BulkRead>(setting);
+    case Kind::SmallWrite: return std::make_unique<SmallWrite>(setting);
+    case Kind::SmallRead: return std::make_unique<SmallRead>(setting);
+    case Kind::OpenObjects: return std::make_unique<OpenObjects>(setting);
+    case Kind::OpenStrings: return std::make_unique<OpenStrings>(setting);
+    case Kind::Intern: return std::make_unique<Intern>(setting);
+    case Kind::Visible: return MakeVisible(Live(setting), setting);
+    case Kind::Followed: return MakeRfmUnfollowed(setting);
+    }
+    return nullptr;
+}
+
+} // namespace
+
+Peer BarePeer()
+{
+    return {.name = "bare",
+            .note = "the plain system calls on the same bytes; what they are, see below",
+            .make = Make};
+}
+
+} // namespace bench

@@ -1,0 +1,631 @@
+// HDF5 as its documentation makes it fast: the newest file layout, packet tables for rows, a chunk cache that holds
+// the whole table, contiguous storage without fill values for bulk data, compact storage for small arrays, and
+// single-writer multiple-reader access for a file that is followed.
+
+#include "live.h"
+#include "peers.h"
+
+#include <algorithm>
+#include <cstring>
+#include <hdf5.h>
+#include <hdf5_hl.h>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+namespace bench
+{
+
+namespace
+{
+
+template <class Result> Result Checked(Result result, const char* what)
+{
+    if (result < 0) throw std::runtime_error(std::string("HDF5: ") + what);
+    return result;
+}
+
+/// An identifier and the call that gives it back.
+class Id
+{
+public:
+    Id() = default;
+    Id(hid_t id, herr_t (*close)(hid_t), const char* what) : m_Id(Checked(id, what)), m_Close(close) {}
+    Id(Id&& source) noexcept : m_Id(std::exchange(source.m_Id, -1)), m_Close(source.m_Close) {}
+    Id& operator=(Id&& source) noexcept
+    {
+        std::swap(m_Id, source.m_Id);
+        std::swap(m_Close, source.m_Close);
+        return *this;
+    }
+    Id(const Id&) = delete;
+    Id& operator=(const Id&) = delete;
+    ~Id()
+    {
+        if (m_Id >= 0) m_Close(m_Id);
+    }
+    hid_t Get() const { return m_Id; }
+
+private:
+    hid_t m_Id = -1;
+    herr_t (*m_Close)(hid_t) = nullptr;
+};
+
+struct PackedRow
+{
+    double values[4];
+    std::int32_t number;
+    std::int32_t group;
+    float weight;
+    char text[16];
+};
+
+PackedRow Pack(const Row& row)
+{
+    PackedRow packed{};
+    std::memcpy(packed.values, row.values.data(), sizeof(packed.values));
+    packed.number = row.number;
+    packed.group = row.group;
+    packed.weight = row.weight;
+    std::memcpy(packed.text, row.text.data(), row.text.size());
+    return packed;
+}
+
+Row Unpack(const PackedRow& packed)
+{
+    Row row;
+    std::memcpy(row.values.data(), packed.values, sizeof(packed.values));
+    row.number = packed.number;
+    row.group = packed.group;
+    row.weight = packed.weight;
+    row.text = packed.text;
+    return row;
+}
+
+Id MakeRowType()
+{
+    Id text(H5Tcopy(H5T_C_S1), H5Tclose, "text type");
+    Checked(H5Tset_size(text.Get(), sizeof(PackedRow::text)), "text size");
+    const hsize_t valueCount = 4;
+    const Id values(H5Tarray_create2(H5T_NATIVE_DOUBLE, 1, &valueCount), H5Tclose, "values type");
+    Id row(H5Tcreate(H5T_COMPOUND, sizeof(PackedRow)), H5Tclose, "row type");
+    Checked(H5Tinsert(row.Get(), "values", HOFFSET(PackedRow, values), values.Get()), "values");
+    Checked(H5Tinsert(row.Get(), "number", HOFFSET(PackedRow, number), H5T_NATIVE_INT), "number");
+    Checked(H5Tinsert(row.Get(), "group", HOFFSET(PackedRow, group), H5T_NATIVE_INT), "group");
+    Checked(H5Tinsert(row.Get(), "weight", HOFFSET(PackedRow, weight), H5T_NATIVE_FLOAT), "weight");
+    Checked(H5Tinsert(row.Get(), "text", HOFFSET(PackedRow, text), text.Get()), "text");
+    return row;
+}
+
+Id FastAccess()
+{
+    constexpr std::size_t kCacheBytes = std::size_t{128} << 20;
+    constexpr std::size_t kCacheSlots = 12'421;
+    Id access(H5Pcreate(H5P_FILE_ACCESS), H5Pclose, "access list");
+    Checked(H5Pset_libver_bounds(access.Get(), H5F_LIBVER_LATEST, H5F_LIBVER_LATEST), "version bounds");
+    Checked(H5Pset_cache(access.Get(), 0, kCacheSlots, kCacheBytes, 1.0), "chunk cache");
+    return access;
+}
+
+Id CreateFile(const std::string& file)
+{
+    const Id access = FastAccess();
+    return {H5Fcreate(file.c_str(), H5F_ACC_TRUNC, H5P_DEFAULT, access.Get()), H5Fclose, "create file"};
+}
+
+Id OpenFile(const std::string& file, unsigned flags)
+{
+    const Id access = FastAccess();
+    return {H5Fopen(file.c_str(), flags, access.Get()), H5Fclose, "open file"};
+}
+
+constexpr const char* kRows = "rows";
+constexpr hsize_t kChunkRows = 1'024;
+
+void WriteRows(const std::string& file, int count)
+{
+    const Id open = CreateFile(file);
+    const Id type = MakeRowType();
+    const Id table(H5PTcreate(open.Get(), kRows, type.Get(), kChunkRows, H5P_DEFAULT), H5PTclose,
+                   "packet table");
+    for (int i = 0; i < count; ++i)
+    {
+        const PackedRow row = Pack(RowAt(i));
+        Checked(H5PTappend(table.Get(), 1, &row), "append");
+    }
+}
+
+std::uint64_t SumRows(const Id& table)
+{
+    hsize_t left = 0;
+    Checked(H5PTget_num_packets(table.Get(), &left), "count");
+    Checked(H5PTcreate_index(table.Get()), "start of table");
+    std::vector<PackedRow> rows(kChunkRows);
+    std::uint64_t sum = 0;
+    int position = 0;
+    while (left > 0)
+    {
+        const hsize_t piece = std::min(left, kChunkRows);
+        Checked(H5PTget_next(table.Get(), piece, rows.data()), "next");
+        for (hsize_t i = 0; i < piece; ++i) sum += RowSum(Unpack(rows[i]), position++);
+        left -= piece;
+    }
+    return sum;
+}
+
+std::uint64_t SumRowsOf(const std::string& file)
+{
+    const Id open = OpenFile(file, H5F_ACC_RDONLY);
+    const Id table(H5PTopen(open.Get(), kRows), H5PTclose, "open table");
+    return SumRows(table);
+}
+
+class Hdf5Contender : public Contender
+{
+protected:
+    Hdf5Contender(const Setting& setting, const char* name)
+        : m_Sizes(setting.sizes),
+          m_File(setting.File(name))
+    {
+    }
+    const Sizes m_Sizes;
+    const std::string m_File;
+    std::uint64_t m_Sum = 0;
+};
+
+class Append : public Hdf5Contender
+{
+public:
+    explicit Append(const Setting& setting) : Hdf5Contender(setting, "append.h5") {}
+    void Prepare(int /*round*/) override { std::filesystem::remove(m_File); }
+    double Run() override
+    {
+        return SecondsOf([&] { WriteRows(m_File, m_Sizes.rowCount); });
+    }
+    std::uint64_t Verify() override { return SumRowsOf(m_File); }
+};
+
+/// A contender on an open packet table.
+class TableContender : public Hdf5Contender
+{
+public:
+    void Build() override { WriteRows(m_File, m_Sizes.rowCount); }
+    void Prepare(int round) override
+    {
+        m_Round = round;
+        m_Open = OpenFile(m_File, m_Flags);
+        m_Table = Id(H5PTopen(m_Open.Get(), kRows), H5PTclose, "open table");
+    }
+
+protected:
+    TableContender(const Setting& setting, const char* name, unsigned flags)
+        : Hdf5Contender(setting, name),
+          m_Flags(flags)
+    {
+    }
+    void CloseAll()
+    {
+        m_Table = Id();
+        m_Open = Id();
+    }
+    unsigned m_Flags;
+    int m_Round = 0;
+    Id m_Open;
+    Id m_Table;
+};
+
+class Scan : public TableContender
+{
+public:
+    explicit Scan(const Setting& setting) : TableContender(setting, "scan.h5", H5F_ACC_RDONLY) {}
+    double Run() override
+    {
+        return SecondsOf([&] { m_Sum = SumRows(m_Table); });
+    }
+    std::uint64_t Verify() override
+    {
+        CloseAll();
+        return m_Sum;
+    }
+};
+
+class RandomRead : public TableContender
+{
+public:
+    explicit RandomRead(const Setting& setting) : TableContender(setting, "read.h5", H5F_ACC_RDONLY) {}
+    double Run() override
+    {
+        return SecondsOf(
+            [&]
+            {
+                m_Sum = 0;
+                PackedRow row{};
+                for (int step = 0; step < m_Sizes.randomCount; ++step)
+                {
+                    const auto position = static_cast<hsize_t>(RandomPosition(step, m_Sizes.rowCount));
+                    Checked(H5PTread_packets(m_Table.Get(), position, 1, &row), "read");
+                    m_Sum += RowSum(Unpack(row), step);
+                }
+            });
+    }
+    std::uint64_t Verify() override
+    {
+        CloseAll();
+        return m_Sum;
+    }
+};
+
+/// A packet table cannot change a row; its dataset can, one row at a time.
+class RowAccess
+{
+public:
+    explicit RowAccess(hid_t dataset)
+        : m_Dataset(dataset),
+          m_Type(MakeRowType()),
+          m_File(H5Dget_space(dataset), H5Sclose, "space")
+    {
+        const hsize_t one = 1;
+        m_Memory = Id(H5Screate_simple(1, &one, nullptr), H5Sclose, "memory space");
+    }
+    void Read(int position, PackedRow& row)
+    {
+        Select(position);
+        Checked(H5Dread(m_Dataset, m_Type.Get(), m_Memory.Get(), m_File.Get(), H5P_DEFAULT, &row), "read");
+    }
+    void Write(int position, const PackedRow& row)
+    {
+        Select(position);
+        Checked(H5Dwrite(m_Dataset, m_Type.Get(), m_Memory.Get(), m_File.Get(), H5P_DEFAULT, &row), "write");
+    }
+
+private:
+    void Select(int position)
+    {
+        const auto start = static_cast<hsize_t>(position);
+        const hsize_t one = 1;
+        Checked(H5Sselect_hyperslab(m_File.Get(), H5S_SELECT_SET, &start, nullptr, &one, nullptr), "select");
+    }
+    hid_t m_Dataset;
+    Id m_Type;
+    Id m_File;
+    Id m_Memory;
+};
+
+class RandomUpdate : public TableContender
+{
+public:
+    explicit RandomUpdate(const Setting& setting) : TableContender(setting, "update.h5", H5F_ACC_RDWR) {}
+    double Run() override
+    {
+        return SecondsOf(
+            [&]
+            {
+                {
+                    RowAccess rows(H5PTget_dataset(m_Table.Get()));
+                    for (int step = 0; step < m_Sizes.randomCount; ++step) UpdateOne(rows, step);
+                }
+                CloseAll();
+            });
+    }
+    std::uint64_t Verify() override { return SumRowsOf(m_File); }
+
+private:
+    void UpdateOne(RowAccess& rows, int step) const
+    {
+        const int position = RandomPosition(step, m_Sizes.rowCount);
+        PackedRow packed{};
+        rows.Read(position, packed);
+        Row row = Unpack(packed);
+        ApplyUpdate(row, step, m_Round);
+        rows.Write(position, Pack(row));
+    }
+};
+
+/// The blocks of one contiguous dataset.
+class BlockDataset
+{
+public:
+    BlockDataset(Id dataset)
+        : m_Dataset(std::move(dataset)),
+          m_File(H5Dget_space(m_Dataset.Get()), H5Sclose, "space")
+    {
+        const hsize_t count = kBlockDoubles;
+        m_Memory = Id(H5Screate_simple(1, &count, nullptr), H5Sclose, "memory space");
+    }
+    static BlockDataset Create(const Id& file, int count)
+    {
+        const hsize_t size = static_cast<hsize_t>(count) * kBlockDoubles;
+        const Id space(H5Screate_simple(1, &size, nullptr), H5Sclose, "space");
+        const Id creation(H5Pcreate(H5P_DATASET_CREATE), H5Pclose, "creation list");
+        Checked(H5Pset_layout(creation.Get(), H5D_CONTIGUOUS), "layout");
+        Checked(H5Pset_fill_time(creation.Get(), H5D_FILL_TIME_NEVER), "fill time");
+        return {Id(H5Dcreate2(file.Get(), "blocks", H5T_NATIVE_DOUBLE, space.Get(), H5P_DEFAULT,
+                              creation.Get(), H5P_DEFAULT),
+                   H5Dclose, "create dataset")};
+    }
+    void Write(int index, const double* values)
+    {
+        Select(index);
+        Checked(
+            H5Dwrite(m_Dataset.Get(), H5T_NATIVE_DOUBLE, m_Memory.Get(), m_File.Get(), H5P_DEFAULT, values),
+            "write");
+    }
+    void Read(int index, double* values)
+    {
+        Select(index);
+        Checked(
+            H5Dread(m_Dataset.Get(), H5T_NATIVE_DOUBLE, m_Memory.Get(), m_File.Get(), H5P_DEFAULT, values),
+            "read");
+    }
+
+private:
+    void Select(int index)
+    {
+        const hsize_t start = static_cast<hsize_t>(index) * kBlockDoubles;
+        const hsize_t count = kBlockDoubles;
+        Checked(H5Sselect_hyperslab(m_File.Get(), H5S_SELECT_SET, &start, nullptr, &count, nullptr),
+                "select");
+    }
+    Id m_Dataset;
+    Id m_File;
+    Id m_Memory;
+};
+
+void WriteBlocks(const std::string& file, int count)
+{
+    BlockMaker maker;
+    const Id open = CreateFile(file);
+    BlockDataset blocks = BlockDataset::Create(open, count);
+    for (int i = 0; i < count; ++i) blocks.Write(i, maker.Block(i));
+}
+
+std::uint64_t ReadBlocks(const std::string& file, int count)
+{
+    const Id open = OpenFile(file, H5F_ACC_RDONLY);
+    BlockDataset blocks(Id(H5Dopen2(open.Get(), "blocks", H5P_DEFAULT), H5Dclose, "open dataset"));
+    std::vector<double> values(kBlockDoubles);
+    std::uint64_t sum = 0;
+    for (int i = 0; i < count; ++i)
+    {
+        blocks.Read(i, values.data());
+        sum += BlockSum(values.data(), i);
+    }
+    return sum;
+}
+
+void WriteObjects(const std::string& file, int count)
+{
+    const Id open = CreateFile(file);
+    const hsize_t size = kObjectDoubles;
+    const Id space(H5Screate_simple(1, &size, nullptr), H5Sclose, "space");
+    const Id creation(H5Pcreate(H5P_DATASET_CREATE), H5Pclose, "creation list");
+    Checked(H5Pset_layout(creation.Get(), H5D_COMPACT), "layout");
+    std::array<double, kObjectDoubles> values{};
+    for (int i = 0; i < count; ++i)
+    {
+        FillObject(i, values.data());
+        const Id object(H5Dcreate2(open.Get(), std::to_string(i).c_str(), H5T_NATIVE_DOUBLE, space.Get(),
+                                   H5P_DEFAULT, creation.Get(), H5P_DEFAULT),
+                        H5Dclose, "create object");
+        Checked(H5Dwrite(object.Get(), H5T_NATIVE_DOUBLE, H5S_ALL, H5S_ALL, H5P_DEFAULT, values.data()),
+                "write");
+    }
+}
+
+std::uint64_t ReadObject(const Id& file, int index)
+{
+    std::array<double, kObjectDoubles> values{};
+    const Id object(H5Dopen2(file.Get(), std::to_string(index).c_str(), H5P_DEFAULT), H5Dclose,
+                    "open object");
+    Checked(H5Dread(object.Get(), H5T_NATIVE_DOUBLE, H5S_ALL, H5S_ALL, H5P_DEFAULT, values.data()), "read");
+    return ObjectSum(values.data(), index);
+}
+
+std::uint64_t ReadObjects(const std::string& file, int count)
+{
+    const Id open = OpenFile(file, H5F_ACC_RDONLY);
+    std::uint64_t sum = 0;
+    for (int i = 0; i < count; ++i) sum += ReadObject(open, i);
+    return sum;
+}
+
+using WriteAll = void (*)(const std::string& file, int count);
+using ReadAll = std::uint64_t (*)(const std::string& file, int count);
+
+class FileWrite : public Hdf5Contender
+{
+public:
+    FileWrite(const Setting& setting, const char* name, int count, WriteAll write, ReadAll read)
+        : Hdf5Contender(setting, name),
+          m_Count(count),
+          m_Write(write),
+          m_Read(read)
+    {
+    }
+    void Prepare(int /*round*/) override { std::filesystem::remove(m_File); }
+    double Run() override
+    {
+        return SecondsOf([&] { m_Write(m_File, m_Count); });
+    }
+    std::uint64_t Verify() override { return m_Read(m_File, m_Count); }
+
+private:
+    int m_Count;
+    WriteAll m_Write;
+    ReadAll m_Read;
+};
+
+class FileRead : public Hdf5Contender
+{
+public:
+    FileRead(const Setting& setting, const char* name, int count, WriteAll write, ReadAll read)
+        : Hdf5Contender(setting, name),
+          m_Count(count),
+          m_Write(write),
+          m_Read(read)
+    {
+    }
+    void Build() override { m_Write(m_File, m_Count); }
+    void Prepare(int /*round*/) override {}
+    double Run() override
+    {
+        return SecondsOf([&] { m_Sum = m_Read(m_File, m_Count); });
+    }
+    std::uint64_t Verify() override { return m_Sum; }
+
+private:
+    int m_Count;
+    WriteAll m_Write;
+    ReadAll m_Read;
+};
+
+class OpenObjects : public Hdf5Contender
+{
+public:
+    explicit OpenObjects(const Setting& setting) : Hdf5Contender(setting, "open.h5") {}
+    void Build() override { WriteObjects(m_File, m_Sizes.openObjectCount); }
+    void Prepare(int /*round*/) override {}
+    double Run() override
+    {
+        return SecondsOf(
+                   [&]
+                   {
+                       for (int i = 0; i < m_Sizes.openRepeats; ++i)
+                       {
+                           m_Sum = ReadObject(OpenFile(m_File, H5F_ACC_RDONLY), m_Sizes.openObjectCount - 1);
+                       }
+                   }) /
+               m_Sizes.openRepeats;
+    }
+    std::uint64_t Verify() override { return m_Sum; }
+};
+
+/// Rows in a chunked dataset under single-writer multiple-reader access.
+class SwmrWriter : public LiveWriter
+{
+public:
+    explicit SwmrWriter(const std::string& file) : m_Type(MakeRowType()), m_File(CreateFile(file))
+    {
+        const hsize_t none = 0;
+        const hsize_t unlimited = H5S_UNLIMITED;
+        const Id space(H5Screate_simple(1, &none, &unlimited), H5Sclose, "space");
+        const Id creation(H5Pcreate(H5P_DATASET_CREATE), H5Pclose, "creation list");
+        Checked(H5Pset_chunk(creation.Get(), 1, &kChunkRows), "chunk");
+        m_Rows = Id(H5Dcreate2(m_File.Get(), kRows, m_Type.Get(), space.Get(), H5P_DEFAULT, creation.Get(),
+                               H5P_DEFAULT),
+                    H5Dclose, "create rows");
+        Checked(H5Fstart_swmr_write(m_File.Get()), "start of single writer");
+    }
+    void Append(const Row& row) override { m_Pending.push_back(Pack(row)); }
+    void Publish() override
+    {
+        if (!m_Pending.empty())
+        {
+            Checked(
+                H5DOappend(m_Rows.Get(), H5P_DEFAULT, 0, m_Pending.size(), m_Type.Get(), m_Pending.data()),
+                "append");
+        }
+        m_Pending.clear();
+        Checked(H5Dflush(m_Rows.Get()), "flush");
+    }
+
+private:
+    Id m_Type;
+    Id m_File;
+    Id m_Rows;
+    std::vector<PackedRow> m_Pending;
+};
+
+class SwmrReader : public LiveReader
+{
+public:
+    explicit SwmrReader(const std::string& file)
+        : m_Type(MakeRowType()),
+          m_File(OpenFile(file, H5F_ACC_RDONLY | H5F_ACC_SWMR_READ)),
+          m_Rows(H5Dopen2(m_File.Get(), kRows, H5P_DEFAULT), H5Dclose, "open rows")
+    {
+    }
+    Sight Look(int seen, int /*newest*/) override
+    {
+        Checked(H5Drefresh(m_Rows.Get()), "refresh");
+        const Id space(H5Dget_space(m_Rows.Get()), H5Sclose, "space");
+        hsize_t extent = 0;
+        Checked(H5Sget_simple_extent_dims(space.Get(), &extent, nullptr), "extent");
+        Sight sight{.first = seen, .visible = static_cast<int>(extent)};
+        if (sight.visible > seen) ReadFrom(space, sight);
+        return sight;
+    }
+
+private:
+    void ReadFrom(const Id& space, Sight& sight)
+    {
+        const auto first = static_cast<hsize_t>(sight.first);
+        const auto count = static_cast<hsize_t>(sight.visible - sight.first);
+        std::vector<PackedRow> rows(count);
+        const Id memory(H5Screate_simple(1, &count, nullptr), H5Sclose, "memory space");
+        Checked(H5Sselect_hyperslab(space.Get(), H5S_SELECT_SET, &first, nullptr, &count, nullptr), "select");
+        Checked(H5Dread(m_Rows.Get(), m_Type.Get(), memory.Get(), space.Get(), H5P_DEFAULT, rows.data()),
+                "read");
+        for (hsize_t i = 0; i < count; ++i) sight.sum += RowSum(Unpack(rows[i]), static_cast<int>(first + i));
+    }
+    Id m_Type;
+    Id m_File;
+    Id m_Rows;
+};
+
+LivePeer Live(const Setting& setting)
+{
+    const std::string file = setting.File("live.h5");
+    return {.file = file,
+            .makeWriter = [file] { return std::make_unique<SwmrWriter>(file); },
+            .makeReader = [file] { return std::make_unique<SwmrReader>(file); }};
+}
+
+std::unique_ptr<Contender> Make(Kind kind, const Setting& setting)
+{
+    const Sizes& sizes = setting.sizes;
+    switch (kind)
+    {
+    case Kind::Append: return std::make_unique<Append>(setting);
+    case Kind::Scan: return std::make_unique<Scan>(setting);
+    case Kind::RandomRead: return std::make_unique<RandomRead>(setting);
+    case Kind::RandomUpdate: return std::make_unique<RandomUpdate>(setting);
+    case Kind::BulkWrite:
+        return std::make_unique<FileWrite>(setting, "blocks.h5", sizes.blockCount, WriteBlocks, ReadBlocks);
+    case Kind::BulkRead:
+        return std::make_unique<FileRead>(setting, "blockread.h5", sizes.blockCount, WriteBlocks, ReadBlocks);
+    case Kind::SmallWrite:
+        return std::make_unique<FileWrite>(setting, "small.h5", sizes.objectCount, WriteObjects, ReadObjects);
+    case Kind::SmallRead:
+        return std::make_unique<FileRead>(setting, "smallread.h5", sizes.objectCount, WriteObjects,
+                                          ReadObjects);
+    case Kind::OpenObjects: return std::make_unique<OpenObjects>(setting);
+    case Kind::Visible: return MakeVisible(Live(setting), setting);
+    case Kind::OpenStrings:
+    case Kind::Intern:
+    case Kind::Followed: return nullptr;
+    }
+    return nullptr;
+}
+
+std::string Version()
+{
+    unsigned major = 0;
+    unsigned minor = 0;
+    unsigned release = 0;
+    Checked(H5get_libversion(&major, &minor, &release), "version");
+    return std::to_string(major) + "." + std::to_string(minor) + "." + std::to_string(release);
+}
+
+} // namespace
+
+Peer Hdf5Peer()
+{
+    return {.name = "HDF5",
+            .note = Version() +
+                    ": newest layout, packet table in chunks of 1024 rows, chunk cache 128 MiB; bulk: "
+                    "contiguous, no fill; small: compact; visible: single writer, H5Dflush and H5Drefresh",
+            .make = Make};
+}
+
+} // namespace bench

@@ -1,0 +1,4 @@
+add_area(array_tests
+  rfm/rfm_Array_test.cpp
+  rfm/rfm_TaggedStream_test.cpp
+)

@@ -1,0 +1,415 @@
+#include "rfm_File.h"
+
+#include "EnvironmentVariable.h"
+#include "Forked.h"
+#include "TestFolder.h"
+#include "Thrown.h"
+#include "rfm_Database.h"
+#include "rfm_FileRepr.h"
+#include "utl_FileException.h"
+
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace
+{
+constexpr uid_t kNobody = 65534;
+constexpr const char* kUrl = "mrkrdb://host:1234/dir/job.rdx";
+
+/// A file in memory that counts its reads.
+class MemoryFile : public rfm_FileRepr
+{
+public:
+    explicit MemoryFile(std::string start, int& destroyed)
+        : rfm_FileRepr("in memory"),
+          bytes(std::move(start)),
+          m_Destroyed(destroyed)
+    {
+    }
+    ~MemoryFile() override { ++m_Destroyed; }
+    bool ReadOnly() const override { return readOnly; }
+    void Seek(utl_FileOffset position) override { m_Position = position; }
+    void Flush() override {}
+    void Extend(utl_FileOffset delta) override { ExtendBy(delta); }
+    bool ExtendBy(utl_FileOffset delta) override
+    {
+        m_LogicalFileSize += delta;
+        return false;
+    }
+    void TrimToLength() override {}
+    int Read(char* buffer, int count) override
+    {
+        ++reads;
+        const std::string piece =
+            bytes.substr(static_cast<std::size_t>(m_Position.Value()), static_cast<std::size_t>(count));
+        std::copy(piece.begin(), piece.end(), buffer);
+        m_Position += static_cast<std::int64_t>(piece.size());
+        return static_cast<int>(piece.size());
+    }
+    int Write(const char* buffer, int count) override
+    {
+        const auto start = static_cast<std::size_t>(m_Position.Value());
+        bytes.resize(std::max(bytes.size(), start + static_cast<std::size_t>(count)));
+        bytes.replace(start, static_cast<std::size_t>(count), buffer, static_cast<std::size_t>(count));
+        m_Position += count;
+        return count;
+    }
+
+    std::string bytes;
+    int reads = 0;
+    bool readOnly = false;
+
+private:
+    int& m_Destroyed;
+};
+
+class rfm_FileTest : public ::testing::Test
+{
+protected:
+    cow_String Name() const { return m_Folder.Path("job.rdx"); }
+    std::string Text(const char* before, const char* after = "") const
+    {
+        return std::string(before) + Name().CString() + after;
+    }
+    std::string ReadOnlyText() const { return Text("*** ERROR: Attempt to write to read-only file:\n  "); }
+    std::string NoSuchFileText() const { return Text("*** ERROR: No such file: ", "."); }
+
+    static std::string LogOf(auto action)
+    {
+        ::testing::internal::CaptureStderr();
+        try
+        {
+            action();
+        }
+        catch (const rfm_FileException&)
+        {
+            return ::testing::internal::GetCapturedStderr() + "refused";
+        }
+        return ::testing::internal::GetCapturedStderr();
+    }
+
+    TestFolder m_Folder;
+};
+} // namespace
+
+// --- opening
+
+TEST_F(rfm_FileTest, CreateGivesAnEmptyWritableFileOfThatName)
+{
+    const rfm_File file = rfm_File::Open(Name(), utl_FileAccessCreate);
+    EXPECT_EQ(file.FileName(), Name());
+    EXPECT_FALSE(file.ReadOnly());
+    EXPECT_EQ(file.Repr().Length(), 0);
+    EXPECT_EQ(BytesOf(Name()), "");
+}
+
+TEST_F(rfm_FileTest, AnEmptyFileReachesThePlainBackend)
+{
+    PutBytes(Name(), "");
+    EXPECT_TRUE(rfm_File::Open(Name(), utl_FileAccessRead).ReadOnly());
+    EXPECT_FALSE(rfm_File::Open(Name(), utl_FileAccessUpdate).ReadOnly());
+}
+
+TEST_F(rfm_FileTest, AnEmptyFileFailsLaterAsADatabase)
+{
+    PutBytes(Name(), "");
+    const rfm_File file = rfm_File::Open(Name(), utl_FileAccessRead);
+    EXPECT_EQ(Thrown<nex_TextException>([&] { rfm_Database::Open(file, ""); }),
+              Text("***ERROR: \"", "\"  is not an MARLEK database file."));
+    EXPECT_FALSE(rfm_Database::IsMagic(file, ""));
+}
+
+TEST_F(rfm_FileTest, AFileShorterThanAMagicIsPlain)
+{
+    for (const char* start : {"M", "MRKTS", "\x89HDF\r\n"})
+    {
+        PutBytes(Name(), start);
+        EXPECT_TRUE(rfm_File::Open(Name(), utl_FileAccessRead).ReadOnly());
+        EXPECT_FALSE(rfm_File::Open(Name(), utl_FileAccessUpdate).ReadOnly());
+    }
+}
+
+TEST_F(rfm_FileTest, TheFlagHasNoEffect)
+{
+    PutBytes(Name(), "abc");
+    for (const bool flag : {false, true})
+    {
+        const rfm_File file = rfm_File::Open(Name(), utl_FileAccessRead, flag);
+        EXPECT_TRUE(file.ReadOnly());
+        EXPECT_EQ(file.Repr().ReadFixedString(3).View(), "abc");
+    }
+}
+
+TEST_F(rfm_FileTest, AMissingFileIsNoSuchFileForReadAndUpdate)
+{
+    EXPECT_EQ(Thrown<rfm_FileNoSuchFile>([&] { rfm_File::Open(Name(), utl_FileAccessRead); }),
+              NoSuchFileText());
+    EXPECT_EQ(Thrown<rfm_FileNoSuchFile>([&] { rfm_File::Open(Name(), utl_FileAccessUpdate); }),
+              NoSuchFileText());
+}
+
+TEST_F(rfm_FileTest, ADirectoryIsRefusedWithItsName)
+{
+    const cow_String folder(std::string_view(m_Folder.Path()));
+    for (const utl_FileAccess access : {utl_FileAccessRead, utl_FileAccessUpdate, utl_FileAccessCreate})
+        EXPECT_NE(Thrown<utl_FileException>([&] { rfm_File::Open(folder, access); })
+                      .find(m_Folder.Path() + ", reason:\n  Is a directory."),
+                  std::string::npos);
+}
+
+TEST_F(rfm_FileTest, MissingRightsHaveTheirOwnTexts)
+{
+    PutBytes(Name(), "abc");
+    ASSERT_EQ(::chmod(m_Folder.Path().c_str(), 0755), 0);
+    ASSERT_EQ(::chmod(Name().CString(), 0444), 0);
+    const auto textAsNobody = [&](utl_FileAccess access, auto expected)
+    {
+        return ExitCodeOfForked(
+            [&]
+            {
+                if (::geteuid() == 0 && ::setuid(kNobody) != 0) return 90;
+                return expected(Thrown<rfm_FileException>([&] { rfm_File::Open(Name(), access); })) ? 0 : 1;
+            });
+    };
+    EXPECT_EQ(
+        textAsNobody(utl_FileAccessUpdate, [&](const std::string& text) { return text == ReadOnlyText(); }),
+        0);
+    ASSERT_EQ(::chmod(Name().CString(), 0), 0);
+    EXPECT_EQ(textAsNobody(utl_FileAccessRead, [&](const std::string& text)
+                           { return text == Text("*** ERROR: No permission to read: ", "."); }),
+              0);
+    ASSERT_EQ(::chmod(Name().CString(), 0600), 0);
+}
+
+TEST_F(rfm_FileTest, AUrlCannotBeCreatedOrUpdated)
+{
+    const std::string expected = std::string("*** ERROR: Attempt to write to read-only file:\n  ") + kUrl;
+    for (const char* hdf : {static_cast<const char*>(nullptr), "1"})
+    {
+        const EnvironmentVariable variable("MRK_HDF_RDX", hdf);
+        EXPECT_EQ(Thrown<rfm_FileReadOnlyExc>([] { rfm_File::Open(kUrl, utl_FileAccessCreate); }), expected);
+        EXPECT_EQ(Thrown<rfm_FileReadOnlyExc>([] { rfm_File::Open(kUrl, utl_FileAccessUpdate); }), expected);
+        EXPECT_EQ(Thrown<rfm_FileReadOnlyExc>([] { rfm_File::CreateCompressed(kUrl); }), expected);
+    }
+}
+
+TEST_F(rfm_FileTest, AnyOtherAccessIsAFaultOfTheCaller)
+{
+    for (const int access : {-1, 3})
+        EXPECT_EQ(
+            Thrown<nex_AssertException>([&] { rfm_File::Open(Name(), static_cast<utl_FileAccess>(access)); }),
+            "!\"Incorrect file access.\"");
+}
+
+// --- which backend
+
+TEST_F(rfm_FileTest, NothingIsLoggedUnlessItIsAskedFor)
+{
+    const EnvironmentVariable variable("MRK_RFM_LOGIFY", nullptr);
+    EXPECT_EQ(LogOf([&] { rfm_File::Open(Name(), utl_FileAccessCreate); }), "");
+    EXPECT_EQ(LogOf([&] { rfm_File::Open(Name(), utl_FileAccessUpdate); }), "");
+    EXPECT_EQ(LogOf([&] { rfm_File::Open(Name(), utl_FileAccessRead); }), "");
+}
+
+TEST_F(rfm_FileTest, TheLogTellsTheBackendInOneLineWhateverTheVariableHolds)
+{
+    for (const char* value : {"", "0", "yes"})
+    {
+        const EnvironmentVariable variable("MRK_RFM_LOGIFY", value);
+        EXPECT_EQ(LogOf([&] { rfm_File::Open(Name(), utl_FileAccessCreate); }),
+                  "*** Informational: Creating File based RDX.\n");
+        EXPECT_EQ(LogOf([&] { rfm_File::Open(Name(), utl_FileAccessUpdate); }),
+                  "*** Informational: Updating File based RDX.\n");
+        EXPECT_EQ(LogOf([&] { rfm_File::Open(Name(), utl_FileAccessRead); }),
+                  "*** Informational: Opening File based RDX.\n");
+    }
+}
+
+TEST_F(rfm_FileTest, AnExistingPlainFileStaysPlainWhateverNewFilesAreToBe)
+{
+    PutBytes(Name(), "plain");
+    const EnvironmentVariable hdf("MRK_HDF_RDX", "");
+    const EnvironmentVariable log("MRK_RFM_LOGIFY", "");
+    EXPECT_EQ(LogOf([&] { rfm_File::Open(Name(), utl_FileAccessUpdate); }),
+              "*** Informational: Updating File based RDX.\n");
+    EXPECT_EQ(LogOf([&] { rfm_File::Open(Name(), utl_FileAccessRead); }),
+              "*** Informational: Opening File based RDX.\n");
+}
+
+TEST_F(rfm_FileTest, TheVariableForNewFilesTurnsCreateAwayFromThePlainBackend)
+{
+    const EnvironmentVariable hdf("MRK_HDF_RDX", "");
+    EXPECT_THROW(rfm_File::Open(Name(), utl_FileAccessCreate), rfm_FileException);
+    EXPECT_FALSE(std::filesystem::exists(Name().CString()));
+}
+
+TEST_F(rfm_FileTest, TheVariableForNewFilesPlaysNoPartForACompressedOne)
+{
+    const EnvironmentVariable log("MRK_RFM_LOGIFY", "");
+    for (const char* value : {static_cast<const char*>(nullptr), "1"})
+    {
+        const EnvironmentVariable hdf("MRK_HDF_RDX", value);
+        EXPECT_EQ(LogOf([&] { rfm_File::CreateCompressed(Name()); }),
+                  "*** Informational: Creating Compressed File based SDX.\nrefused");
+    }
+}
+
+TEST_F(rfm_FileTest, ReadingAUrlIsLeftToTheRemoteBackendWithoutALog)
+{
+    const EnvironmentVariable log("MRK_RFM_LOGIFY", "");
+    EXPECT_EQ(LogOf([] { rfm_File::Open(kUrl, utl_FileAccessRead); }), "refused");
+    EXPECT_EQ(Thrown<rfm_FileException>([] { rfm_File::Open(kUrl, utl_FileAccessRead); }),
+              std::string("*** ERROR: Remote database files are not supported by this version:\n  ") + kUrl);
+}
+
+TEST_F(rfm_FileTest, ACompressedFileIsToldByItsMagic)
+{
+    const std::string expected =
+        Text("*** ERROR: Compressed database files are not supported by this version:\n  ");
+    for (const char* magic : {"MRKTSA", "MRKTSA00 and more"})
+    {
+        PutBytes(Name(), magic);
+        EXPECT_EQ(Thrown<rfm_FileException>([&] { rfm_File::Open(Name(), utl_FileAccessRead); }), expected);
+        EXPECT_EQ(Thrown<rfm_FileException>([&] { rfm_File::Open(Name(), utl_FileAccessUpdate); }), expected);
+    }
+}
+
+TEST_F(rfm_FileTest, AnHdf5FileIsToldByItsSignature)
+{
+    PutBytes(Name(), "\x89HDF\r\n\x1a\n and more");
+    const std::string expected =
+        Text("*** ERROR: HDF5 database files are not supported by this version:\n  ");
+    EXPECT_EQ(Thrown<rfm_FileException>([&] { rfm_File::Open(Name(), utl_FileAccessRead); }), expected);
+    EXPECT_EQ(Thrown<rfm_FileException>([&] { rfm_File::Open(Name(), utl_FileAccessUpdate); }), expected);
+}
+
+TEST_F(rfm_FileTest, CreateOverAFileOfAnyKindMakesAPlainOne)
+{
+    PutBytes(Name(), "MRKTSA00");
+    const rfm_File file = rfm_File::Open(Name(), utl_FileAccessCreate);
+    EXPECT_EQ(BytesOf(Name()), "");
+}
+
+// --- the handle
+
+TEST_F(rfm_FileTest, CopiesShareOneFileAndItsPositionAndTheLastOneClosesIt)
+{
+    int destroyed = 0;
+    {
+        rfm_File first(new MemoryFile("abcdef", destroyed));
+        {
+            const rfm_File second(first);
+            EXPECT_EQ(second.Repr().ReadFixedString(2).View(), "ab");
+            first.Repr().Seek(4);
+            EXPECT_EQ(second.Repr().ReadFixedString(2).View(), "ef");
+        }
+        EXPECT_EQ(destroyed, 0);
+    }
+    EXPECT_EQ(destroyed, 1);
+}
+
+TEST_F(rfm_FileTest, ABackendThatGivesNothingOfItsOwnHasPlainAnswers)
+{
+    int destroyed = 0;
+    MemoryFile file("abc", destroyed);
+    EXPECT_EQ(file.CheckStatus(), rfm_FileStatus::RfmFileUnchanged);
+    EXPECT_EQ(file.CheckCache().Length(), 0);
+    file.WriteSizeStamp(0);
+    EXPECT_NO_THROW(file.VerifySizeStamp(0));
+    EXPECT_EQ(file.bytes, "abc");
+    EXPECT_EQ(file.Length(), 0);
+    EXPECT_EQ(file.LogicalLength(), 0);
+    EXPECT_EQ(file.PhysicalLength(), 0);
+    EXPECT_EQ(file.FileName().View(), "in memory");
+    EXPECT_FALSE(file.IsHeldByWriter());
+    EXPECT_FALSE(file.Swapped());
+}
+
+// --- copying
+
+namespace
+{
+struct Copied
+{
+    std::string target;
+    int reads;
+};
+
+Copied Copy(const std::string& source, std::int64_t from, const std::string& target, std::int64_t to)
+{
+    int destroyed = 0;
+    auto* reader = new MemoryFile(source, destroyed);
+    auto* writer = new MemoryFile(target, destroyed);
+    const rfm_File sourceFile(reader);
+    rfm_File targetFile(writer);
+    reader->Seek(from);
+    writer->Seek(to);
+    targetFile.Copy(sourceFile);
+    return {writer->bytes, reader->reads};
+}
+} // namespace
+
+TEST(rfm_FileCopy, TheRestOfTheSourceComesToThePosition)
+{
+    EXPECT_EQ(Copy("abcdef", 2, "0123456789", 3).target, "012cdef789");
+    EXPECT_EQ(Copy("abcdef", 0, "01", 2).target, "01abcdef");
+}
+
+TEST(rfm_FileCopy, ASourceAtItsEndCopiesNothing)
+{
+    EXPECT_EQ(Copy("abcdef", 6, "0123", 1).target, "0123");
+    EXPECT_EQ(Copy("", 0, "0123", 4).target, "0123");
+}
+
+TEST(rfm_FileCopy, FourKibibytesTakeTwoReadsTheSecondGivingNothing)
+{
+    const std::string source(4096, 'x');
+    const Copied copied = Copy(source, 0, "", 0);
+    EXPECT_EQ(copied.target, source);
+    EXPECT_EQ(copied.reads, 2);
+    EXPECT_EQ(Copy(source + "y", 0, "", 0).reads, 3);
+}
+
+TEST_F(rfm_FileTest, ACopyBetweenFilesMovesEveryByte)
+{
+    std::string bytes;
+    for (int i = 0; i < 300000; ++i) bytes += static_cast<char>(i % 251);
+    PutBytes(m_Folder.Path("source"), bytes);
+    {
+        rfm_File target = rfm_File::Open(Name(), utl_FileAccessCreate);
+        target.Copy(rfm_File::Open(m_Folder.Path("source"), utl_FileAccessRead));
+    }
+    EXPECT_TRUE(BytesOf(Name()) == bytes);
+}
+
+// --- texts
+
+TEST(rfm_FileException, EveryFailureOfTheFamilyHasItsText)
+{
+    EXPECT_STREQ(rfm_FileReadOnlyExc("f").what(), "*** ERROR: Attempt to write to read-only file:\n  f");
+    EXPECT_STREQ(rfm_FileNoSuchFile("f").what(), "*** ERROR: No such file: f.");
+    EXPECT_STREQ(rfm_FileNotReadable("f").what(), "*** ERROR: No permission to read: f.");
+    EXPECT_STREQ(rfm_FileBadParameterExc("C::Read").what(),
+                 "*** ERROR: Bad parameter passed to file method: C::Read.");
+    EXPECT_STREQ(rfm_FileConnectExc("f", "why").what(),
+                 "*** ERROR: Can't connect to remote file:\nf, reason:\nwhy");
+    EXPECT_STREQ(rfm_FileFailExc("f", "why").what(),
+                 "*** ERROR: Lost connection to remote file:\nf, reason:\nwhy");
+    EXPECT_STREQ(rfm_FileCacheExc().what(), "*** ERROR: Insufficient space in for network RDX local cache.");
+}
+
+TEST_F(rfm_FileTest, ARefusalKnowsItsPlaceInTheSource)
+{
+    try
+    {
+        rfm_File::Open(Name(), utl_FileAccessRead);
+        FAIL() << "nothing was thrown";
+    }
+    catch (const rfm_FileException& failure)
+    {
+        EXPECT_TRUE(failure.SourceName().View().ends_with("rfm_File.cpp"));
+        EXPECT_GT(failure.Line(), 0);
+    }
+}

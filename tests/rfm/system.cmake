@@ -1,0 +1,6 @@
+add_area(system_tests
+  rfm/FailingFile_test.cpp
+  rfm/Followers_test.cpp
+  rfm/KilledWriter_test.cpp
+  rfm/RandomModel_test.cpp
+)

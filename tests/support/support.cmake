@@ -1,0 +1,11 @@
+add_area(support_tests
+  support/atr_String_test.cpp
+  support/atr_Translate_test.cpp
+  support/cow_CountedHld_test.cpp
+  support/mem_Library_test.cpp
+  support/nex_Exception_test.cpp
+  support/omi_Swapper_test.cpp
+  support/utl_FileOffset_test.cpp
+  support/utl_FilePath_test.cpp
+  support/utl_File_test.cpp
+)

@@ -5,6 +5,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <limits>
+#include <vector>
+
 namespace
 {
 using testing::HasSubstr;
@@ -239,5 +243,13 @@ TEST_F(RfmDump, LsListsADamagedObjectAndAnswersOne)
     EXPECT_EQ(result.err,
               "rfm: " + m_File +
                   ": handle 5: Can't find metadata with handle; `rfm check` tells what is damaged\n");
+}
+TEST_F(RfmDump, TheHandlesOfADatabaseAreThoseOfObjectsNotOfTheExtentsBehindTheirFirst)
+{
+    const rfm_Database database = rfm_Database::Open(rfm_File::Open(m_File.c_str(), utl_FileAccessRead), "");
+    std::vector<std::uint32_t> handles;
+    for (const rfm_Handle& handle : database.Handles()) handles.push_back(handle.Value());
+    EXPECT_EQ(handles, (std::vector<std::uint32_t>{1, 2, 3, 4, 5, 6, 7, 8, 9}));
+    EXPECT_NE(NumberAt<double>(m_File, EntryPlace(10) + 16), 0) << "entry 10 goes on with a pool";
 }
 } // namespace

@@ -99,7 +99,7 @@ TEST_F(RfmTool, WhatIsNoDatabaseIsExitFourWithAReason)
     const std::string empty = m_Folder / "empty.rdx";
     WriteFile(empty, "");
     const std::string old = m_Folder / "old.rdx";
-    WriteFile(old, "TVNDFM\0\0" + std::string(2000, '\0'));
+    WriteFile(old, "TVNDFM" + std::string(2000, '\0'));
     const std::string folder = m_Folder / "folder";
     std::filesystem::create_directory(folder);
     for (const std::string command : {"info", "ls", "check", "follow"})

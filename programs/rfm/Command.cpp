@@ -2,8 +2,40 @@
 
 #include <CLI/CLI.hpp>
 
+#include <charconv>
+
 namespace rfm_tool
 {
+namespace
+{
+// What the parser itself says of a number out of range is a line of 600 digits.
+template <class T> CLI::Validator NotNegative(const char* wanted)
+{
+    const auto judge = [wanted](std::string& text) -> std::string
+    {
+        T value{};
+        const std::from_chars_result end = std::from_chars(text.data(), text.data() + text.size(), value);
+        const bool isNumber = end.ec == std::errc() && end.ptr == text.data() + text.size();
+        if (isNumber && value >= 0) return {};
+        return text + " is not " + wanted;
+    };
+    return CLI::Validator(judge, "");
+}
+} // namespace
+
+void DeclareCount(CLI::App& app, const std::string& name, std::int64_t& value, const std::string& valueName,
+                  const std::string& help)
+{
+    app.add_option(name, value, help)
+        ->type_name(valueName)
+        ->check(NotNegative<std::int64_t>("a whole number from 0 up"));
+}
+
+void DeclareSeconds(CLI::App& app, const std::string& name, double& value, const std::string& help)
+{
+    app.add_option(name, value, help)->type_name("S")->check(NotNegative<double>("a number of seconds"));
+}
+
 void StyleOptions::DeclareJson(CLI::App& app)
 {
     app.add_flag("--json", json, "as JSON, in a shape that stays (docs/cli.md)");

@@ -4,6 +4,7 @@
 #include "Listing.h"
 #include "Output.h"
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -47,6 +48,11 @@ struct StyleOptions
     void DeclareAll(CLI::App& app);
     Style Choose(const Output& output) const;
 };
+
+/// An option that takes a whole number from 0 up, and one that takes seconds, parts of them too.
+void DeclareCount(CLI::App& app, const std::string& name, std::int64_t& value, const std::string& valueName,
+                  const std::string& help);
+void DeclareSeconds(CLI::App& app, const std::string& name, double& value, const std::string& help);
 
 /// The argument FILE, which every command has first.
 void DeclareFile(CLI::App& app, std::string& file);

@@ -106,11 +106,10 @@ bool FileWalk::CheckNextBlock(std::int64_t blockOffset, const rfm_LinkageEntry& 
         Report(0, blockOffset, "handle of the next linkage block", fmt::format("{}", link.next),
                fmt::format("{}", expected), kHarmless);
     if (link.offset == 0) return false;
-    const auto overlaps = [&](std::int64_t block)
-    { return std::abs(block - link.offset) < rfm_LinkageBlockBytes; };
     const bool isOutside =
         link.offset < rfm_FirstLinkageBlockOffset || link.offset > m_Image.Size() - rfm_LinkageBlockBytes;
-    const bool isThere = std::any_of(m_Blocks.begin(), m_Blocks.end(), overlaps);
+    const auto near = m_BlockPlaces.upper_bound(link.offset - rfm_LinkageBlockBytes);
+    const bool isThere = near != m_BlockPlaces.end() && *near < link.offset + rfm_LinkageBlockBytes;
     if (!isOutside && !isThere && nextBlock < rfm_MostLinkageBlocks) return true;
     Report(0, blockOffset, "place of the next linkage block", fmt::format("{}", link.offset),
            isThere ? "a place that no other linkage block has"
@@ -124,6 +123,7 @@ void FileWalk::DecodeBlock(std::int64_t offset, const std::vector<char>& bytes)
 {
     const std::uint32_t block = static_cast<std::uint32_t>(m_Blocks.size());
     m_Blocks.push_back(offset);
+    m_BlockPlaces.insert(offset);
     m_Entries.resize(m_Entries.size() + rfm_LinkageBlockEntries);
     for (std::uint32_t slot = 0; slot < rfm_LinkageBlockEntries; ++slot)
         DecodeEntry(block << rfm_SlotBits | slot, bytes.data() + slot * rfm_LinkageEntryBytes);

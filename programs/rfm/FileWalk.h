@@ -5,6 +5,7 @@
 #include "rfm_LinkageFormat.h"
 
 #include <cstdint>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -74,8 +75,9 @@ private:
 
     FileImage& m_Image;
     DamageList& m_Damages;
-    std::vector<std::int64_t> m_Blocks; // offsets, in the order of the chain
-    std::vector<Entry> m_Entries;       // by handle
+    std::vector<std::int64_t> m_Blocks;   // offsets, in the order of the chain
+    std::set<std::int64_t> m_BlockPlaces; // the same in the order of the file
+    std::vector<Entry> m_Entries;         // by handle
     WalkSums m_Sums;
 };
 } // namespace rfm_tool

@@ -9,6 +9,8 @@
 
 #include <fmt/format.h>
 
+#include <cmath>
+
 namespace rfm_tool
 {
 namespace
@@ -96,7 +98,12 @@ std::string StringRecords::Text(double reference, SpaceBytes& space) const
     return space.Text(offset + 4, length);
 }
 
-std::string ReferenceText(double reference) { return "a reference to " + NumberText(reference); }
+std::string ReferenceText(double reference)
+{
+    const bool isPlace = rfm_IsStoredOffset(reference) && reference == std::floor(reference);
+    return "a reference to " +
+           (isPlace ? NumberText(rfm_OffsetFromStored(reference)) : NumberText(reference));
+}
 
 // ---- Layouts ----
 

@@ -142,7 +142,7 @@ std::string_view CutToWidth(std::string_view text, std::size_t columns)
 
 std::string Counted(std::int64_t count, std::string_view one, std::string_view many)
 {
-    return fmt::format("{} {}", count, count == 1 ? one : many);
+    return fmt::format("{} {}", count, count == 1 || count == -1 ? one : many);
 }
 
 std::string UtcTime(std::int64_t seconds)

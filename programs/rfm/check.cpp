@@ -44,9 +44,7 @@ public:
     {
         DeclareFile(app, m_File);
         m_Style.DeclareJson(app);
-        app.add_option("-n", m_MostOfAnObject, "tell at most N damages of each object (20)")
-            ->type_name("N")
-            ->check(CLI::NonNegativeNumber);
+        DeclareCount(app, "-n", m_MostOfAnObject, "N", "tell at most N damages of each object (20)");
     }
     int Run(Output& output) override;
 

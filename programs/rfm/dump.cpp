@@ -49,12 +49,8 @@ public:
         DeclareFile(app, m_File);
         app.add_option("OBJECT", m_Object, "a handle, or the layout of a table")->required();
         m_Style.DeclareAll(app);
-        app.add_option("-n", m_Count, "at most this many rows")
-            ->type_name("N")
-            ->check(CLI::NonNegativeNumber);
-        app.add_option("--from", m_From, "the first row to show, from 0")
-            ->type_name("ROW")
-            ->check(CLI::NonNegativeNumber);
+        DeclareCount(app, "-n", m_Count, "N", "at most this many rows");
+        DeclareCount(app, "--from", m_From, "ROW", "the first row to show, from 0");
         app.add_flag("-a,--all", m_All, "all rows, on a terminal too")->excludes("-n");
     }
     int Run(Output& output) override;
@@ -125,9 +121,11 @@ Listing DumpCommand::Begin(const Object& object, std::vector<Column> columns)
     std::string head = fmt::format("\"command\":\"dump\",\"file\":{},\"handle\":{},\"type\":\"{}\",",
                                    TextJson(m_File), object.handle.Value(), object.TypeWord());
     if (object.kind == Kind::Table) head += fmt::format("\"layout\":{},", TextJson(object.layout));
-    columns.insert(
-        columns.begin(),
-        {object.kind == Kind::Strings || object.kind == Kind::Space ? "offset" : "row", "int", true});
+    columns.insert(columns.begin(),
+                   {object.kind == Kind::Strings || object.kind == Kind::Space || object.kind == Kind::Unused
+                        ? "offset"
+                        : "row",
+                    "int", true});
     return {*m_Output, m_Style.Choose(*m_Output), std::move(columns), head};
 }
 

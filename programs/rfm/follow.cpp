@@ -189,12 +189,8 @@ public:
     {
         DeclareFile(app, m_File);
         app.add_flag("--json", m_Json, "a JSON object on each line, in a shape that stays (docs/cli.md)");
-        app.add_option("--timeout", m_Timeout, "end after this many seconds")
-            ->type_name("S")
-            ->check(CLI::NonNegativeNumber);
-        app.add_option("--until-flush", m_UntilFlush, "end when the flush count is N or more")
-            ->type_name("N")
-            ->check(CLI::NonNegativeNumber);
+        DeclareSeconds(app, "--timeout", m_Timeout, "end after this many seconds");
+        DeclareCount(app, "--until-flush", m_UntilFlush, "N", "end when the flush count is N or more");
     }
     int Run(Output& output) override;
 
@@ -300,6 +296,8 @@ void FollowCommand::Reopen(std::vector<Change>& changes)
     std::unique_ptr<View> fresh = TryToOpen(m_File);
     if (fresh == nullptr) return;
     for (Change& change : fresh->LookSince(*m_View)) changes.push_back(std::move(change));
+    const auto byHandle = [](const Change& left, const Change& right) { return left.handle < right.handle; };
+    std::stable_sort(changes.begin(), changes.end(), byHandle);
     m_View = std::move(fresh);
 }
 

@@ -51,13 +51,20 @@ void SetUpSignals()
     ::sigaction(SIGINT, &leave, nullptr);
 }
 
-// Blocks of options line up; the words stand in the command's own help.
+// What the command does and its examples come first, then its options.
 class HelpFormatter : public CLI::Formatter
 {
 public:
     std::string make_help(const CLI::App* app, std::string, CLI::AppFormatMode mode) const override
     {
         return app->get_description() + make_groups(app, mode);
+    }
+    // The name of the value alone: what it may be, and with what, the words beside it and the refusals tell.
+    std::string make_option_opts(const CLI::Option* option) const override
+    {
+        return option->get_items_expected_max() == 0
+                   ? ""
+                   : " " + option->get_type_name().substr(0, option->get_type_name().find(':'));
     }
 };
 
@@ -124,8 +131,8 @@ int RunCommand(Command& command, std::vector<std::string> words, Output& output)
     app.formatter(std::make_shared<HelpFormatter>());
     app.set_help_flag("-h,--help", "this text");
     command.Declare(app);
-    app.description(fmt::format("{}\n\nrfm {}: {}\n\n{}", UsageLine(command, app), command.Name(),
-                                command.Summary(), command.Help()));
+    app.description(fmt::format("rfm {}: {}\n\n{}\n{}\n", command.Name(), command.Summary(), command.Help(),
+                                UsageLine(command, app)));
     // The parser takes words from the end of its list.
     std::reverse(words.begin(), words.end());
     try

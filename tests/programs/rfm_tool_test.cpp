@@ -1,0 +1,320 @@
+// The tool as a whole: words, exit codes, bad files, bad outputs, and the commands info and unlock.
+#include "SampleDatabase.h"
+#include "ToolRunner.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+namespace
+{
+using testing::HasSubstr;
+using testing::StartsWith;
+
+class RfmTool : public testing::Test
+{
+protected:
+    RfmTool() { MakeSample(m_File); }
+
+    void ExpectFailure(const Tool::Words& words, int code, const std::string& line)
+    {
+        const ToolResult result = Tool::Run(words);
+        EXPECT_EQ(result.code, code);
+        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(result.err, "rfm: " + line + "\n");
+    }
+
+    TestFolder m_Folder;
+    std::string m_File = m_Folder / "s.rdx";
+};
+
+const char* const kCommands[] = {"info", "ls", "dump", "check", "follow", "unlock"};
+
+TEST_F(RfmTool, HelpFitsOnAScreenAndBeginsWithWhatItDoes)
+{
+    const ToolResult help = Tool::Run({"--help"});
+    EXPECT_EQ(help.code, 0);
+    EXPECT_THAT(help.out, StartsWith("rfm looks into databases"));
+    EXPECT_LE(std::count(help.out.begin(), help.out.end(), '\n'), 40);
+    EXPECT_LT(help.out.find("examples:"), help.out.find("commands:"));
+    EXPECT_EQ(Tool::Run({"help"}).out, help.out);
+}
+
+TEST_F(RfmTool, EachCommandHasThreeExamplesAndALineInTheHelp)
+{
+    const std::string all = Tool::Run({"--help"}).out;
+    for (const std::string command : kCommands)
+    {
+        const ToolResult help = Tool::Run({command, "--help"});
+        EXPECT_EQ(help.code, 0);
+        EXPECT_THAT(all, HasSubstr("\n  " + command + " "));
+        EXPECT_THAT(help.out, StartsWith("rfm " + command + ": "));
+        EXPECT_THAT(help.out, HasSubstr("usage: rfm " + command + " FILE"));
+        EXPECT_LE(std::count(help.out.begin(), help.out.end(), '\n'), 40);
+        const std::string examples =
+            help.out.substr(help.out.find("examples:"), help.out.find("usage:") - help.out.find("examples:"));
+        EXPECT_EQ(std::count(examples.begin(), examples.end(), '\n'), 5) << examples;
+    }
+}
+
+TEST_F(RfmTool, WrongUsageIsExitTwoAndOneLine)
+{
+    ExpectFailure(
+        {}, 2,
+        "nothing to do: no command and no file was given; `rfm --help` lists the commands, `rfm FILE` "
+        "looks at a file");
+    ExpectFailure({"chek", m_File}, 2, "chek: no such command or file; did you mean `rfm check`?");
+    ExpectFailure({"quux"}, 2, "quux: no such command or file; `rfm --help` lists the commands");
+    ExpectFailure({"dump", m_File}, 2, "dump: OBJECT is required; `rfm dump --help` shows how");
+    ExpectFailure({"ls"}, 2, "ls: FILE is required; `rfm ls --help` shows how");
+    ExpectFailure({"ls", m_File, "--bogus"}, 2,
+                  "ls: The following argument was not expected: --bogus; `rfm ls --help` shows how");
+    EXPECT_EQ(Tool::Run({"dump", m_File, "4", "--csv", "--json"}).code, 2);
+    ExpectFailure({"dump", m_File, "4", "-n", "-1"}, 2,
+                  "dump: -n: -1 is not a whole number from 0 up; `rfm dump --help` shows how");
+    ExpectFailure({"dump", m_File, "4", "--from", "1e3"}, 2,
+                  "dump: --from: 1e3 is not a whole number from 0 up; `rfm dump --help` shows how");
+    ExpectFailure({"follow", m_File, "--timeout", "soon"}, 2,
+                  "follow: --timeout: soon is not a number of seconds; `rfm follow --help` shows how");
+}
+
+TEST_F(RfmTool, AMissingFileIsExitThreeForEveryCommand)
+{
+    const std::string missing = m_Folder / "missing.rdx";
+    const std::string line = missing + ": no such file; give the path of a database, such as job.rdx";
+    for (const std::string command : kCommands)
+    {
+        Tool::Words words{command, missing};
+        if (command == "dump") words.emplace_back("4");
+        ExpectFailure(words, 3, line);
+    }
+    ExpectFailure({missing}, 3, line);
+}
+
+TEST_F(RfmTool, WhatIsNoDatabaseIsExitFourWithAReason)
+{
+    const std::string text = m_Folder / "text.rdx";
+    WriteFile(text, "just a text");
+    const std::string empty = m_Folder / "empty.rdx";
+    WriteFile(empty, "");
+    const std::string old = m_Folder / "old.rdx";
+    WriteFile(old, "TVNDFM" + std::string(2000, '\0'));
+    const std::string folder = m_Folder / "folder";
+    std::filesystem::create_directory(folder);
+    for (const std::string command : {"info", "ls", "check", "follow"})
+    {
+        ExpectFailure(
+            {command, text}, 4,
+            text + ": not a database: it does not start with TVNR; look at it with the program that made it");
+        ExpectFailure({command, empty}, 4,
+                      empty + ": the file is empty; its writer has not begun, or was stopped");
+        ExpectFailure(
+            {command, old}, 4,
+            old + ": a database of the old format, which is not read; run its analysis again with a newer "
+                  "version");
+        ExpectFailure({command, folder}, 4, folder + ": is a directory; give the path of a database in it");
+        ExpectFailure({command, "/dev/zero"}, 4,
+                      "/dev/zero: is no regular file; copy its bytes into a file first");
+    }
+}
+
+TEST_F(RfmTool, ADamagedDatabaseIsExitFourForReadersAndSendsThemToCheck)
+{
+    std::filesystem::resize_file(m_File, 15800);
+    const ToolResult result = Tool::Run({"ls", m_File});
+    EXPECT_EQ(result.code, 4);
+    EXPECT_THAT(result.err,
+                StartsWith("rfm: " + m_File + ": The MARLEK database file is corrupt. If this file"));
+    EXPECT_THAT(result.err, HasSubstr("; `rfm check` tells what is damaged\n"));
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1);
+}
+
+TEST_F(RfmTool, OtherKindsOfDatabaseFilesAreRefusedWithTheirKind)
+{
+    const std::string compressed = m_Folder / "c.rdx";
+    WriteFile(compressed, "MRKTSA00" + std::string(8192, '\0'));
+    const ToolResult result = Tool::Run({"check", compressed});
+    EXPECT_EQ(result.code, 4);
+    EXPECT_THAT(result.err, HasSubstr("Compressed database files are not supported by this version"));
+}
+
+TEST_F(RfmTool, AFullDiskIsExitSevenForEveryCommandThatWrites)
+{
+    for (const Tool::Words& words : {Tool::Words{"info", m_File},
+                                     {"ls", m_File},
+                                     {"dump", m_File, "4"},
+                                     {"check", m_File},
+                                     {"follow", m_File},
+                                     {"--help"}})
+    {
+        const ToolResult result = Tool::Run(words, "", "/dev/full");
+        EXPECT_EQ(result.code, 7) << words.front();
+        EXPECT_EQ(result.err,
+                  "rfm: standard output: No space left on device; make room or write elsewhere, what "
+                  "came out is cut off\n");
+    }
+}
+
+TEST_F(RfmTool, AReaderThatLeavesIsNoFailure)
+{
+    {
+        rfm_Database database = CreateDatabase(m_File);
+        auto numbers = database.ArrayInt(1, 1 << 20, 0);
+        const std::vector<int> values(200000, 1234567);
+        numbers.Write(values.data(), 200000);
+        numbers.Flush();
+    }
+    Tool tool({"dump", m_File, "4"});
+    EXPECT_EQ(tool.Line(), "row\t0");
+    tool.CloseOutput();
+    const ToolResult result = tool.Finish();
+    EXPECT_EQ(result.code, 0);
+    EXPECT_EQ(result.err, "");
+}
+
+TEST_F(RfmTool, AFileAloneMeansInfo)
+{
+    EXPECT_EQ(Tool::Run({m_File}).out, Tool::Run({"info", m_File}).out);
+    EXPECT_EQ(Tool::Run({m_File, "--json"}).out, Tool::Run({"info", m_File, "--json"}).out);
+}
+
+TEST_F(RfmTool, InfoTellsWhatTheFileIsAndHolds)
+{
+    EXPECT_EQ(Tool::Run({"info", m_File}).out,
+              "file\t" + m_File +
+                  "\n"
+                  "kind\tplain database, version 12\n"
+                  "application\tTEST\n"
+                  "description\tsample\n"
+                  "created\t2023-11-14 22:13:20 UTC (1700000000)\n"
+                  "flushes\t1\n"
+                  "size\t15872 bytes; objects use 510 of the 512 that they reserve\n"
+                  "objects\t2 arrays, 1 space, 1 stream, 2 tables\n"
+                  "layouts\t1\n"
+                  "semaphore\tnone\n"
+                  "statistics\tBlock 0 Size (bytes): 1024\n"
+                  "statistics\tTotal Linkage Usage (bytes): 14336\n"
+                  "statistics\tMetadata Pool Size (bytes): 76\n"
+                  "statistics\tString Pool Size (bytes): 104\n"
+                  "statistics\tString Pool Count (number of strings): 11\n"
+                  "statistics\tString Pool Linkage_Count: 2\n");
+    EXPECT_THAT(Tool::RunOnTerminal({m_File}, 24, 80).out,
+                HasSubstr("kind         plain database, version 12\r\napplication  TEST\r\n"));
+}
+
+TEST_F(RfmTool, InfoAsJsonKeepsItsShape)
+{
+    EXPECT_EQ(Tool::Run({"info", m_File, "--json"}).out,
+              "{\n"
+              "  \"rfm\": 1,\n"
+              "  \"command\": \"info\",\n"
+              "  \"file\": \"" +
+                  m_File +
+                  "\",\n"
+                  "  \"kind\": \"plain\",\n"
+                  "  \"version\": 12,\n"
+                  "  \"application\": \"TEST\",\n"
+                  "  \"description\": \"sample\",\n"
+                  "  \"created\": 1700000000,\n"
+                  "  \"flushes\": 1,\n"
+                  "  \"bytes\": 15872,\n"
+                  "  \"bytesReserved\": 512,\n"
+                  "  \"bytesInUse\": 510,\n"
+                  "  \"objects\": {\n"
+                  "    \"arrays\": 2,\n"
+                  "    \"spaces\": 1,\n"
+                  "    \"streams\": 1,\n"
+                  "    \"tables\": 2\n"
+                  "  },\n"
+                  "  \"objectsDamaged\": 0,\n"
+                  "  \"layouts\": 1,\n"
+                  "  \"semaphore\": null,\n"
+                  "  \"statistics\": {\n"
+                  "    \"Block 0 Size (bytes)\": 1024,\n"
+                  "    \"Total Linkage Usage (bytes)\": 14336,\n"
+                  "    \"Metadata Pool Size (bytes)\": 76,\n"
+                  "    \"String Pool Size (bytes)\": 104,\n"
+                  "    \"String Pool Count (number of strings)\": 11,\n"
+                  "    \"String Pool Linkage_Count\": 2\n"
+                  "  }\n"
+                  "}\n");
+}
+
+TEST_F(RfmTool, InfoTellsOfDamagedObjectsAndOfASemaphore)
+{
+    Overwrite<int>(m_File, ExtentOfEntry(m_File, 5) + 8, 400); // a table's layout
+    std::filesystem::create_directory(m_Folder / "s.lsm");
+    const ToolResult result = Tool::Run({"info", m_File});
+    EXPECT_EQ(result.code, 1);
+    EXPECT_THAT(result.out, HasSubstr("objects\t2 arrays, 1 space, 1 stream, 2 tables, 1 damaged\n"));
+    EXPECT_THAT(result.out, HasSubstr("semaphore\t" + (m_Folder / "s.lsm") + " since 20"));
+    EXPECT_EQ(result.err,
+              "rfm: " + m_File + ": 1 object can't be described; `rfm check` tells what is damaged\n");
+}
+
+TEST_F(RfmTool, AnUnknownApplicationAndAKilledWriterAreReadUpToTheLastFlush)
+{
+    const pid_t writer = ::fork();
+    if (writer == 0)
+    {
+        rfm_Database database =
+            rfm_Database::Create(rfm_File::Open(m_File.c_str(), utl_FileAccessCreate), "ZQX", "", 0);
+        auto numbers = database.ArrayInt(1, -1, 0);
+        const int values[] = {1, 2, 3};
+        numbers.Write(values, 2);
+        numbers.Flush();
+        database.Flush();
+        numbers.Write(values, 3);
+        ::kill(::getpid(), SIGKILL);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(writer, &status, 0), writer);
+    ASSERT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(Tool::Run({"dump", m_File, "4"}).out, "row\t0\n0\t1\n1\t2\n");
+    EXPECT_THAT(Tool::Run({"info", m_File}).out,
+                HasSubstr("application\tZQX\ndescription\t\ncreated\tunknown\n"));
+    EXPECT_EQ(Tool::Run({"check", m_File}).out, "sound: 1048576 bytes, 1 object, 0 layouts, 0 texts\n");
+}
+
+TEST_F(RfmTool, UnlockAsksAndRemovesAtAYesOnly)
+{
+    const std::string semaphore = m_Folder / "s.lsm";
+    std::filesystem::create_directory(semaphore);
+    for (const std::string answer : {"", "n\n", "\n", "yesterday\n"})
+    {
+        const ToolResult refused = Tool::Run({"unlock", m_File}, answer);
+        EXPECT_EQ(refused.code, 1);
+        EXPECT_EQ(refused.out, "");
+        EXPECT_THAT(refused.err, HasSubstr("Remove it? A writer that lives needs it. [y/N] "));
+        EXPECT_THAT(refused.err, HasSubstr("rfm: " + semaphore + ": not removed; answer y, or give --yes"));
+        EXPECT_TRUE(std::filesystem::exists(semaphore));
+    }
+    const ToolResult agreed = Tool::Run({"unlock", m_File}, "y\n");
+    EXPECT_EQ(agreed.code, 0);
+    EXPECT_EQ(agreed.out, "removed " + semaphore + "\n");
+    EXPECT_FALSE(std::filesystem::exists(semaphore));
+}
+
+TEST_F(RfmTool, UnlockForScriptsDoesNotAsk)
+{
+    std::filesystem::create_directory(m_Folder / "s.lsm");
+    const ToolResult result = Tool::Run({"unlock", "--yes", m_File});
+    EXPECT_EQ(result.code, 0);
+    EXPECT_EQ(result.err, "");
+    ExpectFailure({"unlock", "--yes", m_File}, 1,
+                  m_File + ": there is no " + (m_Folder / "s.lsm") +
+                      "; nothing holds readers up, nothing was removed");
+}
+
+TEST_F(RfmTool, UnlockLeavesWhatIsNoSemaphore)
+{
+    std::filesystem::create_directories(m_Folder / "s.lsm/somebody's");
+    const ToolResult result = Tool::Run({"unlock", "--yes", m_File});
+    EXPECT_EQ(result.code, 1);
+    EXPECT_EQ(result.err,
+              "rfm: " + (m_Folder / "s.lsm") +
+                  ": not removed: Directory not empty; a semaphore is an empty directory; look at what "
+                  "this is, and whose\n");
+}
+} // namespace

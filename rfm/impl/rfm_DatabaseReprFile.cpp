@@ -263,9 +263,13 @@ void rfm_DatabaseReprFile::WriteDirtyBlocks()
         if (!block.dirty) continue;
         block.entries[0].allocation = 0;
         block.entries[0].length = 0;
-        rfm_EncodeLinkageBlock(block, File().Swapped(), m_LinkageBuffer.get());
-        WriteAt(block.fileOffset, m_LinkageBuffer.get(), rfm_LinkageBlockBytes);
-        block.dirty = false;
+        const std::uint32_t first = block.firstChanged;
+        const std::uint32_t last = block.lastChanged;
+        rfm_EncodeLinkageSlots(block, first, last, File().Swapped(), m_LinkageBuffer.get());
+        const std::uint32_t start = first * rfm_LinkageEntryBytes;
+        const std::uint32_t bytes = (last + 1 - first) * rfm_LinkageEntryBytes;
+        WriteAt(block.fileOffset + start, m_LinkageBuffer.get() + start, static_cast<int>(bytes));
+        block.SetUnchanged();
     }
 }
 
@@ -475,6 +479,8 @@ std::unique_ptr<rfm_LinkageBlock> rfm_DatabaseReprFile::NewLinkageBlock()
     auto block = std::make_unique<rfm_LinkageBlock>();
     block->fileOffset = FileLength().Value();
     block->dirty = true;
+    block->Change(0);
+    block->Change(rfm_LinkageBlockEntries - 1); // the whole of it: nothing of it is in the file yet
     Reserve(rfm_LinkageBlockBytes);
     return block;
 }
@@ -486,6 +492,7 @@ std::uint32_t rfm_DatabaseReprFile::AllocateHandle()
         std::unique_ptr<rfm_LinkageBlock> added = NewLinkageBlock();
         rfm_LinkageBlock& full = m_Linkage->Last();
         full.dirty = true;
+        full.Change(0);
         full.entries[0].offset = added->fileOffset;
         full.entries[0].next = m_Linkage->Count() << rfm_SlotBits;
         m_Linkage->Append(std::move(added));
@@ -497,6 +504,7 @@ std::uint32_t rfm_DatabaseReprFile::AllocateHandle()
     // A free slot of such a file may still claim room; without an offset that would lie over the header.
     entry = {};
     m_Linkage->Last().used = slot + 1;
+    m_Linkage->Last().Change(slot);
     return (m_Linkage->Count() - 1) << rfm_SlotBits | slot;
 }
 

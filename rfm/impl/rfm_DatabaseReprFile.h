@@ -57,7 +57,12 @@ public:
         return *entry;
     }
     bool IsValidHandle(std::uint32_t handle) const noexcept { return m_Linkage->IsValid(handle); }
-    void MarkDirty(std::uint32_t handle) noexcept { m_Linkage->Block(handle >> rfm_SlotBits).dirty = true; }
+    void MarkDirty(std::uint32_t handle) noexcept
+    {
+        rfm_LinkageBlock& block = m_Linkage->Block(handle >> rfm_SlotBits);
+        block.dirty = true;
+        block.Change(handle & rfm_SlotMask);
+    }
     /// Moves the logical end of the file by `amount`, and stamps the file's size when it grew.
     void Reserve(utl_FileOffset amount);
     utl_FileOffset FileLength() const;

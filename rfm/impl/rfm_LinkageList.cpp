@@ -14,8 +14,10 @@ bool rfm_DecodeLinkageBlock(const char* bytes, bool swapped, rfm_LinkageBlock& b
     bool sound = true;
     for (rfm_LinkageEntry& entry : block.entries)
     {
-        if (IsFree(bytes)) entry = {};
-        else sound &= rfm_DecodeLinkageEntry(bytes, swapped, entry);
+        if (IsFree(bytes))
+            entry = {};
+        else
+            sound &= rfm_DecodeLinkageEntry(bytes, swapped, entry);
         bytes += rfm_LinkageEntryBytes;
     }
     block.used = 1;
@@ -24,8 +26,8 @@ bool rfm_DecodeLinkageBlock(const char* bytes, bool swapped, rfm_LinkageBlock& b
     return sound;
 }
 
-void rfm_EncodeLinkageSlots(const rfm_LinkageBlock& block, std::uint32_t first, std::uint32_t last, bool swapped,
-                            char* bytes)
+void rfm_EncodeLinkageSlots(const rfm_LinkageBlock& block, std::uint32_t first, std::uint32_t last,
+                            bool swapped, char* bytes)
 {
     for (std::uint32_t slot = first; slot <= last; ++slot)
         rfm_EncodeLinkageEntry(block.entries[slot], swapped, bytes + slot * rfm_LinkageEntryBytes);

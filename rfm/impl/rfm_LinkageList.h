@@ -70,8 +70,8 @@ private:
 /// Decodes a block from its 14336 bytes; false when one of its numbers is none that a writer stores.
 bool rfm_DecodeLinkageBlock(const char* bytes, bool swapped, rfm_LinkageBlock& block);
 /// Encodes the slots from `first` to `last` into their places in the block's bytes.
-void rfm_EncodeLinkageSlots(const rfm_LinkageBlock& block, std::uint32_t first, std::uint32_t last, bool swapped,
-                            char* bytes);
+void rfm_EncodeLinkageSlots(const rfm_LinkageBlock& block, std::uint32_t first, std::uint32_t last,
+                            bool swapped, char* bytes);
 /// Where the blocks of a table lie, to tell a chain that comes back to itself at its first step back.
 class rfm_LinkagePlaces
 {

@@ -49,8 +49,10 @@ void rfm_StringManagerFile::Bytes::Reserve(std::int64_t size)
 {
     if (size <= m_Capacity) return;
     const std::int64_t capacity = std::max<std::int64_t>({size, m_Capacity + m_Capacity / 2, 4096});
-    if (capacity < kHugePoolBytes) m_Data = static_cast<char*>(mem_Realloc(m_Data, static_cast<std::size_t>(capacity)));
-    else MoveToLargePages(static_cast<std::size_t>(capacity));
+    if (capacity < kHugePoolBytes)
+        m_Data = static_cast<char*>(mem_Realloc(m_Data, static_cast<std::size_t>(capacity)));
+    else
+        MoveToLargePages(static_cast<std::size_t>(capacity));
     m_Capacity = capacity;
 }
 
@@ -60,7 +62,8 @@ void rfm_StringManagerFile::Bytes::MoveToLargePages(std::size_t capacity)
     const std::size_t rounded = (capacity + kLargePageBytes - 1) / kLargePageBytes * kLargePageBytes;
     char* moved = static_cast<char*>(std::aligned_alloc(kLargePageBytes, rounded));
     if (moved == nullptr) throw std::bad_alloc();
-    static_cast<void>(::madvise(moved, rounded, MADV_HUGEPAGE)); // advice: without large pages it works as well
+    static_cast<void>(
+        ::madvise(moved, rounded, MADV_HUGEPAGE)); // advice: without large pages it works as well
     if (m_Data != nullptr) std::memcpy(moved, m_Data, static_cast<std::size_t>(m_Capacity));
     mem_Free(m_Data);
     m_Data = moved;

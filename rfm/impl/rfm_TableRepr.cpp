@@ -242,24 +242,25 @@ rfm_TableRepr::RowBlock* rfm_TableRepr::FindCached(int row) const noexcept
     return place < m_Rows.size() && m_Rows[place]->row.Location() == row ? m_Rows[place] : nullptr;
 }
 
-void rfm_TableRepr::ReadImage(RowBlock& block)
+// `end` is where the table's bytes end. What the file lacks reads as a row without data, never as what was in this
+// memory before. A follower's table may have been cut beneath it; its read ahead must not stumble over rows that went.
+void rfm_TableRepr::ReadImage(RowBlock& block, std::int64_t end)
 {
     const std::int64_t place = PlaceOf(block.row.Location());
-    // What the file lacks reads as a row without data, never as what was in this memory before. A follower's table may
-    // have been cut beneath it; its read ahead must not stumble over the rows that went.
     int read = 0;
-    if (place < m_Buffer.Length().Value())
+    if (place < end)
     {
         m_Buffer.Seek(place);
         read = m_Buffer.Read(block.row.Data(), m_RowSize);
     }
-    std::memset(block.row.Data() + read, 0, static_cast<std::size_t>(m_RowSize - read));
+    if (read < m_RowSize) std::memset(block.row.Data() + read, 0, static_cast<std::size_t>(m_RowSize - read));
     block.row.LoadBits();
 }
 
 // Reads up to m_ReadAhead rows; those that are cached already use up a turn too.
 void rfm_TableRepr::Fill(int row)
 {
+    const std::int64_t end = m_Buffer.Length().Value();
     for (int turn = 0; turn < m_ReadAhead && row < m_Length; ++turn, ++row)
     {
         if (FindCached(row) != nullptr) continue;
@@ -267,7 +268,7 @@ void rfm_TableRepr::Fill(int row)
         RowBlock* block = MakeRow(row);
         try
         {
-            ReadImage(*block);
+            ReadImage(*block, end);
         }
         catch (...)
         {

@@ -98,7 +98,7 @@ private:
     std::size_t PlaceInCache(int row) const noexcept;
     RowBlock* FindCached(int row) const noexcept;
     void Fill(int row);
-    void ReadImage(RowBlock& block);
+    void ReadImage(RowBlock& block, std::int64_t end);
     void Purge();
     void WriteOut();
     void ReleaseUnheld();

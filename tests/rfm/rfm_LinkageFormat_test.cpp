@@ -114,13 +114,41 @@ TEST(rfm_LinkageBlock, ItsEntriesFollowWithoutGapOrHeader)
     block.entries[0].offset = 20000;
     block.entries[511] = {.allocation = 4, .length = 3, .offset = 2048, .next = 9};
     std::string bytes(rfm_LinkageBlockBytes, '\x55');
-    rfm_EncodeLinkageBlock(block, kAsIs, bytes.data());
+    rfm_EncodeLinkageSlots(block, 0, 511, kAsIs, bytes.data());
 
     std::string expected(14336, '\0');
     expected.replace(16, 8, rfm_DoubleBytes(20000));
     expected.replace(14308, 28,
                      rfm_DoubleBytes(4) + rfm_DoubleBytes(3) + rfm_DoubleBytes(2048) + rfm_IntBytes(9));
     EXPECT_EQ(bytes, expected);
+}
+
+TEST(rfm_LinkageBlock, OnlyTheSlotsAskedForAreEncodedInTheirPlaces)
+{
+    rfm_LinkageBlock block;
+    block.entries[3] = {.allocation = 8, .length = 5, .offset = 15360, .next = 0};
+    std::string bytes(rfm_LinkageBlockBytes, '\x55');
+    rfm_EncodeLinkageSlots(block, 3, 4, kAsIs, bytes.data());
+
+    std::string expected(14336, '\x55');
+    expected.replace(84, 28, rfm_DoubleBytes(8) + rfm_DoubleBytes(5) + rfm_DoubleBytes(15360) + rfm_IntBytes(0));
+    expected.replace(112, 28, std::string(28, '\0'));
+    EXPECT_EQ(bytes, expected);
+}
+
+TEST(rfm_LinkageBlock, ItKnowsFirstAndLastOfTheSlotsThatChanged)
+{
+    rfm_LinkageBlock block;
+    block.Change(7);
+    block.Change(3);
+    block.Change(5);
+    EXPECT_EQ(block.firstChanged, 3U);
+    EXPECT_EQ(block.lastChanged, 7U);
+    EXPECT_FALSE(block.dirty);
+    block.SetUnchanged();
+    block.Change(511);
+    EXPECT_EQ(block.firstChanged, 511U);
+    EXPECT_EQ(block.lastChanged, 511U);
 }
 
 TEST(rfm_LinkageBlock, TheSlotsInUseEndAtTheFirstFreeOne)

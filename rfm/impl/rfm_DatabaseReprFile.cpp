@@ -283,8 +283,9 @@ void rfm_DatabaseReprFile::PublishFlushCount()
 }
 
 // kept: the count is stored before the first Length, so that the first Length measures the old table and the second
-// gives its cached value: both are equal, and the directory of layouts is not loaded again.
-// Test: ASnapDoesNotLearnLayoutsThatCameAfterTheOpen.
+// gives its cached value: both are equal, and the directory of layouts is not loaded again. The first one stands behind
+// the reading, which may find a still newer count.
+// Tests: ASnapDoesNotLearnLayoutsThatCameAfterTheOpen, NorDoesASnapDuringWhichTheWriterPublishes.
 bool rfm_DatabaseReprFile::Snap()
 {
     if (!m_ReadOnly) return false;
@@ -292,16 +293,18 @@ bool rfm_DatabaseReprFile::Snap()
     const int count = ReadFlushCount();
     if (count == m_FlushCount) return false;
     const int old = std::exchange(m_FlushCount, count);
-    const utl_FileOffset before = m_Metadata->Length();
+    std::unique_ptr<rfm_LinkageList> settled;
     try
     {
-        m_Linkage = ReadSettledLinkage();
+        settled = ReadSettledLinkage();
     }
     catch (const std::exception&)
     {
         m_FlushCount = old; // the view has not moved: the next Snap tries again
         throw;
     }
+    const utl_FileOffset before = m_Metadata->Length();
+    m_Linkage = std::move(settled);
     Reshape();
     const utl_FileOffset after = m_Metadata->Length();
     if (before != after) m_Metadata->Load();

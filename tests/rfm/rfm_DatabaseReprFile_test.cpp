@@ -1065,6 +1065,31 @@ TEST(rfm_DatabaseReprFile, ASnapDoesNotLearnLayoutsThatCameAfterTheOpen)
     EXPECT_TRUE(rfm_Database::Open(OpenFile(file, utl_FileAccessRead), "TEST").HasTable("SECOND"));
 }
 
+TEST(rfm_DatabaseReprFile, NorDoesASnapDuringWhichTheWriterPublishes)
+{
+    const rfm_TestFile file;
+    rfm_Database writer = rfm_Database::Create(OpenFile(file, utl_FileAccessCreate), "TEST", "demo", kTime);
+    writer.Flush();
+    rfm_Database reader = rfm_Database::Open(OpenFile(file, utl_FileAccessRead), "TEST");
+    writer.Flush();
+    rfm_TableMetadata late("LATE", 1);
+    late.DefineIntField("a");
+    bool armed = true;
+    SystemHook hook;
+    hook.BehindReadAt(1024,
+                      [&](char*)
+                      {
+                          if (!std::exchange(armed, false)) return;
+                          writer.Bind(late);
+                          writer.Flush();
+                      });
+    EXPECT_EQ(reader.Snap(), 1);
+    EXPECT_FALSE(armed);
+    EXPECT_EQ(reader.GetFlushCount(), 3);
+    EXPECT_FALSE(reader.HasTable("LATE"));
+    EXPECT_EQ(reader.Snap(), 0);
+}
+
 TEST(rfm_DatabaseReprFile, AFlushWhileTheTableIsReadMakesTheReaderTakeItAgain)
 {
     const rfm_TestFile file;

@@ -413,10 +413,12 @@ void rfm_DatabaseReprFile::MarkHeadsReachable()
 }
 
 // Walks a chain up to an entry without offset; past its end that leads along entry 0 of each block, whose length is 0.
-bool rfm_DatabaseReprFile::FindInChain(std::uint32_t head, std::int64_t target, double& place)
+// `walkedFrom` has, by handle, the head from which an entry was walked, plus 1: what another walk has searched in vain
+// is not searched again, or a damaged table whose chains all run into one would take the square of its size.
+bool rfm_DatabaseReprFile::FindInChain(std::uint32_t head, std::int64_t target,
+                                       std::vector<std::uint32_t>& walkedFrom, double& place)
 {
     std::int64_t logical = 0;
-    std::int64_t steps = 0;
     for (std::uint32_t handle = head; EntryOf(handle).offset != 0; handle = EntryOf(handle).next)
     {
         const rfm_LinkageEntry& entry = EntryOf(handle);
@@ -425,7 +427,10 @@ bool rfm_DatabaseReprFile::FindInChain(std::uint32_t head, std::int64_t target, 
             place = static_cast<double>(logical + target - entry.offset);
             return true;
         }
-        if (++steps > 2 * MostEntries()) ThrowCorrupt();
+        std::uint32_t& walked = walkedFrom[handle];
+        if (walked == head + 1) ThrowCorrupt();
+        if (walked != 0) return false;
+        walked = head + 1;
         if (__builtin_add_overflow(logical, entry.length, &logical)) ThrowCorrupt();
     }
     return false;
@@ -434,13 +439,14 @@ bool rfm_DatabaseReprFile::FindInChain(std::uint32_t head, std::int64_t target, 
 cow_String rfm_DatabaseReprFile::GetObjectLocationReport(const utl_FileOffset& offset)
 {
     MarkHeadsReachable();
+    std::vector<std::uint32_t> walkedFrom(static_cast<std::size_t>(MostEntries()));
     for (std::uint32_t i = 0; i < m_Linkage->Count(); ++i)
         for (std::uint32_t slot = 0; slot < m_Linkage->Block(i).used; ++slot)
         {
             if (!m_Linkage->Block(i).entries[slot].reachable) continue;
             const std::uint32_t head = i << rfm_SlotBits | slot;
             double place = 0;
-            if (!FindInChain(head, offset.Value(), place)) continue;
+            if (!FindInChain(head, offset.Value(), walkedFrom, place)) continue;
             char text[80];
             std::snprintf(text, sizeof text, "Object: %08x - Offset: %20.0lf", head, place);
             return text;

@@ -124,6 +124,9 @@ void rfm_StringManagerFile::ReadPiecewise(std::int64_t start, std::int64_t end)
 
 void rfm_StringManagerFile::MarkRecords(std::int64_t start, std::int64_t end)
 {
+    // A load that was refused half way may have left marks behind `start`: none of them may stand for what is there now.
+    m_RecordBits.resize(static_cast<std::size_t>(start / 256 + 1));
+    m_RecordBits.back() &= (std::uint64_t{1} << (start / 4 % 64)) - 1;
     m_RecordBits.resize(static_cast<std::size_t>(end / 256 + 1));
     std::int64_t record = start;
     // The bits of one word are gathered before they are stored: a store per record would make each wait for the last.
@@ -304,7 +307,16 @@ void rfm_StringManagerFile::Flush()
     if (cursor != m_NextOffset || !IsRecord(length))
         nex_ThrowAssert("cursor - buffer.Get() == unwrittenLength");
 
-    m_Space->Write(m_Bytes.At(length), static_cast<int>(m_NextOffset - length));
+    try
+    {
+        m_Space->Write(m_Bytes.At(length), static_cast<int>(m_NextOffset - length));
+    }
+    catch (...)
+    {
+        // What an earlier extent took may end inside a record, where no later flush could go on.
+        if (m_Space->Length() > length) m_Space->Truncate(length);
+        throw;
+    }
 }
 
 // kept: the pool in memory is not told. This process goes on giving the old text, and the zero bytes behind a

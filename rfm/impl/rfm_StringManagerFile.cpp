@@ -107,6 +107,9 @@ void rfm_StringManagerFile::Load()
     if (end <= m_NextOffset) return;
     if (end > m_Database.MediumSize().Value()) ThrowCorrupt();
     m_Bytes.Reserve(end);
+    // A load that was refused half way may have left marks behind what is known: none may stand for what is there now.
+    m_RecordBits.resize(static_cast<std::size_t>(m_NextOffset / 256 + 1));
+    m_RecordBits.back() &= (std::uint64_t{1} << (m_NextOffset / 4 % 64)) - 1;
     m_RecordBits.resize(static_cast<std::size_t>(end / 256 + 1));
     m_Space->Seek(m_NextOffset);
     std::int64_t record = m_NextOffset;
@@ -341,7 +344,16 @@ void rfm_StringManagerFile::Flush()
     if (cursor != m_NextOffset || !IsRecord(length))
         nex_ThrowAssert("cursor - buffer.Get() == unwrittenLength");
 
-    m_Space->Write(m_Bytes.At(length), static_cast<int>(m_NextOffset - length));
+    try
+    {
+        m_Space->Write(m_Bytes.At(length), static_cast<int>(m_NextOffset - length));
+    }
+    catch (...)
+    {
+        // What an earlier extent took may end inside a record, where no later flush could go on.
+        if (m_Space->Length() > length) m_Space->Truncate(length);
+        throw;
+    }
 }
 
 // kept: the pool in memory is not told. This process goes on giving the old text, and the zero bytes behind a

@@ -312,7 +312,7 @@ TEST(rfm_DatabaseReprFile, AFlushWritesDataThenTheTableThenTheCount)
     Write(*space, "data");
     database->Flush();
     EXPECT_THAT(hook.TakeCalls(), ElementsAre("w 15368+4", "w 1136+28", "w 512+4"))
-        << "of the block the one slot that changed";
+        << "of the table the one entry that changed";
     database->Flush();
     EXPECT_THAT(hook.TakeCalls(), ElementsAre("w 512+4")) << "clean blocks are not written";
     space->Seek(0);
@@ -339,6 +339,24 @@ TEST(rfm_DatabaseReprFile, OnlyDirtyBlocksAreWrittenInTheOrderOfTheList)
     database->Flush();
     EXPECT_THAT(hook.TakeCalls(),
                 ElementsAre("w 29708+2", "w 29712+2", "w 1136+28", "w 17916+28", "w 512+4"));
+}
+
+TEST(rfm_DatabaseReprFile, AnEntryThatMarkedNothingGoesOutWithItsBlock)
+{
+    const rfm_TestFile file;
+    const auto database = CreateIn(file);
+    const Space first = NewSpace(*database);
+    Write(*first, "a");
+    database->Flush();
+    const Space untouched = NewSpace(*database);
+    SystemHook hook;
+    hook.Record();
+    database->Flush();
+    EXPECT_THAT(hook.TakeCalls(), ElementsAre("w 512+4"));
+    Write(*first, "b");
+    database->Flush();
+    EXPECT_THAT(hook.TakeCalls(), ElementsAre("w 15369+1", "w 1136+56", "w 512+4"));
+    EXPECT_EQ(file.Bytes().substr(1164 + 16, 8), rfm_DoubleBytes(1)) << "the mark of a space without extent";
 }
 
 TEST(rfm_DatabaseReprFile, CloseWipesTheStampBeforeTheSizeChangesAndWritesItLast)

@@ -2,6 +2,8 @@
 
 #include "rfm_Space.h"
 
+#include <utility>
+
 class rfm_IOBuffer;
 
 template <> struct RFM_EXPORT cow_Deleter<rfm_IOBuffer>
@@ -15,6 +17,16 @@ class RFM_EXPORT rfm_BufferedSpace
 {
 public:
     explicit rfm_BufferedSpace(const rfm_Space& space);
+    rfm_BufferedSpace(const rfm_BufferedSpace&) = default;
+    rfm_BufferedSpace(rfm_BufferedSpace&&) noexcept = default;
+    // Block before space here too: one that goes now settles into a space that is still there.
+    rfm_BufferedSpace& operator=(rfm_BufferedSpace source) noexcept
+    {
+        std::swap(m_Space, source.m_Space);
+        std::swap(m_Buffer, source.m_Buffer);
+        return *this;
+    }
+    ~rfm_BufferedSpace() = default;
 
     rfm_Handle Handle() const { return m_Space.Handle(); }
     utl_FileOffset Allocation() const { return m_Space.Allocation(); }

@@ -87,6 +87,23 @@ TEST_F(rfm_BufferedSpaceTest, CopiesShareSpaceAndBlockAndTheLastOneWritesItOut)
     EXPECT_EQ(space.Length(), 6);
 }
 
+TEST_F(rfm_BufferedSpaceTest, AnAssignmentWritesOutWhatTheTargetHeldLast)
+{
+    rfm_Database database = Create();
+    rfm_BufferedSpace first(database.Space(64));
+    rfm_BufferedSpace second(database.Space(64));
+    const rfm_Handle overwritten = first.Handle();
+    Write(first, "abc");
+    first = second;
+    EXPECT_EQ(first.Handle(), second.Handle());
+    EXPECT_EQ(database.Space(overwritten, -1).Length(), 3);
+    const rfm_Handle movedOver = second.Handle();
+    Write(second, "defg");
+    first = rfm_BufferedSpace(database.Space(64));
+    second = rfm_BufferedSpace(database.Space(64));
+    EXPECT_EQ(database.Space(movedOver, -1).Length(), 4);
+}
+
 TEST_F(rfm_BufferedSpaceTest, ArraysOfNumbersComeBackAfterTheDatabaseWasClosed)
 {
     rfm_Handle handle;

@@ -2,6 +2,8 @@
 
 #include "SpaceBytes.h"
 #include "rfm_DatabaseReprFile.h"
+#include "utl_FaultPlan.h"
+#include "utl_FileException.h"
 
 #include <array>
 #include <cmath>
@@ -403,6 +405,29 @@ TEST(StringPool, AFlushWritesAgainWhatWasCutBetweenRecords)
     EXPECT_EQ(Of(database, kStringPool, 12), Bytes({4, 0, 0, 0, 'e', 'f', 'g', 'h'}));
 }
 
+TEST(StringPool, AFlushThatFoundNoRoomInMidRecordGoesThroughOnceThereIsRoom)
+{
+    const TestFile file;
+    rfm_Database database = file.Create();
+    Encode(database, "first");
+    PoolOf(database).Flush();
+    // Room that an earlier flush reserved and could not fill, and something behind it: the text below crosses its end.
+    rfm_Space room = database.Space(kStringPool, -1);
+    room.Seek(room.Length());
+    room.Extend(1000);
+    database.Space(-1).WriteInt(1);
+    const std::string text(3 * 1024 * 1024, 'x'); // more than a file is longer than its content
+    const Reference reference = Encode(database, text.c_str());
+    {
+        utl_FaultPlan plan({.failExtend = 1});
+        EXPECT_THROW(PoolOf(database).Flush(), utl_FileException);
+        EXPECT_TRUE(plan.Fired());
+    }
+    EXPECT_EQ(Of(database, kStringPool, 4), Bytes({5, 0, 0, 0, 'f', 'i', 'r', 's', 't', 0, 0, 0}));
+    database.Close();
+    EXPECT_TRUE(Decode(file.Open(), reference) == text);
+}
+
 TEST(StringPool, AStringEncodedOnAReadOnlyDatabaseCannotBeFlushed)
 {
     const TestFile file;
@@ -450,6 +475,28 @@ TEST(StringPool, AFollowerRefusesDamageThatCameAfterItsOpen)
     reader.Snap();
     EXPECT_EQ(TextOf([&] { DecodeAt(reader, 16); }), CorruptText(file));
     EXPECT_EQ(DecodeAt(reader, 4), "early");
+}
+
+TEST(StringPool, ARefusedLoadLeavesNoRecordsBehind)
+{
+    const TestFile file;
+    rfm_Database writer = file.Create();
+    Encode(writer, "early");
+    writer.Flush();
+    rfm_Database reader = file.Open();
+    const std::string text(1000, 'x');
+    Encode(writer, text.c_str());
+    PoolOf(writer).Flush();
+    // First many empty records and a damaged one behind them, then the text as it is.
+    Poke(writer, kStringPool, 16, std::string(1000, '\0') + Bytes({9, 0, 0, 0}));
+    writer.Flush();
+    reader.Snap();
+    EXPECT_EQ(TextOf([&] { DecodeAt(reader, 16); }), CorruptText(file));
+    Poke(writer, kStringPool, 16, Stored(1000) + text);
+    writer.Flush();
+    EXPECT_EQ(DecodeAt(reader, 16), text);
+    for (const double inside : {20.0, 252.0, 256.0, 516.0, 1012.0})
+        EXPECT_EQ(TextOf([&] { DecodeAt(reader, inside); }), kNoStringText) << inside;
 }
 
 TEST(StringPool, AMissOnAWriterLeavesPendingStringsTheirReferences)

@@ -27,7 +27,7 @@ places="$(printf '%s\n' "${@:3}")"
 mkdir -p "$build/tidy"
 
 rules="$({
-    cat .clang-tidy cmake/Warnings.cmake lint/tidy.sh
+    git ls-files -z '*.clang-tidy' | xargs -0 cat cmake/Warnings.cmake lint/tidy.sh
     clang-tidy --version
 } | sha256sum | cut -c 1-64)"
 

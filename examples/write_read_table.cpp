@@ -2,11 +2,12 @@
 #include "rfm.h"
 
 #include <cstdio>
+#include <ctime>
 
 static void Write(const char* fileName)
 {
-    rfm_Database database =
-        rfm_Database::Create(rfm_File::Open(fileName, utl_FileAccessCreate), "EXMP", "Bolts of a flange", 0);
+    rfm_Database database = rfm_Database::Create(rfm_File::Open(fileName, utl_FileAccessCreate), "EXMP",
+                                                 "Bolts of a flange", std::time(nullptr));
     rfm_TableMetadata layout("BOLTS", 1);
     const int name = layout.DefineStringField("name");
     const int force = layout.DefineDoubleField("force");

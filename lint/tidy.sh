@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# clang-tidy over the sources of a configured build tree: tidy.sh BUILD-FOLDER JOBS
+# clang-tidy over the sources of a configured build tree: tidy.sh BUILD-FOLDER JOBS [PLACE...]
+# A place is the beginning of the paths to look at, such as rfm/impl; without one it is all of them.
 # A source that was clean is looked at again only when it, a header that it reaches, or the rules have changed: the
 # stamp of a clean run is named by the digest of all of them.
 set -euo pipefail
@@ -22,10 +23,11 @@ fi
 
 build="$1"
 jobs="$2"
+places="$(printf '%s\n' "${@:3}")"
 mkdir -p "$build/tidy"
 
 rules="$({
-    cat .clang-tidy cmake/Warnings.cmake lint/tidy.sh
+    git ls-files -z '*.clang-tidy' | xargs -0 cat cmake/Warnings.cmake lint/tidy.sh
     clang-tidy --version
 } | sha256sum | cut -c 1-64)"
 
@@ -71,7 +73,10 @@ digests()
 }
 
 # Only what the build compiles has a command to look at it with; the rest is reported by the check of listed sources.
-digests | while read -r digest path; do
+digests | sort -k 2 | while read -r digest path; do
+    if [[ -n "$places" ]] && ! awk -v path="$path" 'index(path, $0) == 1 { found = 1 } END { exit !found }' <<<"$places"; then
+        continue
+    fi
     if grep -q -F "\"file\": \"$PWD/$path\"" "$build/compile_commands.json"; then
         printf '%s %s\n' "$digest" "$path"
     fi

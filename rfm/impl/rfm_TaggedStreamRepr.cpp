@@ -107,7 +107,8 @@ void rfm_TaggedStreamRepr::WriteString(int id, const cow_String& value)
 void rfm_TaggedStreamRepr::WriteFixedString(int id, const cow_String& value)
 {
     std::string item = std::string(kItemHeadBytes, '\0') + value.CString();
-    item.resize(static_cast<std::size_t>(kItemHeadBytes + ((value.Length() + 3) & ~3)));
+    const int padded = (value.Length() + 3) & ~3;
+    item.resize(static_cast<std::size_t>(kItemHeadBytes) + static_cast<std::size_t>(padded));
     WriteItem(rfm_TypeFixedString, id, item.data(), static_cast<int>(item.size()));
     m_StringValue = value;
 }

@@ -12,6 +12,7 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <ostream>
+#include <string_view>
 
 TEST(mem_LibraryCalls, OnlyTheOutermostPairCounts)
 {
@@ -90,7 +91,7 @@ TEST(mem_Alloc, ABlockOfNoBytesIsStillABlock)
 TEST(mem_Alloc, AGrownBlockKeepsItsBytes)
 {
     char* block = static_cast<char*>(mem_Malloc(4));
-    std::memcpy(block, "kept", 4);
+    EXPECT_EQ(std::string_view("kept").copy(block, 4), 4U);
     block = static_cast<char*>(mem_Realloc(block, 100000));
     EXPECT_EQ(std::memcmp(block, "kept", 4), 0);
     mem_Free(block);

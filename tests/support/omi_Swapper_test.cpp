@@ -1,5 +1,6 @@
 #include "omi_Swapper.h"
 
+#include <bit>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
@@ -80,5 +81,5 @@ TEST(omi_Swapper, ANotANumberKeepsItsBitsThroughASwap)
     char bytes[8];
     omi_Store(bytes, nan, true);
     const double back = omi_Load<double>(bytes, true);
-    EXPECT_EQ(std::memcmp(&back, &nan, sizeof nan), 0);
+    EXPECT_EQ(std::bit_cast<std::uint64_t>(back), std::bit_cast<std::uint64_t>(nan));
 }

@@ -21,9 +21,11 @@
 #include <limits>
 #include <new>
 #include <random>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/time.h>
@@ -47,8 +49,8 @@ constexpr std::size_t kDataStart = 15360;
 constexpr std::size_t kMostBytesAtOnce = 2U << 20;
 constexpr rlim_t kMostProcessGrowth = 64U << 20;
 constexpr rlim_t kMostFileBytes = 64U << 20;
-constexpr long kMostSeconds = 10; // of the processor, for one case
-constexpr int kMostFailures = 10;
+constexpr long kMostSeconds = 2; // of the processor, for one case
+constexpr std::size_t kMostFailures = 10;
 
 struct Damage
 {
@@ -110,16 +112,21 @@ void RunOne(const std::string& bytes)
     fuzz_AppendToDatabase(start, bytes.size());
 }
 
-[[noreturn]] void RunFrom(const std::vector<Damage>& cases, int first, Progress& progress)
+using Run = std::function<void(const std::string& bytes)>;
+
+[[noreturn]] void RunFrom(const std::vector<Damage>& cases, int first, const Run& run, Progress& progress,
+                          int report)
 {
+    if (dup2(report, STDERR_FILENO) < 0) std::abort();
     LimitMemory();
     LimitFiles();
     for (progress.current = first; progress.current < static_cast<int>(cases.size()); ++progress.current)
     {
         StartClock();
+        if (ftruncate(report, 0) != 0) std::abort();
         try
         {
-            RunOne(cases[static_cast<std::size_t>(progress.current)].bytes);
+            run(cases[static_cast<std::size_t>(progress.current)].bytes);
         }
         catch (const std::exception& failure)
         {
@@ -149,29 +156,63 @@ private:
     Progress* m_Shared;
 };
 
-std::string HowItEnded(int status, const Progress& progress)
+// What the child has on standard error: much that the library tells there, and a sanitizer's report.
+class Report
 {
-    if (WIFSIGNALED(status)) return "signal " + std::to_string(WTERMSIG(status));
-    return "exit code " + std::to_string(WEXITSTATUS(status)) + " " + progress.how;
+public:
+    Report() : m_Descriptor(memfd_create("report", MFD_CLOEXEC))
+    {
+        // To append: each case truncates what the one before it said.
+        if (m_Descriptor < 0 || fcntl(m_Descriptor, F_SETFL, O_APPEND) != 0) throw std::bad_alloc();
+    }
+    Report(const Report&) = delete;
+    Report& operator=(const Report&) = delete;
+    ~Report() { close(m_Descriptor); }
+
+    int Descriptor() const { return m_Descriptor; }
+    std::string Text() const
+    {
+        char text[4000];
+        const ssize_t read = pread(m_Descriptor, text, sizeof text, 0);
+        return {text, static_cast<std::size_t>(std::max<ssize_t>(read, 0))};
+    }
+
+private:
+    int m_Descriptor;
+};
+
+std::string HowItEnded(int status, const Progress& progress, const Report& report)
+{
+    const std::string end = WIFSIGNALED(status) ? "signal " + std::to_string(WTERMSIG(status))
+                                                : "exit code " + std::to_string(WEXITSTATUS(status));
+    return end + " " + progress.how + "\n" + report.Text();
+}
+
+// One text for each case that did not end well; no more cases are tried after the tenth.
+std::vector<std::string> FailuresOf(const std::vector<Damage>& cases, const Run& run)
+{
+    const SharedProgress progress;
+    const Report report;
+    std::vector<std::string> failures;
+    for (int first = 0; first < static_cast<int>(cases.size()) && failures.size() < kMostFailures;)
+    {
+        progress.Get() = {};
+        const pid_t child = fork();
+        if (child == 0) RunFrom(cases, first, run, progress.Get(), report.Descriptor());
+        int status = -1;
+        if (child < 0 || waitpid(child, &status, 0) != child) throw std::runtime_error("no child");
+        if (WIFEXITED(status) && WEXITSTATUS(status) == 0) break;
+        const int at = progress.Get().current;
+        failures.push_back(cases.at(static_cast<std::size_t>(at)).what + ": " +
+                           HowItEnded(status, progress.Get(), report));
+        first = at + 1;
+    }
+    return failures;
 }
 
 void ExpectAllSurvived(const std::vector<Damage>& cases)
 {
-    const SharedProgress progress;
-    int failures = 0;
-    for (int first = 0; first < static_cast<int>(cases.size()) && failures < kMostFailures;)
-    {
-        progress.Get() = {};
-        const pid_t child = fork();
-        if (child == 0) RunFrom(cases, first, progress.Get());
-        int status = -1;
-        ASSERT_EQ(waitpid(child, &status, 0), child);
-        if (WIFEXITED(status) && WEXITSTATUS(status) == 0) break;
-        ++failures;
-        ADD_FAILURE() << cases.at(static_cast<std::size_t>(progress.Get().current)).what << ": "
-                      << HowItEnded(status, progress.Get());
-        first = progress.Get().current + 1;
-    }
+    for (const std::string& failure : FailuresOf(cases, RunOne)) ADD_FAILURE() << failure;
     std::printf("%zu cases\n", cases.size());
 }
 
@@ -207,15 +248,16 @@ public:
                                    kExact + 2, 1e300, old + 1})
             if (value != old) Add(offset, value);
     }
-    // In the middle of a run one place stands for all.
-    bool IsInARun(std::size_t offset) const
-    {
-        const std::uint32_t word = WordAt(m_Sound, offset);
-        return WordAt(m_Sound, offset - 4) == word && WordAt(m_Sound, offset - 8) == word;
-    }
+    // In the middle of a run, or of the fields of a layout, which are 12 bytes each, one place stands for all.
+    bool IsAsBefore(std::size_t offset) const { return Repeats(offset, 4) || Repeats(offset, 12); }
     std::vector<Damage>& Cases() { return m_Cases; }
 
 private:
+    bool Repeats(std::size_t offset, std::size_t step) const
+    {
+        const std::uint32_t word = WordAt(m_Sound, offset);
+        return WordAt(m_Sound, offset - step) == word && WordAt(m_Sound, offset - 2 * step) == word;
+    }
     template <class T> void Add(std::size_t offset, T value)
     {
         m_Cases.push_back({m_Name + " with " + std::to_string(value) + " at " + std::to_string(offset),
@@ -280,7 +322,7 @@ TEST_P(EveryDamagedFile, SurvivesEveryNumberOfItsData)
 {
     for (std::size_t offset = kDataStart; offset + 4 <= m_Sound.size(); offset += 4)
     {
-        if (m_Damage.IsInARun(offset)) continue;
+        if (m_Damage.IsAsBefore(offset)) continue;
         m_Damage.Word(offset);
         if (offset + 8 <= m_Sound.size()) m_Damage.Double(offset);
     }
@@ -295,7 +337,7 @@ TEST_P(EveryDamagedFile, SurvivesBeingCutOffAnywhere)
     for (std::size_t size = kFirstEntry; size <= EndOfEntries(m_Sound); size += kEntryBytes)
         sizes.push_back(size);
     for (std::size_t size = kDataStart; size < m_Sound.size(); size += 4)
-        if (!m_Damage.IsInARun(size)) sizes.push_back(size);
+        if (!m_Damage.IsAsBefore(size)) sizes.push_back(size);
     sizes.push_back(m_Sound.size() - 1);
     const std::string unstamped = With(m_Sound, 504, 0.0);
     std::vector<Damage> cases;
@@ -346,4 +388,44 @@ TEST(DamagedFiles, SurviveRandomDamageInManyPlaces)
         cases.push_back(std::move(damage));
     }
     ExpectAllSurvived(cases);
+}
+
+namespace
+{
+void StayBusy()
+{
+    for (volatile bool busy = true; busy;)
+    {
+    }
+}
+
+void TakeMuchMemory()
+{
+    const std::vector<char> block(2 * kMostProcessGrowth);
+    if (block.back() != 0) std::abort();
+}
+
+void Misbehave(const std::string& how)
+{
+    if (how == "crash") std::abort();
+    if (how == "no memory") throw std::bad_alloc();
+    if (how == "too much memory") TakeMuchMemory();
+    if (how == "hang") StayBusy();
+}
+} // namespace
+
+TEST(DamagedFiles, ACaseThatEndsBadlyIsToldAndTheOthersGoOn)
+{
+    const std::vector<std::string> failures = FailuresOf({{"first", ""},
+                                                          {"second", "crash"},
+                                                          {"third", "no memory"},
+                                                          {"fourth", "too much memory"},
+                                                          {"fifth", "hang"},
+                                                          {"last", ""}},
+                                                         Misbehave);
+    ASSERT_EQ(failures.size(), 4U);
+    EXPECT_TRUE(failures[0].starts_with("second: signal 6")) << failures[0];
+    EXPECT_TRUE(failures[1].starts_with("third: exit code 1 std::bad_alloc")) << failures[1];
+    EXPECT_TRUE(failures[2].starts_with("fourth: ")) << failures[2];
+    EXPECT_TRUE(failures[3].starts_with("fifth: signal 27")) << failures[3];
 }

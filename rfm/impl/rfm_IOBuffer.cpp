@@ -10,6 +10,7 @@
 #include <climits>
 #include <cstring>
 #include <string>
+#include <utility>
 
 namespace
 {
@@ -60,7 +61,7 @@ void rfm_IOBuffer::Settle() noexcept
 void rfm_IOBuffer::Load()
 {
     m_Target->Seek(m_Base);
-    m_Limit = m_Target->Read(m_Data.get(), m_Capacity);
+    m_Limit = m_Target->Read(m_Data.get(), std::min(m_Capacity, std::exchange(m_ExpectedBytes, INT_MAX)));
     m_Cursor = 0;
 }
 

@@ -73,8 +73,7 @@ private:
     static constexpr int kDecodedSlots = 1024;
 
     void Load();
-    void ReadPiecewise(std::int64_t start, std::int64_t end);
-    void MarkRecords(std::int64_t start, std::int64_t end);
+    std::int64_t MarkRecords(std::int64_t record, std::int64_t loaded, std::int64_t end);
     bool IsRecord(std::int64_t offset) const noexcept;
     void RequireRecord(std::int64_t offset) const;
     std::string_view TextOf(std::int64_t record) const noexcept;
@@ -89,7 +88,6 @@ private:
 
     rfm_DatabaseReprFile& m_Database;
     std::unique_ptr<rfm_SpaceRepr> m_Space;
-    bool m_Swapped;
     std::int64_t m_NextOffset = 4;
     std::int64_t m_MostBytes;
     Bytes m_Bytes;                           // the pool; index and offset in the space are the same

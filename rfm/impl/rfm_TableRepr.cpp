@@ -262,6 +262,11 @@ void rfm_TableRepr::ReadImage(RowBlock& block, std::int64_t end)
 void rfm_TableRepr::Fill(int row)
 {
     const std::int64_t end = m_Buffer.Length().Value();
+    // Rows in sequence come out of whole blocks. Anywhere else only what is asked for is brought in.
+    const std::int64_t wanted = std::int64_t{m_ReadAhead} * m_RowSize;
+    if (row != m_RowBehindFill && wanted > 0 && wanted < kBufferBytes)
+        m_Buffer.ExpectRead(static_cast<int>(wanted));
+    m_RowBehindFill = row + std::min(m_ReadAhead, m_Length - row);
     for (int turn = 0; turn < m_ReadAhead && row < m_Length; ++turn, ++row)
     {
         if (FindCached(row) != nullptr) continue;

@@ -311,7 +311,8 @@ TEST(rfm_DatabaseReprFile, AFlushWritesDataThenTheTableThenTheCount)
     hook.Record();
     Write(*space, "data");
     database->Flush();
-    EXPECT_THAT(hook.TakeCalls(), ElementsAre("w 15368+4", "w 1024+14336", "w 512+4"));
+    EXPECT_THAT(hook.TakeCalls(), ElementsAre("w 15368+4", "w 1136+28", "w 512+4"))
+        << "of the table the one entry that changed";
     database->Flush();
     EXPECT_THAT(hook.TakeCalls(), ElementsAre("w 512+4")) << "clean blocks are not written";
     space->Seek(0);
@@ -332,12 +333,30 @@ TEST(rfm_DatabaseReprFile, OnlyDirtyBlocksAreWrittenInTheOrderOfTheList)
     hook.Record();
     Write(*spaces[599], "last");
     database->Flush();
-    EXPECT_THAT(hook.TakeCalls(), ElementsAre("w 29704+4", "w 15368+14336", "w 512+4"));
+    EXPECT_THAT(hook.TakeCalls(), ElementsAre("w 29704+4", "w 17944+28", "w 512+4"));
     Write(*spaces[598], "b1");
     Write(*spaces[0], "b0");
     database->Flush();
     EXPECT_THAT(hook.TakeCalls(),
-                ElementsAre("w 29708+2", "w 29712+2", "w 1024+14336", "w 15368+14336", "w 512+4"));
+                ElementsAre("w 29708+2", "w 29712+2", "w 1136+28", "w 17916+28", "w 512+4"));
+}
+
+TEST(rfm_DatabaseReprFile, AnEntryThatMarkedNothingGoesOutWithItsBlock)
+{
+    const rfm_TestFile file;
+    const auto database = CreateIn(file);
+    const Space first = NewSpace(*database);
+    Write(*first, "a");
+    database->Flush();
+    const Space untouched = NewSpace(*database);
+    SystemHook hook;
+    hook.Record();
+    database->Flush();
+    EXPECT_THAT(hook.TakeCalls(), ElementsAre("w 512+4"));
+    Write(*first, "b");
+    database->Flush();
+    EXPECT_THAT(hook.TakeCalls(), ElementsAre("w 15369+1", "w 1136+56", "w 512+4"));
+    EXPECT_EQ(file.Bytes().substr(1164 + 16, 8), rfm_DoubleBytes(1)) << "the mark of a space without extent";
 }
 
 TEST(rfm_DatabaseReprFile, CloseWipesTheStampBeforeTheSizeChangesAndWritesItLast)
@@ -362,7 +381,7 @@ TEST(rfm_DatabaseReprFile, GrowthWipesTheStampBeforeTheSizeChanges)
     space->Extend(1048576);
     EXPECT_THAT(hook.TakeCalls(), ElementsAre("w 500+12", "size 2097152", "w 500+12"));
     database->Flush();
-    EXPECT_THAT(hook.TakeCalls(), ElementsAre("w 1024+14336", "w 512+4"));
+    EXPECT_THAT(hook.TakeCalls(), ElementsAre("w 1136+28", "w 512+4"));
 }
 
 TEST(rfm_DatabaseReprFile, AReaderWritesNothingWhateverItDoes)

@@ -131,7 +131,8 @@ TEST(rfm_LinkageBlock, OnlyTheSlotsAskedForAreEncodedInTheirPlaces)
     rfm_EncodeLinkageSlots(block, 3, 4, kAsIs, bytes.data());
 
     std::string expected(14336, '\x55');
-    expected.replace(84, 28, rfm_DoubleBytes(8) + rfm_DoubleBytes(5) + rfm_DoubleBytes(15360) + rfm_IntBytes(0));
+    expected.replace(84, 28,
+                     rfm_DoubleBytes(8) + rfm_DoubleBytes(5) + rfm_DoubleBytes(15360) + rfm_IntBytes(0));
     expected.replace(112, 28, std::string(28, '\0'));
     EXPECT_EQ(bytes, expected);
 }

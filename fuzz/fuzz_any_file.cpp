@@ -4,5 +4,6 @@
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size)
 {
     fuzz_WalkDatabase(bytes, size);
+    fuzz_AppendToDatabase(bytes, size);
     return 0;
 }

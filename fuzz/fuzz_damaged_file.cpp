@@ -82,5 +82,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
         damaged[place % damaged.size()] = bytes[at + 2];
     }
     fuzz_WalkDatabase(damaged.data(), damaged.size());
+    fuzz_AppendToDatabase(damaged.data(), damaged.size());
     return 0;
 }

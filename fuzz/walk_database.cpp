@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -13,7 +14,7 @@
 namespace
 {
 // A stored number may claim a billion rows; the first ones of each object show what reading does.
-constexpr int kRowsToRead = 200;
+constexpr int kRowsToRead = 40;
 
 // One object's refusal must not hide the next object.
 template <class Step> void Refusable(const Step& step)
@@ -116,6 +117,100 @@ void WalkObject(rfm_Database& database, rfm_Handle handle)
 }
 } // namespace
 
+namespace
+{
+void WalkEverything(rfm_Database& database)
+{
+    Refusable([&] { database.Bind(); });
+    Refusable([&] { database.Description(); });
+    Refusable([&] { database.GetDBStatistics(); });
+    database.FileStatus();
+    Refusable([&] { database.Snap(); });
+    for (const int offset : {0, 1024, 15368}) Refusable([&] { database.GetObjectLocationReport(offset); });
+    std::set<rfm_Handle> handles;
+    // Those that are no head, and those that are none at all.
+    for (const std::uint32_t handle : {0U, 1U, 2U, 3U, 4U, 5U, 6U, 7U, 8U, 9U, 10U, 20U, 512U, 513U})
+        handles.insert(rfm_Handle(handle));
+    Refusable(
+        [&]
+        {
+            for (const rfm_Handle& handle : database.Handles()) handles.insert(handle);
+        });
+    for (const rfm_Handle& handle : handles) Refusable([&] { WalkObject(database, handle); });
+}
+
+void AppendRow(rfm_Database& database, rfm_Handle handle)
+{
+    rfm_Table table = database.Table(handle, -1, 8);
+    rfm_Row row = table.NewRow();
+    for (auto entry : table.GetFieldMap())
+        if (entry.value.type == rfm_TypeString)
+            row.WriteFieldString(rfm_FieldHandle(entry.value.name), "new");
+    table.Flush();
+}
+
+template <class T, int N> void AppendElements(rfm_Array<T, N> array)
+{
+    const int columns = array.FieldCount();
+    if (columns < 1 || columns > 10000) return; // the caller's own memory, not the library's
+    const std::vector<T> row(static_cast<std::size_t>(columns));
+    array.Seek(array.Length());
+    array.Write(row.data(), 1);
+    array.Flush();
+}
+
+void AppendItem(rfm_Database& database, rfm_Handle handle)
+{
+    rfm_TaggedStream stream = database.TaggedStream(handle, 0);
+    for (int i = 0; i < kRowsToRead && stream.Next(); ++i)
+    {
+    }
+    stream.WriteString(1, "item");
+    stream.Flush();
+}
+
+void AppendBytes(rfm_Database& database, rfm_Handle handle)
+{
+    rfm_Space space = database.Space(handle, -1);
+    space.Seek(space.Length());
+    space.Write("bytes", 5);
+}
+
+void AppendTo(rfm_Database& database, rfm_Handle handle)
+{
+    switch (database.HandleType(handle))
+    {
+    case rfm_TypeTable: AppendRow(database, handle); break;
+    case rfm_TypeTaggedStream: AppendItem(database, handle); break;
+    case rfm_TypeInt: AppendElements(database.ArrayInt(handle, -1, 0)); break;
+    case rfm_TypeFloat: AppendElements(database.ArrayFloat(handle, -1, 0)); break;
+    case rfm_TypeDouble: AppendElements(database.ArrayDouble(handle, -1, 0)); break;
+    case rfm_TypeString: AppendElements(database.ArrayString(handle, -1, 0)); break;
+    default: AppendBytes(database, handle); break;
+    }
+}
+
+void AppendNewTable(rfm_Database& database)
+{
+    rfm_TableMetadata layout("fresh", 1);
+    layout.DefineStringField("text");
+    rfm_Table table = database.Table(database.Bind(layout), -1, -1);
+    table.NewRow().WriteFieldString("text", "row");
+    table.Flush();
+}
+
+void AppendEverywhere(rfm_Database& database)
+{
+    Refusable([&] { database.Bind(); });
+    for (std::uint32_t handle = 4; handle < 10; ++handle)
+        Refusable([&] { AppendTo(database, rfm_Handle(handle)); });
+    Refusable([&] { AppendNewTable(database); });
+    Refusable([&] { database.Space(-1).Write("space", 5); });
+    Refusable([&] { database.Flush(); });
+    Refusable([&] { database.Close(); });
+}
+} // namespace
+
 void fuzz_WalkDatabase(const std::uint8_t* bytes, std::size_t size)
 {
     const MemoryFile file(bytes, size);
@@ -126,14 +221,24 @@ void fuzz_WalkDatabase(const std::uint8_t* bytes, std::size_t size)
         [&]
         {
             rfm_Database database = rfm_Database::Open(rfm_File::Open(name, utl_FileAccessRead), "");
-            Refusable([&] { database.Bind(); });
-            database.Description();
-            database.GetDBStatistics();
-            database.FileStatus();
-            database.Snap();
-            for (const int offset : {0, 1024, 15360, 15368}) database.GetObjectLocationReport(offset);
-            for (std::uint32_t handle = 1; handle < 40; ++handle)
-                Refusable([&] { WalkObject(database, rfm_Handle(handle)); });
-            Refusable([&] { WalkObject(database, rfm_Handle(513)); });
+            WalkEverything(database);
+        });
+}
+
+void fuzz_AppendToDatabase(const std::uint8_t* bytes, std::size_t size)
+{
+    const MemoryFile file(bytes, size);
+    const cow_String name(file.Name().c_str());
+    Refusable(
+        [&]
+        {
+            rfm_Database database = rfm_Database::Open(rfm_File::Open(name, utl_FileAccessUpdate), "");
+            AppendEverywhere(database);
+        });
+    Refusable(
+        [&]
+        {
+            rfm_Database database = rfm_Database::Open(rfm_File::Open(name, utl_FileAccessRead), "");
+            WalkEverything(database);
         });
 }

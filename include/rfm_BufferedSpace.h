@@ -12,7 +12,11 @@ template <> struct RFM_EXPORT cow_Deleter<rfm_IOBuffer>
 };
 
 /// A space behind a block of 2048 bytes: for many small reads and writes. Copies share space and block.
-/// What was written reaches the space at `Flush`, at a step aside, or when the last copy goes.
+/// What was written reaches the space at `Flush`, at a step aside, or when the last copy goes; a refusal is then one
+/// line on standard error, so call `Flush` first. It must go before the last rfm_Database handle does.
+/// Pointers must not be null unless the count is 0 or less, which moves nothing. Everything that writes or extends
+/// throws nex_TextException on a read-only database, and what the file system refuses: the position stays then.
+/// Threads: a database and everything made from it belongs to one thread at a time.
 class RFM_EXPORT rfm_BufferedSpace
 {
 public:
@@ -32,6 +36,7 @@ public:
     utl_FileOffset Allocation() const { return m_Space.Allocation(); }
     bool ReadOnly() const;
     utl_FileOffset Length() const;
+    /// Any place is taken; one past the end shows when the block next reads or writes, which throws.
     void Seek(utl_FileOffset offset);
     utl_FileOffset Location() const;
     void Flush();

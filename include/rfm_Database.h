@@ -114,15 +114,19 @@ public:
     /// Which object the byte at `offset` of the file belongs to, as text: for diagnosing damage.
     cow_String GetObjectLocationReport(const utl_FileOffset& offset) const;
 
+    /// A new space, and an existing one, which may be that of any object.
+    /// Throws: nex_TextException for a handle without a space.
     rfm_Space Space(int quantum);
     rfm_Space Space(const rfm_Handle& handle, int quantum);
     /// A new table of a layout that was bound. `readAhead`: rows read at a time; below 0 means 32.
     rfm_Table Table(const cow_String& name, int quantum, int readAhead);
     rfm_Table Table(const rfm_TableMetadata& metadata, int quantum, int readAhead);
     /// An existing table, whose layout was bound.
+    /// Throws: nex_TextException when the handle is not that of a table, or its layout was not bound.
     rfm_Table Table(rfm_Handle handle, int quantum, int readAhead);
     /// New arrays of `fieldCount` elements per row, and existing ones.
-    /// Throws: nex_AssertException "repr->Type() == type" for an array of another type.
+    /// Throws: nex_AssertException "repr->Type() == type" for an array of another type, nex_TextException when the
+    /// handle is not that of an array.
     rfm_Array<int, rfm_TypeInt> ArrayInt(int fieldCount, int quantum, int bufferSize);
     rfm_Array<int, rfm_TypeInt> ArrayInt(rfm_Handle handle, int quantum, int bufferSize);
     rfm_Array<float, rfm_TypeFloat> ArrayFloat(int fieldCount, int quantum, int bufferSize);
@@ -131,6 +135,8 @@ public:
     rfm_Array<double, rfm_TypeDouble> ArrayDouble(rfm_Handle handle, int quantum, int bufferSize);
     rfm_Array<cow_String, rfm_TypeString> ArrayString(int fieldCount, int quantum, int bufferSize);
     rfm_Array<cow_String, rfm_TypeString> ArrayString(rfm_Handle handle, int quantum, int bufferSize);
+    /// A new stream, and an existing one, which stands at its first item.
+    /// Throws: nex_TextException when the handle is not that of a stream.
     rfm_TaggedStream TaggedStream(int bufferSize);
     rfm_TaggedStream TaggedStream(rfm_Handle handle, int bufferSize);
 

@@ -15,6 +15,7 @@ struct rfm_RowRepr;
 /// nex_TextException; a refused call changes no value. What is written lasts only in a row from
 /// `rfm_Table::UpdateRow` or `NewRow`, after the table's `Flush`; on a read-only table writes change the cached row
 /// alone and are lost with it.
+/// Threads: a row belongs to the thread of its table's database.
 class RFM_EXPORT rfm_Row
 {
 public:
@@ -25,7 +26,7 @@ public:
     rfm_Row& operator=(rfm_Row&& source) noexcept;
     ~rfm_Row();
 
-    /// Gives up the row.
+    /// Gives up the row; this handle may then only be assigned to or destroyed.
     void Nullify();
 
     /// Whether the file's layout has this field. Never throws.
@@ -47,10 +48,13 @@ public:
 
     /// Overwrites the stored text of this field in place, for every row that shares it: cut to the old length, and
     /// unseen by this process, which goes on giving the old text. For wiping, not for editing.
+    /// Throws: nex_TextException when the row has no text there, or on a read-only database.
     void NeuterFieldString(const rfm_FieldHandle& field, const cow_String& text);
-    /// Copies one field from a row of any table; nothing when `source` has no data there. Handles can't be copied.
+    /// Copies one field from a row of any table; nothing when `source` has no data there. A handle by index
+    /// means that index in both tables.
+    /// Throws: nex_TextException for a handle-type field, or one that this row lacks or has of another type.
     void CopyField(const rfm_Row& source, const rfm_FieldHandle& field);
-    /// Takes the data out of one field, or of all.
+    /// Takes the data out of one field, or of all. Throws nex_TextException for a field that the file lacks.
     void Erase(const rfm_FieldHandle& field);
     void Erase();
 

@@ -15,7 +15,9 @@ template <> struct RFM_EXPORT cow_Deleter<rfm_TableRepr>
 
 /// A counted handle on a table: rows of one fixed layout, numbered from 0, at most 2 GiB of them. Copies share the
 /// table and its current row. It must go before the last rfm_Database handle does.
-/// A row argument below 0 means the current row.
+/// A row argument below 0 means the current row. The last handle to go flushes; a refusal is then one line on standard
+/// error, so call `Flush` first.
+/// Threads: a database and everything made from it belongs to one thread at a time.
 ///
 /// Publishing: the table's `Flush` brings its rows to the file, the database's `Flush`, called after it, shows them
 /// to readers. Following: `Snap` the database, then the table.
@@ -35,13 +37,16 @@ public:
     /// Drops all rows from `rows` on and goes to row 0. Handles on dropped rows are dead.
     /// Throws: nex_TextException on a read-only table.
     void Truncate(int rows);
-    /// Writes what changed and answers the table's flush count; nothing happens when nothing changed.
+    /// Writes what changed and answers the table's flush count; nothing happens when nothing changed through
+    /// `UpdateRow`, `NewRow` or `Append`. 0 on a read-only table with changes, which stay unwritten.
+    /// Throws: what the file system refuses; nothing is lost, and the next call tries again.
     int Flush();
-    /// A reader's refresh, after the database's: the new flush count, or 0 when nothing is new. Rows that are held
-    /// keep their old values. `Length` never shrinks here.
+    /// A reader's refresh, after the database's: the new flush count, or 0 when nothing is new and always on a writable
+    /// table. Rows that are held keep their old values. `Length` never shrinks here.
     int Snap();
     int GetFlushCount() const;
-    /// Reserves room in the file for `rows` rows; `Length` stays.
+    /// Reserves room in the file for `rows` rows; `Length` stays. Does nothing on a read-only table.
+    /// Throws: nex_TextException for fewer than 1 row, or past 2 GiB; what the file system refuses.
     void Extend(int rows);
     /// Bytes of a row in the file.
     int RowSize() const;
@@ -53,6 +58,7 @@ public:
     const rfm_TableMetadata::FieldMap& GetFieldMap() const;
     const rfm_FieldMetadata& GetFieldMD(const rfm_FieldHandle& field) const;
 
+    /// 1 when there is such a row, otherwise 0.
     int RowExists(int row) const;
     /// The row for reading; the current row becomes the next one, even when this throws.
     /// Throws: nex_TextException, and a line on standard error, when there is no such row.
@@ -63,6 +69,7 @@ public:
     /// Throws: nex_TextException when the table would pass 2 GiB.
     rfm_Row NewRow();
 
+    /// As rfm_Database::GetObjStatistics; lengths are in bytes.
     cow_1DArrayList<cow_String> GetObjStatistics() const;
     utl_FileOffset SpaceLength() const;
     utl_FileOffset SpaceAllocation() const;
@@ -70,7 +77,9 @@ public:
     /// See rfm_TableMetadata::CopyAllowed.
     int CopyAllowed(const rfm_Table& source) const;
     /// Appends all rows of `source`, which may be of another database.
-    /// Throws: nex_TextException on a read-only table, or when the layouts do not allow it.
+    /// Both tables are flushed first; the new rows are published with the next `Flush`.
+    /// Throws: nex_TextException on a read-only table, when the layouts do not allow it, or past 2 GiB; what the file
+    /// system refuses. No row has been appended then.
     void Append(const rfm_Table& source);
 
     rfm_TableRepr& Repr() const { return *m_Object; }

@@ -51,7 +51,8 @@ public:
     ~rfm_TableMetadata();
 
     /// Adds a field and answers its index, counted from 0 in the order of definition.
-    /// Throws: nex_TextException for a name that is there already, or that holds a NUL; the index is used up.
+    /// Throws: nex_TextException for a name that is there already, which uses the index up, or that holds a NUL, which
+    /// does not.
     int DefineIntField(const cow_String& fieldName);
     int DefineFloatField(const cow_String& fieldName);
     int DefineDoubleField(const cow_String& fieldName);

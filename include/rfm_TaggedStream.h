@@ -15,8 +15,10 @@ template <> struct RFM_EXPORT cow_Deleter<rfm_TaggedStreamRepr>
 };
 
 /// A counted handle on a tagged stream: items one after the other, each with a type, a caller's identifier and a
-/// value. It is written at its end and walked from its start, once, with `Next`. Copies share the position. It must go
-/// before the last rfm_Database handle does.
+/// value. It is written at its end and walked from its start, once, with `Next`. Copies share the position. The
+/// last one to go writes what is pending, but not the count: call `Flush` first. It must go before the last
+/// rfm_Database handle does.
+/// Threads: a database and everything made from it belongs to one thread at a time.
 class RFM_EXPORT rfm_TaggedStream : public cow_CountedHld<rfm_TaggedStreamRepr>
 {
 public:
@@ -28,8 +30,11 @@ public:
     int Flush();
     /// A reader's refresh, after the database's: the new flush count, and the walk goes on. 0 when nothing is new;
     /// when the database changed and this stream did not, the walk starts over.
+    /// Always 0 on a writable stream.
     int Snap();
 
+    /// Each adds one item at the position; `id` means what the caller likes.
+    /// Throws: nex_TextException on a read-only stream; what the file system refuses. The item is not there then.
     void WriteInt(int id, int value);
     void WriteFloat(int id, float value);
     void WriteDouble(int id, double value);
@@ -51,6 +56,7 @@ public:
     rfm_Handle GetHandle() const;
     cow_String GetString() const;
 
+    /// As rfm_Database::GetObjStatistics; lengths are in bytes.
     cow_1DArrayList<cow_String> GetObjStatistics() const;
     utl_FileOffset SpaceLength() const;
     utl_FileOffset SpaceAllocation() const;

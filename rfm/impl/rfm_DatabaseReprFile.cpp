@@ -283,8 +283,9 @@ void rfm_DatabaseReprFile::PublishFlushCount()
 }
 
 // kept: the count is stored before the first Length, so that the first Length measures the old table and the second
-// gives its cached value: both are equal, and the directory of layouts is not loaded again.
-// Test: ASnapDoesNotLearnLayoutsThatCameAfterTheOpen.
+// gives its cached value: both are equal, and the directory of layouts is not loaded again. The first one stands behind
+// the reading, which may find a still newer count.
+// Tests: ASnapDoesNotLearnLayoutsThatCameAfterTheOpen, NorDoesASnapDuringWhichTheWriterPublishes.
 bool rfm_DatabaseReprFile::Snap()
 {
     if (!m_ReadOnly) return false;
@@ -292,16 +293,18 @@ bool rfm_DatabaseReprFile::Snap()
     const int count = ReadFlushCount();
     if (count == m_FlushCount) return false;
     const int old = std::exchange(m_FlushCount, count);
-    const utl_FileOffset before = m_Metadata->Length();
+    std::unique_ptr<rfm_LinkageList> settled;
     try
     {
-        m_Linkage = ReadSettledLinkage();
+        settled = ReadSettledLinkage();
     }
     catch (const std::exception&)
     {
         m_FlushCount = old; // the view has not moved: the next Snap tries again
         throw;
     }
+    const utl_FileOffset before = m_Metadata->Length();
+    m_Linkage = std::move(settled);
     Reshape();
     const utl_FileOffset after = m_Metadata->Length();
     if (before != after) m_Metadata->Load();
@@ -410,10 +413,12 @@ void rfm_DatabaseReprFile::MarkHeadsReachable()
 }
 
 // Walks a chain up to an entry without offset; past its end that leads along entry 0 of each block, whose length is 0.
-bool rfm_DatabaseReprFile::FindInChain(std::uint32_t head, std::int64_t target, double& place)
+// `walkedFrom` has, by handle, the head from which an entry was walked, plus 1: what another walk has searched in vain
+// is not searched again, or a damaged table whose chains all run into one would take the square of its size.
+bool rfm_DatabaseReprFile::FindInChain(std::uint32_t head, std::int64_t target,
+                                       std::vector<std::uint32_t>& walkedFrom, double& place)
 {
     std::int64_t logical = 0;
-    std::int64_t steps = 0;
     for (std::uint32_t handle = head; EntryOf(handle).offset != 0; handle = EntryOf(handle).next)
     {
         const rfm_LinkageEntry& entry = EntryOf(handle);
@@ -422,7 +427,10 @@ bool rfm_DatabaseReprFile::FindInChain(std::uint32_t head, std::int64_t target, 
             place = static_cast<double>(logical + target - entry.offset);
             return true;
         }
-        if (++steps > 2 * MostEntries()) ThrowCorrupt();
+        std::uint32_t& walked = walkedFrom[handle];
+        if (walked == head + 1) ThrowCorrupt();
+        if (walked != 0) return false;
+        walked = head + 1;
         if (__builtin_add_overflow(logical, entry.length, &logical)) ThrowCorrupt();
     }
     return false;
@@ -431,13 +439,14 @@ bool rfm_DatabaseReprFile::FindInChain(std::uint32_t head, std::int64_t target, 
 cow_String rfm_DatabaseReprFile::GetObjectLocationReport(const utl_FileOffset& offset)
 {
     MarkHeadsReachable();
+    std::vector<std::uint32_t> walkedFrom(static_cast<std::size_t>(MostEntries()));
     for (std::uint32_t i = 0; i < m_Linkage->Count(); ++i)
         for (std::uint32_t slot = 0; slot < m_Linkage->Block(i).used; ++slot)
         {
             if (!m_Linkage->Block(i).entries[slot].reachable) continue;
             const std::uint32_t head = i << rfm_SlotBits | slot;
             double place = 0;
-            if (!FindInChain(head, offset.Value(), place)) continue;
+            if (!FindInChain(head, offset.Value(), walkedFrom, place)) continue;
             char text[80];
             std::snprintf(text, sizeof text, "Object: %08x - Offset: %20.0lf", head, place);
             return text;

@@ -5,6 +5,8 @@
 #include "rfm_LinkageList.h"
 #include "rfm_StringManagerFile.h"
 
+#include <vector>
+
 /// One database in one file.
 ///
 ///            Create / Open            Close, or the destructor
@@ -93,7 +95,8 @@ private:
     void WriteDirtyBlocks();
     void PublishFlushCount();
     void MarkHeadsReachable();
-    bool FindInChain(std::uint32_t head, std::int64_t target, double& place);
+    bool FindInChain(std::uint32_t head, std::int64_t target, std::vector<std::uint32_t>& walkedFrom,
+                     double& place);
 
     rfm_File m_File;
     cow_String m_FileName;

@@ -88,6 +88,9 @@ void rfm_StringManagerFile::Attach(std::unique_ptr<rfm_SpaceRepr> space)
     m_NextOffset = rfm_StringPoolFirstRecord;
     m_RecordBits.clear();
     m_IsIndexed = false;
+    m_PrivateReferences.clear();
+    m_PrivateTexts.clear();
+    m_PrivateBytes = 0;
     std::fill_n(m_Decoded.get(), kDecodedSlots, Decoded{});
     Load();
 }
@@ -182,12 +185,16 @@ const cow_String& rfm_StringManagerFile::Fetch(std::int64_t reference)
 {
     Decoded& slot = m_Decoded[static_cast<std::size_t>(reference / 4) % kDecodedSlots];
     if (slot.reference == reference && reference != 0) return slot.text;
-    if (!IsRecord(reference))
+    if (const std::string* text = FindPrivate(reference))
     {
-        Load();
-        RequireRecord(reference);
+        slot.text = cow_String(std::string_view(*text));
     }
-    slot.text = cow_String(TextOf(reference));
+    else
+    {
+        if (!IsRecord(reference)) Load();
+        RequireRecord(reference);
+        slot.text = cow_String(TextOf(reference));
+    }
     slot.reference = reference;
     return slot.text;
 }
@@ -212,10 +219,40 @@ std::int64_t rfm_StringManagerFile::Intern(std::string_view text)
     const std::uint32_t hash = HashOf(text);
     HashSlot& slot = SlotOf(text, hash);
     if (slot.record != 0) return std::int64_t{slot.record} * 4;
+    if (m_Database.ReadOnly()) return InternPrivate(text);
     const std::int64_t record = Append(text);
     slot = {hash, static_cast<std::uint32_t>(record / 4)};
     if (++m_IndexCount * 2 > m_Index.size()) GrowIndex();
     return record;
+}
+
+void rfm_StringManagerFile::RequireRoom(std::int64_t bytes) const
+{
+    if (bytes > m_MostBytes - NextOffset().Value())
+        nex_ThrowText(atr_Message(
+            "***ERROR: The string pool of MARLEK database file would pass its limit of 2 GiB:\n  %s",
+            m_Database.FileName()));
+}
+
+std::int64_t rfm_StringManagerFile::InternPrivate(std::string_view text)
+{
+    const auto known = m_PrivateReferences.find(text);
+    if (known != m_PrivateReferences.end()) return known->second;
+    const std::int64_t bytes = rfm_StringRecordBytes(static_cast<std::int64_t>(text.size()));
+    RequireRoom(bytes);
+    const std::int64_t reference = kFirstPrivate + static_cast<std::int64_t>(m_PrivateTexts.size()) * 4;
+    m_PrivateTexts.emplace_back(text);
+    m_PrivateReferences.emplace(m_PrivateTexts.back(), reference);
+    m_PrivateBytes += bytes;
+    return reference;
+}
+
+const std::string* rfm_StringManagerFile::FindPrivate(std::int64_t reference) const noexcept
+{
+    const std::int64_t place = reference - kFirstPrivate;
+    if (place < 0 || place % 4 != 0) return nullptr;
+    const auto index = static_cast<std::size_t>(place / 4);
+    return index < m_PrivateTexts.size() ? &m_PrivateTexts[index] : nullptr;
 }
 
 // The record of a new text, behind all others. Nothing is written before the flush.
@@ -223,10 +260,7 @@ std::int64_t rfm_StringManagerFile::Append(std::string_view text)
 {
     const std::int64_t record = m_NextOffset;
     const std::int64_t bytes = rfm_StringRecordBytes(static_cast<std::int64_t>(text.size()));
-    if (bytes > m_MostBytes - record)
-        nex_ThrowText(atr_Message(
-            "***ERROR: The string pool of MARLEK database file would pass its limit of 2 GiB:\n  %s",
-            m_Database.FileName()));
+    RequireRoom(bytes);
     m_Bytes.Reserve(record + bytes);
     m_RecordBits.resize(static_cast<std::size_t>((record + bytes) / 256 + 1));
     omi_Store(m_Bytes.At(record), static_cast<std::int32_t>(text.size()), kSwapped);
@@ -287,13 +321,14 @@ void rfm_StringManagerFile::BuildIndex()
 int rfm_StringManagerFile::Count()
 {
     if (!m_IsIndexed) BuildIndex();
-    return static_cast<int>(m_IndexCount);
+    return static_cast<int>(m_IndexCount + m_PrivateTexts.size());
 }
 
 // ---- To the file ----
 
 void rfm_StringManagerFile::Flush()
 {
+    if (!m_PrivateTexts.empty()) rfm_ThrowReadOnlyDatabase();
     const std::int64_t length = m_Space->Length().Value();
     if (m_NextOffset - length < 1) return;
     m_Space->Seek(length);

@@ -5,7 +5,11 @@
 #include "utl_FileOffset.h"
 
 #include <cstdint>
+#include <deque>
 #include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_map>
 #include <vector>
 
 class rfm_DatabaseReprFile;
@@ -17,6 +21,9 @@ class rfm_DatabaseReprFile;
 /// Two indexes stand on the bytes: one bit per 4 bytes that says where records start, and, made when the first text is
 /// written, a hash table from text to record. An open costs no node per string.
 /// Texts compare whole, their length included: two that differ behind a NUL are two.
+///
+/// On a read-only database new texts are private: their writer, in another process, gives the references behind the
+/// end of the space to texts of its own. So they are kept apart from the bytes, under references that no file has.
 class rfm_StringManagerFile : public rfm_StringManager
 {
 public:
@@ -33,8 +40,9 @@ public:
     void Encode(char* target, const cow_String* source, int count) override;
     int ReferenceSize() override { return 8; }
 
-    /// The reference that the next new text will take.
-    utl_FileOffset NextOffset() const noexcept { return m_NextOffset; }
+    /// Bytes of the pool with all texts that are held. On a writable database that is the reference that the next new
+    /// text will take.
+    utl_FileOffset NextOffset() const noexcept { return m_NextOffset + m_PrivateBytes; }
     /// How many different texts are held.
     int Count();
     /// Refuses new texts past `bytes` instead of the 2 GiB of the format, so that a test can come to the limit.
@@ -71,6 +79,8 @@ private:
         cow_String text;
     };
     static constexpr int kDecodedSlots = 1024;
+    // Far behind the 2 GiB of any pool, and exact as a double. In steps of 4, as the references of a file are.
+    static constexpr std::int64_t kFirstPrivate = std::int64_t{1} << 51;
 
     void Load();
     std::int64_t MarkRecords(std::int64_t record, std::int64_t loaded, std::int64_t end);
@@ -79,7 +89,10 @@ private:
     std::string_view TextOf(std::int64_t record) const noexcept;
     const cow_String& Fetch(std::int64_t reference);
     std::int64_t Intern(std::string_view text);
+    void RequireRoom(std::int64_t bytes) const;
     std::int64_t Append(std::string_view text);
+    std::int64_t InternPrivate(std::string_view text);
+    const std::string* FindPrivate(std::int64_t reference) const noexcept;
     void BuildIndex();
     HashSlot& SlotOf(std::string_view text, std::uint32_t hash);
     void GrowIndex();
@@ -96,6 +109,10 @@ private:
     bool m_IsIndexed = false;
     std::vector<HashSlot> m_Index;
     std::size_t m_IndexCount = 0;
+
+    std::deque<std::string> m_PrivateTexts; // in the order of their references; the keys below look into them
+    std::unordered_map<std::string_view, std::int64_t> m_PrivateReferences;
+    std::int64_t m_PrivateBytes = 0; // what their records would take
 
     // Rows repeat few texts: a decoded text is handed out again at the cost of a count, where making it anew takes an
     // allocation and a copy.

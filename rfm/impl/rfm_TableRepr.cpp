@@ -81,6 +81,7 @@ rfm_TableRepr::rfm_TableRepr(rfm_DatabaseRepr& database, rfm_Handle handle, int 
     m_Metadata = &database.Metadata().GetTableMetadata(utl_FileOffset(m_MetadataOffset));
     SetUp();
     m_Length = m_WrittenRows = rfm_RowsInSpace(m_Buffer.Length().Value(), rfm_TableFirstRowOffset, m_RowSize);
+    m_LastRowMayBeCut = true;
 }
 
 rfm_TableRepr::~rfm_TableRepr()
@@ -314,6 +315,21 @@ void rfm_TableRepr::WriteRow(RowBlock& block)
     m_WrittenRows = std::max(m_WrittenRows, block.row.Location() + 1);
 }
 
+// A last row of which at least half is there counts as a row: what it lacks is written as zeros before anything goes
+// behind it, where the space could not be positioned otherwise.
+void rfm_TableRepr::CompleteLastRow()
+{
+    const std::int64_t length = m_Buffer.Length().Value();
+    const std::int64_t lacking = PlaceOf(m_WrittenRows) - length;
+    if (lacking > 0)
+    {
+        const std::vector<char> zeros(static_cast<std::size_t>(lacking));
+        m_Buffer.Seek(length);
+        m_Buffer.Write(zeros.data(), static_cast<int>(lacking));
+    }
+    m_LastRowMayBeCut = false;
+}
+
 void rfm_TableRepr::ReleaseUnheld()
 {
     m_Spare.reserve(std::min(m_Rows.size() + m_Spare.size(), kMostSpareRows));
@@ -386,6 +402,7 @@ rfm_RowRepr* rfm_TableRepr::NewRow()
 {
     m_HeaderDirty = true;
     RefuseBeyondLimit(std::int64_t{m_Length} + 1);
+    if (m_LastRowMayBeCut && !m_Buffer.ReadOnly()) CompleteLastRow();
     if (m_CacheAllowance-- < 1) Purge();
     MakeRoomInCache();
     RowBlock* block = MakeRow(m_Length);
@@ -488,6 +505,7 @@ void rfm_TableRepr::Append(rfm_TableRepr& source)
             "rfm_TableRepr::Append - table being appended to \"%s\" does not have compatible metadata.",
             m_Metadata->Name()));
     RefuseBeyondLimit(std::int64_t{m_Length} + source.m_Length);
+    if (m_LastRowMayBeCut) CompleteLastRow();
     Flush();
     source.Flush();
     m_Buffer.Flush();

@@ -103,6 +103,7 @@ private:
     void WriteOut();
     void ReleaseUnheld();
     void WriteRow(RowBlock& block);
+    void CompleteLastRow();
     [[noreturn]] void ThrowNoRow(const char* message, int row) const;
 
     int CatchUp(std::int64_t length);
@@ -134,6 +135,7 @@ private:
     int m_CacheAllowance;          // misses and new rows left until the next purge
     int m_WrittenRows = 0;
     int m_RowBehindFill = 0; // where a read in sequence would go on
+    bool m_LastRowMayBeCut = false; // in the file, by a writer that went in the middle of it
     // A sorted run: a scan or a load has its rows side by side, so that the first guess finds them, and a row costs no
     // tree node. Blocks of rows that went are used again.
     std::vector<RowBlock*> m_Rows;

@@ -139,9 +139,9 @@ TEST_F(rfm_DBStatusCheckerTest, TheSemaphoreComesBeforeEverythingElse)
     PutHeader("\2\0\0\0", kTime);
     std::filesystem::create_directory(Semaphore().CString());
     EXPECT_EQ(checker.CheckStatus(), rfm_FileStatus::RfmFileInTransaction);
-    ASSERT_EQ(::unlink(Name().CString()), 0);
+    std::filesystem::rename(Name().CString(), m_Folder.Path("aside").CString());
     EXPECT_EQ(checker.CheckStatus(), rfm_FileStatus::RfmFileInTransaction);
-    PutHeader("\2\0\0\0", kTime);
+    std::filesystem::rename(m_Folder.Path("aside").CString(), Name().CString());
     std::filesystem::remove(Semaphore().CString());
     EXPECT_EQ(checker.CheckStatus(), rfm_FileStatus::RfmFileUpdated);
     EXPECT_THAT(checker.notes, ElementsAre("4", "4", "2", "changed"));

@@ -938,6 +938,26 @@ TEST(rfm_DatabaseReprFile, TheLocationReportFindsObjectsOfLaterBlocks)
         << "the second block";
 }
 
+TEST(rfm_DatabaseReprFile, TheLocationReportWalksEachEntryOnceHoweverManyChainsRunIntoIt)
+{
+    const rfm_TestFile file;
+    const auto database = CreateIn(file);
+    constexpr int kTail = 50000;
+    constexpr int kHeads = 50000;
+    std::vector<std::uint32_t> handles;
+    for (int i = 0; i < kTail + kHeads; ++i) handles.push_back(NewSpace(*database)->Handle().Value());
+    for (int i = 0; i < kTail; ++i)
+        database->EntryOf(handles[static_cast<std::size_t>(i)]).next =
+            i + 1 < kTail ? handles[static_cast<std::size_t>(i) + 1] : 0;
+    for (int i = kTail; i < kTail + kHeads; ++i)
+        database->EntryOf(handles[static_cast<std::size_t>(i)]).next = handles[0];
+    EXPECT_EQ(database->GetObjectLocationReport(3), cow_String("Object not found."));
+    rfm_LinkageEntry& last = database->EntryOf(handles[kTail - 1]);
+    last.offset = last.allocation = last.length = 1 << 30;
+    EXPECT_EQ(database->GetObjectLocationReport((1 << 30) + 7).View().substr(16),
+              " - Offset:                    7");
+}
+
 TEST(rfm_DatabaseReprFile, TheBaseKnowsNoLocations)
 {
     const rfm_TestFile file;
@@ -1082,6 +1102,31 @@ TEST(rfm_DatabaseReprFile, ASnapDoesNotLearnLayoutsThatCameAfterTheOpen)
     EXPECT_EQ(reader.Snap(), 1);
     EXPECT_FALSE(reader.HasTable("SECOND"));
     EXPECT_TRUE(rfm_Database::Open(OpenFile(file, utl_FileAccessRead), "TEST").HasTable("SECOND"));
+}
+
+TEST(rfm_DatabaseReprFile, NorDoesASnapDuringWhichTheWriterPublishes)
+{
+    const rfm_TestFile file;
+    rfm_Database writer = rfm_Database::Create(OpenFile(file, utl_FileAccessCreate), "TEST", "demo", kTime);
+    writer.Flush();
+    rfm_Database reader = rfm_Database::Open(OpenFile(file, utl_FileAccessRead), "TEST");
+    writer.Flush();
+    rfm_TableMetadata late("LATE", 1);
+    late.DefineIntField("a");
+    bool armed = true;
+    SystemHook hook;
+    hook.BehindReadAt(1024,
+                      [&](char*)
+                      {
+                          if (!std::exchange(armed, false)) return;
+                          writer.Bind(late);
+                          writer.Flush();
+                      });
+    EXPECT_EQ(reader.Snap(), 1);
+    EXPECT_FALSE(armed);
+    EXPECT_EQ(reader.GetFlushCount(), 3);
+    EXPECT_FALSE(reader.HasTable("LATE"));
+    EXPECT_EQ(reader.Snap(), 0);
 }
 
 TEST(rfm_DatabaseReprFile, AFlushWhileTheTableIsReadMakesTheReaderTakeItAgain)

@@ -435,9 +435,57 @@ TEST(StringPool, AStringEncodedOnAReadOnlyDatabaseCannotBeFlushed)
     rfm_Database database = file.Open();
     EXPECT_EQ(OffsetIn(Encode(database, "old")), 4);
     PoolOf(database).Flush();
-    EXPECT_EQ(OffsetIn(Encode(database, "new")), 12);
+    Encode(database, "new");
     EXPECT_EQ(TextOf([&] { PoolOf(database).Flush(); }), kReadOnlyText);
     EXPECT_EQ(TextOf([&] { database.Flush(); }), kReadOnlyText);
+    EXPECT_EQ(PoolOf(database).NextOffset(), 20) << "two records of 8 bytes behind the magic";
+    EXPECT_EQ(PoolOf(database).Count(), 2);
+}
+
+TEST(StringPool, AReadersOwnTextsAreNoTextsOfTheFile)
+{
+    const TestFile file;
+    rfm_Database writer = file.Create();
+    Encode(writer, "early");
+    writer.Flush();
+    rfm_Database reader = file.Open();
+    const Reference mine = Encode(reader, "mine");
+    const Reference other = Encode(reader, "another");
+    EXPECT_EQ(Encode(reader, "mine"), mine);
+    EXPECT_GE(OffsetIn(mine), 2251799813685248.0) << "2^51, behind any pool";
+    EXPECT_GE(OffsetIn(other), 2251799813685248.0);
+    EXPECT_NE(mine, other);
+    EXPECT_EQ(Decode(reader, mine), "mine");
+    EXPECT_EQ(Decode(reader, other), "another");
+
+    // What the writer puts where a pool of one process would have put the reader's texts is the writer's.
+    const Reference theirs = Encode(writer, "theirs");
+    EXPECT_EQ(OffsetIn(theirs), 16);
+    const Reference later = Encode(writer, "mine");
+    writer.Flush();
+    EXPECT_EQ(TextOf([&] { Decode(reader, theirs); }), kNoStringText);
+    EXPECT_EQ(reader.Snap(), 1);
+    EXPECT_EQ(Decode(reader, theirs), "theirs");
+    EXPECT_EQ(Decode(reader, later), "mine");
+    EXPECT_EQ(Decode(reader, mine), "mine");
+    EXPECT_EQ(Decode(reader, other), "another");
+    EXPECT_EQ(Encode(reader, "theirs"), theirs);
+    EXPECT_EQ(TextOf([&] { DecodeAt(reader, OffsetIn(other) + 4); }), kNoStringText);
+    EXPECT_EQ(TextOf([&] { DecodeAt(reader, OffsetIn(mine) + 2); }), kNoStringText);
+}
+
+TEST(StringPool, AReadersOwnTextsKeepToTheLimitOfAPool)
+{
+    const TestFile file;
+    Store(file, {"old"});
+    rfm_Database database = file.Open();
+    PoolOf(database).LimitTo(24);
+    const Reference held = Encode(database, "new");
+    EXPECT_EQ(TextOf([&] { Encode(database, "next"); }),
+              "***ERROR: The string pool of MARLEK database file would pass its limit of 2 GiB:\n  " +
+                  file.Path());
+    EXPECT_EQ(Decode(database, held), "new");
+    EXPECT_EQ(PoolOf(database).Count(), 2);
 }
 
 // ---- Readers ----

@@ -140,6 +140,34 @@ TEST_F(rfm_TableReprTest, ALastRowOfWhichHalfIsThereCountsAndItsRestReadsAsZero)
     }
 }
 
+TEST_F(rfm_TableReprTest, RowsBehindALastRowOfWhichHalfIsThereCompleteItWithZeros)
+{
+    rfm_Table table = Narrow(4);
+    AddInts(table, 1, 3);
+    table.Flush();
+    const rfm_Handle handle = table.Handle();
+    rfm_TableMetadata source("SOURCE", 1);
+    source.DefineIntField("n");
+    rfm_Table more = m_Db.Table(m_Db.Bind(source), 1024, 4);
+    AddInts(more, 9, 1);
+    for (const bool appended : {false, true})
+    {
+        table = rfm_Table();
+        m_Db.Space(handle, -1).Truncate(12 + 20);
+        table = m_Db.Table(handle, -1, 4);
+        ASSERT_EQ(table.Length(), 3);
+        if (appended)
+            table.Append(more);
+        else
+            AddInts(table, 9, 1);
+        table.Flush();
+        EXPECT_EQ(table.Length(), 4);
+        EXPECT_EQ(rfm_InHex(Content(m_Db, handle)).substr(27),
+                  "01000000 01000000 01000000 02000000 01000000 00000000 01000000 09000000")
+            << appended;
+    }
+}
+
 TEST_F(rfm_TableReprTest, ALayoutWithoutFieldsHasNoLength)
 {
     rfm_Table table = m_Db.Table(m_Db.Bind(rfm_TableMetadata("EMPTY", 1)), 1024, 4);

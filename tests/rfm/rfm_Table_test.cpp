@@ -569,6 +569,26 @@ TEST_F(rfm_TableTest, ANewTextInARowOfAReadOnlyTableIsRefusedAtTheClose)
     EXPECT_NE(outcome.standardError.find("read-only"), std::string::npos);
 }
 
+TEST_F(rfm_TableTest, ATextInARowOfAReadOnlyTableNeverTakesThePlaceOfItsWritersTexts)
+{
+    rfm_TableMetadata layout("T", 1);
+    layout.DefineStringField("s");
+    rfm_Table table = Make(layout);
+    table.NewRow().WriteFieldString("s", "known");
+    Publish(m_Db, table);
+    rfm_Database reader = Reader();
+    rfm_Table follower = reader.Table(table.Handle(), -1, 1);
+    rfm_Row changed = follower.UpdateRow(0);
+    changed.WriteFieldString("s", "mine!");
+    table.NewRow().WriteFieldString("s", "yours");
+    Publish(m_Db, table);
+    EXPECT_EQ(reader.Snap(), 1);
+    follower.Snap();
+    ASSERT_EQ(follower.Length(), 2);
+    EXPECT_EQ(follower.ReadRow(1).ReadFieldString("s"), cow_String("yours"));
+    EXPECT_EQ(changed.ReadFieldString("s"), cow_String("mine!"));
+}
+
 TEST_F(rfm_TableTest, AReaderWaitsWhileTheWriterHoldsItsSemaphore)
 {
     rfm_Table table = Numbers(2);

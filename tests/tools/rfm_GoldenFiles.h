@@ -1,0 +1,22 @@
+#pragma once
+
+#include "cow_String.h"
+
+#include <string>
+
+/// One small database per kind of object. The files of tests/data were made once by `make_golden_files`; the library
+/// must read them for ever, and what it writes today is compared with them byte by byte.
+struct GoldenFile
+{
+    const char* name;
+    void (*write)(const cow_String& fileName);
+};
+
+inline constexpr long long kGoldenCreationTime = 0x12345678;
+inline constexpr int kGoldenFileCount = 7;
+extern const GoldenFile kGoldenFiles[kGoldenFileCount];
+
+/// Texts whose lengths lie around the rounding to 4 bytes, with a NUL inside, with bytes above 127, and longer than a
+/// buffer; the empty one is written as well.
+inline constexpr int kGoldenTextCount = 9;
+std::string GoldenText(int index);

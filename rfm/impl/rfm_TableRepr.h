@@ -134,7 +134,7 @@ private:
     bool m_CountMayBeAhead = true; // of the rows that the database showed when the count was read
     int m_CacheAllowance;          // misses and new rows left until the next purge
     int m_WrittenRows = 0;
-    int m_RowBehindFill = 0; // where a read in sequence would go on
+    int m_RowBehindFill = 0;        // where a read in sequence would go on
     bool m_LastRowMayBeCut = false; // in the file, by a writer that went in the middle of it
     // A sorted run: a scan or a load has its rows side by side, so that the first guess finds them, and a row costs no
     // tree node. Blocks of rows that went are used again.

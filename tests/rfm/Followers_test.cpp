@@ -121,7 +121,10 @@ public:
         m_Array.Seek(0);
         if (m_Array.Read(values.data(), m_Array.Length() + 1) != m_Array.Length()) return -1;
         for (int i = 0; i < m_Array.Length(); ++i)
-            if (values[static_cast<std::size_t>(i)] != i / 3 + 1 + 0.25 * (i % 3 + 1)) return -1;
+        {
+            const int wholes = i / 3 + 1;
+            if (values[static_cast<std::size_t>(i)] != wholes + 0.25 * (i % 3 + 1)) return -1;
+        }
         return flush;
     }
 

@@ -102,7 +102,7 @@ Outcome RunAndKill(const std::string& path, int atCall, bool within)
     }
     ::close(flushes[1]);
     Outcome outcome;
-    char told = 0;
+    unsigned char told = 0;
     while (::read(flushes[0], &told, 1) == 1) outcome.flushed = told;
     ::close(flushes[0]);
     int status = 0;

@@ -185,12 +185,12 @@ private:
         const int rows = static_cast<int>(m_DoubleValues.size()) / 3;
         const int first = Below(4) == 0 && rows > 0 ? Below(rows) : rows;
         const int count = 1 + Below(60);
-        std::vector<double> values(static_cast<std::size_t>(count * 3));
+        std::vector<double> values(static_cast<std::size_t>(count) * 3);
         for (double& value : values) value = Below(100000) * 0.5;
         m_Doubles.Seek(first);
         ASSERT_EQ(m_Doubles.Write(values.data(), count), count);
-        if (m_DoubleValues.size() < static_cast<std::size_t>((first + count) * 3))
-            m_DoubleValues.resize(static_cast<std::size_t>((first + count) * 3));
+        if (m_DoubleValues.size() < static_cast<std::size_t>(first + count) * 3)
+            m_DoubleValues.resize(static_cast<std::size_t>(first + count) * 3);
         std::copy(values.begin(), values.end(), m_DoubleValues.begin() + first * 3);
     }
 
@@ -199,7 +199,7 @@ private:
         const int rows = static_cast<int>(m_DoubleValues.size()) / 3;
         const int first = Below(rows + 1);
         const int count = 1 + Below(200);
-        std::vector<double> values(static_cast<std::size_t>(count * 3));
+        std::vector<double> values(static_cast<std::size_t>(count) * 3);
         m_Doubles.Seek(first);
         const int expected = std::min(count, rows - first) * 3;
         ASSERT_EQ(m_Doubles.Read(values.data(), count), expected);
@@ -308,7 +308,7 @@ private:
         {
             const int rows = Below(static_cast<int>(m_DoubleValues.size()) / 3 + 1);
             m_Doubles.Truncate(rows);
-            m_DoubleValues.resize(static_cast<std::size_t>(rows * 3));
+            m_DoubleValues.resize(static_cast<std::size_t>(rows) * 3);
         }
     }
 

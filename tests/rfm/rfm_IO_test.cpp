@@ -3,7 +3,9 @@
 #include "MemoryStream.h"
 #include "Thrown.h"
 
+#include <bit>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <limits>
@@ -76,7 +78,7 @@ TEST(rfm_IO, ANotANumberKeepsItsBits)
         stream.Seek(0);
         double back = 0;
         stream.ReadArray(&back, 1);
-        EXPECT_EQ(std::memcmp(&back, &nan, sizeof nan), 0);
+        EXPECT_EQ(std::bit_cast<std::uint64_t>(back), std::bit_cast<std::uint64_t>(nan));
     }
 }
 

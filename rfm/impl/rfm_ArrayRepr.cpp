@@ -148,7 +148,8 @@ int rfm_ArrayRepr::Snap()
 void rfm_ArrayRepr::Truncate(int rows)
 {
     if (m_Buffer.ReadOnly()) nex_ThrowText(atr_Message("***ERROR: Attempt to truncate read only array."));
-    const std::int64_t length = PlaceOf(std::max(rows, 0)); // never into the header
+    // Never into the header, whatever the stored count of elements says.
+    const std::int64_t length = std::max<std::int64_t>(PlaceOf(std::max(rows, 0)), rfm_ArrayFirstRowOffset);
     m_Buffer.Flush();
     m_Buffer.Seek(rfm_ArrayFirstRowOffset);
     m_Space->Truncate(length);

@@ -285,6 +285,7 @@ void rfm_TableRepr::Fill(int row)
         const std::size_t place = behindAll ? m_Rows.size() : PlaceInCache(row);
         m_Rows.insert(m_Rows.begin() + static_cast<std::ptrdiff_t>(place), block);
     }
+    m_Buffer.ExpectRead(INT_MAX); // whoever loads next has reasons of its own
 }
 
 void rfm_TableRepr::Purge()

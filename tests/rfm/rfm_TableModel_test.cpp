@@ -314,7 +314,11 @@ protected:
         CountFlush();
         Publish(m_Db, m_Table);
         // A table that never had a row to flush has no header in the file yet, so nobody else can open it.
-        if (m_Table.SpaceLength() == 0) return ASSERT_EQ(Rows(), 0);
+        if (m_Table.SpaceLength() == 0)
+        {
+            ASSERT_EQ(Rows(), 0);
+            return;
+        }
         rfm_Database reader = Open(m_Path, utl_FileAccessRead);
         reader.Bind(Layout(false));
         rfm_Table follower = reader.Table(m_Table.Handle(), -1, -1);

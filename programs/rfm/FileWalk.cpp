@@ -213,14 +213,19 @@ void FileWalk::CheckLink(std::uint32_t handle)
     m_Entries[handle].isBroken = true;
 }
 
+void FileWalk::ReportLoop(std::uint32_t handle)
+{
+    Report(handle, PlaceOfEntry(handle), "chain of entries", "a loop without a beginning",
+           "a chain with an end", kObjectLost);
+}
+
 // What a chain of links comes back to without a beginning, no handle leads to.
 void FileWalk::CheckLoops()
 {
     for (std::uint32_t handle = 0; handle < m_Entries.size(); ++handle)
     {
         if (!IsUsed(handle) || m_Entries[handle].isVisited) continue;
-        Report(handle, PlaceOfEntry(handle), "chain of entries", "a loop without a beginning",
-               "a chain with an end", kObjectLost);
+        ReportLoop(handle);
         for (std::uint32_t step = handle; !m_Entries[step].isVisited; step = m_Entries[step].stored.next)
             m_Entries[step].isVisited = true;
     }
@@ -265,7 +270,8 @@ void FileWalk::ReportOverlap(const Piece& earlier, const Piece& later)
 
 // ---- Contents ----
 
-// The extents of a chain up to the first that can't be trusted. CheckLink has made sure that it ends.
+// The extents of a chain up to the first that can't be trusted. CheckLink has left one link to each entry, so a chain
+// that does not end comes back to its head; only a pool is looked into although a link leads to it.
 FileWalk::Space FileWalk::CollectSpace(std::uint32_t head)
 {
     Space space;
@@ -276,6 +282,10 @@ FileWalk::Space FileWalk::CollectSpace(std::uint32_t head)
         space.isWhole = space.isWhole && !entry.isBroken;
         if (space.isWhole && entry.stored.HasExtent())
             space.extents.push_back({entry.stored.offset, entry.stored.length});
+        if (entry.stored.next != head) continue;
+        ReportLoop(head);
+        space.isWhole = false;
+        break;
     }
     return space;
 }

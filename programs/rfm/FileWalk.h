@@ -65,6 +65,7 @@ private:
     void CheckOverlaps();
     void ReportOverlap(const Piece& earlier, const Piece& later);
     void CheckLoops();
+    void ReportLoop(std::uint32_t handle);
     Space CollectSpace(std::uint32_t head);
     void WalkContents();
 

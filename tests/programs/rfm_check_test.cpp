@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 #include <random>
 
@@ -34,6 +35,17 @@ protected:
     RfmCheck() { MakeSample(m_File); }
 
     std::int64_t Extent(int handle) const { return ExtentOfEntry(m_File, handle); }
+    // Where the link of the last entry of a chain stands; it is 0.
+    std::int64_t LastLink(int handle) const
+    {
+        const std::string file = ReadFile(m_File);
+        for (std::uint32_t step = static_cast<std::uint32_t>(handle);;)
+        {
+            const std::int64_t link = EntryPlace(static_cast<int>(step)) + 24;
+            std::memcpy(&step, file.data() + link, sizeof step);
+            if (step == 0) return link;
+        }
+    }
     // The damages that a check tells, without the summary; nothing may have been written.
     std::string Damages()
     {
@@ -174,6 +186,20 @@ TEST_F(RfmCheck, ALoopWithoutABeginningIsToldOnce)
               At(8, EntryPlace(8)) +
                   "chain of entries: found a loop without a beginning, expected a chain with an end" +
                   kObjectLost);
+}
+
+// Both pools are looked into whatever leads to them, so a loop through one must end the walk.
+TEST_F(RfmCheck, APoolWhoseChainComesBackToItIsToldOnce)
+{
+    for (const int pool : {1, 3})
+    {
+        MakeSample(m_File);
+        Overwrite<std::uint32_t>(m_File, LastLink(pool), static_cast<std::uint32_t>(pool));
+        const std::string loop =
+            At(pool, EntryPlace(pool)) +
+            "chain of entries: found a loop without a beginning, expected a chain with an end" + kObjectLost;
+        EXPECT_THAT(Damages(), StartsWith(loop));
+    }
 }
 
 TEST_F(RfmCheck, ExtentsOverEachOtherAreToldWithBothAndNotLookedInto)

@@ -17,6 +17,7 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
+#include <fstream>
 #include <functional>
 #include <limits>
 #include <new>
@@ -76,10 +77,9 @@ void LimitMemory() { __sanitizer_install_malloc_and_free_hooks(RefuseLargeBlock,
 #else
 rlim_t AddressSpaceInUse()
 {
-    std::FILE* const file = std::fopen("/proc/self/statm", "r");
-    unsigned long pages = 0;
-    if (file == nullptr || std::fscanf(file, "%lu", &pages) != 1) std::abort();
-    std::fclose(file);
+    std::ifstream file("/proc/self/statm");
+    rlim_t pages = 0;
+    if (!(file >> pages)) std::abort();
     return pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
 }
 

@@ -68,7 +68,9 @@ TEST(cow_CountedHld, AMoveTakesTheObjectWithItsCount)
     Handle source(new Watched(deleted));
     Handle target(static_cast<Handle&&>(source));
     EXPECT_EQ(target.Count(), 1);
-    EXPECT_TRUE(source.IsNull()); // NOLINT(bugprone-use-after-move): what is left is the point
+    EXPECT_TRUE(
+        source
+            .IsNull()); // NOLINT(bugprone-use-after-move,clang-analyzer-cplusplus.Move): what is left is the point
     EXPECT_EQ(source.Count(), 0);
     target = Handle();
     EXPECT_EQ(deleted, 1);

@@ -68,10 +68,11 @@ TEST(cow_CountedHld, AMoveTakesTheObjectWithItsCount)
     Handle source(new Watched(deleted));
     Handle target(static_cast<Handle&&>(source));
     EXPECT_EQ(target.Count(), 1);
-    EXPECT_TRUE(
-        source
-            .IsNull()); // NOLINT(bugprone-use-after-move,clang-analyzer-cplusplus.Move): what is left is the point
+    // What is left behind is the point here.
+    // NOLINTBEGIN(bugprone-use-after-move,clang-analyzer-cplusplus.Move)
+    EXPECT_TRUE(source.IsNull());
     EXPECT_EQ(source.Count(), 0);
+    // NOLINTEND(bugprone-use-after-move,clang-analyzer-cplusplus.Move)
     target = Handle();
     EXPECT_EQ(deleted, 1);
 }

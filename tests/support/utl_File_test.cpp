@@ -20,8 +20,6 @@
 
 using ::testing::ElementsAre;
 using ::testing::EndsWith;
-using ::testing::IsEmpty;
-using ::testing::StartsWith;
 using Transfer = utl_FaultPlan::Transfer;
 
 namespace
@@ -113,7 +111,7 @@ TEST_F(utl_FileTest, ARefusalKnowsItsPlaceInTheSource)
 {
     try
     {
-        utl_File(Name(), utl_FileAccessRead, 0);
+        const utl_File opened(Name(), utl_FileAccessRead, 0);
         FAIL() << "nothing was thrown";
     }
     catch (const utl_FileException& failure)
@@ -150,7 +148,7 @@ TEST_F(utl_FileTest, ANameWithANulIsRefusedAndTheFileInFrontOfItLeftAlone)
     name.append("\0.old", 5);
     try
     {
-        utl_File(name, utl_FileAccessCreate, 0);
+        const utl_File opened(name, utl_FileAccessCreate, 0);
         ADD_FAILURE() << "nothing was thrown";
     }
     catch (const utl_FileException& failure)
@@ -276,7 +274,7 @@ TEST_F(utl_FileTest, CreateOverANameKeepsItsModeBitsAndLeavesNothingElse)
 {
     PutBytes(Name(), "old");
     ASSERT_EQ(::chmod(Name().CString(), 0604), 0);
-    utl_File(Name(), utl_FileAccessCreate, 0);
+    const utl_File opened(Name(), utl_FileAccessCreate, 0);
     EXPECT_EQ(ModeOf(Name()), 0604U);
     int names = 0;
     for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator(m_Folder.Path())) ++names;
@@ -349,7 +347,7 @@ TEST_F(utl_FileTest, ANameLeftBesideByAKilledProcessIsPassedOver)
     PutBytes(Name(), "old");
     const cow_String left = Name() + "." + cow_String(static_cast<int>(::getpid())) + ".0";
     PutBytes(left, "left behind");
-    utl_File(Name(), utl_FileAccessCreate, 0);
+    const utl_File opened(Name(), utl_FileAccessCreate, 0);
     EXPECT_EQ(Stored(), "");
     EXPECT_EQ(BytesOf(left), "left behind");
 }

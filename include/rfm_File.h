@@ -4,6 +4,7 @@
 #include "cow_String.h"
 #include "rfm_FileException.h"
 #include "utl_FileAccess.h"
+#include "utl_FileException.h"
 
 class rfm_FileRepr;
 
@@ -26,7 +27,8 @@ public:
     /// old one keep it). `flag` has no effect; it stays for callers that pass it.
     /// With `MRK_RFM_LOGIFY` in the environment, one line on standard error tells the kind that was chosen.
     /// Throws: rfm_FileNoSuchFile, rfm_FileNotReadable, rfm_FileReadOnlyExc (update without permission; create or
-    /// update of a URL), nex_AssertException for any other `access`, and the operating system's refusals.
+    /// update of a URL), nex_AssertException for any other `access`, utl_FileException for what the operating system
+    /// refuses.
     static rfm_File Open(const cow_String& name, utl_FileAccess access, bool flag = false);
 
     /// Makes a new compressed file.

@@ -9,7 +9,7 @@ bool mem_LibraryCalls::Enter(int& count)
 
 bool mem_LibraryCalls::Leave(int& count)
 {
-    if (--m_Depth != 0) return false;
+    if (m_Depth == 0 || --m_Depth > 0) return false;
     --count;
     return true;
 }

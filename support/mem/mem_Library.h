@@ -8,7 +8,8 @@ class mem_LibraryCalls
 public:
     /// True for the call that is to initialise.
     bool Enter(int& count);
-    /// True for the call that is to tear down.
+    /// True for the call that is to tear down. Without an `Enter` before it, nothing happens: a depth below 0 would
+    /// swallow the next end.
     bool Leave(int& count);
 
 private:

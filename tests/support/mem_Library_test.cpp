@@ -40,6 +40,18 @@ TEST(mem_LibraryCalls, ALibraryCanBeStartedAgainAfterItsEnd)
     EXPECT_EQ(count, 0);
 }
 
+TEST(mem_LibraryCalls, AnEndWithoutAStartChangesNothing)
+{
+    mem_LibraryCalls calls;
+    int count = 5;
+    EXPECT_FALSE(calls.Leave(count));
+    EXPECT_EQ(count, 5);
+    EXPECT_TRUE(calls.Enter(count));
+    EXPECT_EQ(count, 6);
+    EXPECT_TRUE(calls.Leave(count));
+    EXPECT_EQ(count, 5);
+}
+
 namespace
 {
 struct LibraryPair

@@ -1,6 +1,21 @@
 #include <rfm.h>
 
 #include <cstdio>
+#include <string>
+
+// One include is enough to catch what the operating system refuses.
+static bool IsRefusedByTheSystem(const std::string& name)
+{
+    try
+    {
+        rfm_File::Open(name.c_str(), utl_FileAccessCreate);
+        return false;
+    }
+    catch (const utl_FileException&)
+    {
+        return true;
+    }
+}
 
 // Writes one number into a new database and reads it back from the file.
 int main(int, char** arguments)
@@ -23,6 +38,8 @@ int main(int, char** arguments)
         numbers.Read(&read, 1);
         std::printf("read %g from %d row\n", read, numbers.Length());
     }
+    // A plain file is no directory.
+    const bool isRefused = IsRefusedByTheSystem(std::string(arguments[1]) + "/inside");
     rfm_finalize(count);
-    return 0;
+    return isRefused ? 0 : 1;
 }

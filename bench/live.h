@@ -47,6 +47,14 @@ struct LivePeer
     std::function<std::unique_ptr<LiveReader>()> makeReader;
 };
 
+/// The writer and the reader of a store; see StoreOf.
+template <class Store> LivePeer LiveOf(const std::string& file)
+{
+    return {.file = file,
+            .makeWriter = [file] { return std::make_unique<typename Store::Writer>(file); },
+            .makeReader = [file] { return std::make_unique<typename Store::Reader>(file); }};
+}
+
 /// Median time from the start of `Publish` in one process to the last new row read in another that looks all the
 /// time. The next flush waits until the last one was seen.
 std::unique_ptr<Contender> MakeVisible(LivePeer peer, const Setting& setting);

@@ -1,6 +1,6 @@
 // The floor under every figure: the plain system calls on the same bytes, and a plain hash table for interning.
 
-#include "live.h"
+#include "contenders.h"
 #include "peers.h"
 
 #include <algorithm>
@@ -111,145 +111,70 @@ Row Unpack(const StoredRow& stored)
 
 std::int64_t RowOffset(int position) { return static_cast<std::int64_t>(sizeof(StoredRow)) * position; }
 
+void WriteRows(const std::string& name, int count)
+{
+    Descriptor file(name, O_RDWR | O_CREAT | O_TRUNC);
+    std::vector<StoredRow> piece;
+    piece.reserve(kPieceBytes / sizeof(StoredRow));
+    const auto writeOut = [&]
+    {
+        file.Write(piece.data(), piece.size() * sizeof(StoredRow));
+        piece.clear();
+    };
+    for (int i = 0; i < count; ++i)
+    {
+        piece.push_back(Pack(RowAt(i)));
+        if (piece.size() == piece.capacity()) writeOut();
+    }
+    writeOut();
+}
+
 class RowFile
 {
 public:
-    explicit RowFile(std::string file) : m_File(std::move(file)) {}
-
-    void AppendAll(int count) const
+    RowFile(const std::string& file, RowUse use)
+        : m_File(file, use == RowUse::RandomUpdate ? O_RDWR : O_RDONLY)
     {
-        Descriptor file(m_File, O_RDWR | O_CREAT | O_TRUNC);
-        std::vector<StoredRow> piece;
-        piece.reserve(kPieceBytes / sizeof(StoredRow));
-        for (int i = 0; i < count; ++i)
-        {
-            piece.push_back(Pack(RowAt(i)));
-            if (piece.size() == piece.capacity()) WriteOut(file, piece);
-        }
-        WriteOut(file, piece);
     }
-
-    std::uint64_t SumAll() const
+    std::uint64_t SumAll()
     {
-        Descriptor file(m_File, O_RDONLY);
         std::vector<StoredRow> piece(kPieceBytes / sizeof(StoredRow));
         std::uint64_t sum = 0;
         int position = 0;
-        while (const std::size_t got = file.ReadSome(piece.data(), piece.size() * sizeof(StoredRow)))
+        while (const std::size_t got = m_File.ReadSome(piece.data(), piece.size() * sizeof(StoredRow)))
         {
             for (std::size_t i = 0; i < got / sizeof(StoredRow); ++i)
                 sum += RowSum(Unpack(piece[i]), position++);
         }
         return sum;
     }
-
-    const std::string& Name() const { return m_File; }
+    std::uint64_t SumRandom(const Sizes& sizes)
+    {
+        std::uint64_t sum = 0;
+        StoredRow row{};
+        for (int step = 0; step < sizes.randomCount; ++step)
+        {
+            m_File.ReadAt(&row, sizeof(row), RowOffset(RandomPosition(step, sizes.rowCount)));
+            sum += RowSum(Unpack(row), step);
+        }
+        return sum;
+    }
+    void UpdateRandom(const Sizes& sizes, int round)
+    {
+        StoredRow stored{};
+        for (int step = 0; step < sizes.randomCount; ++step)
+        {
+            const std::int64_t offset = RowOffset(RandomPosition(step, sizes.rowCount));
+            m_File.ReadAt(&stored, sizeof(stored), offset);
+            Row row = Unpack(stored);
+            ApplyUpdate(row, step, round);
+            stored = Pack(row);
+            m_File.WriteAt(&stored, sizeof(stored), offset);
+        }
+    }
 
 private:
-    static void WriteOut(Descriptor& file, std::vector<StoredRow>& piece)
-    {
-        file.Write(piece.data(), piece.size() * sizeof(StoredRow));
-        piece.clear();
-    }
-    std::string m_File;
-};
-
-class BareContender : public Contender
-{
-protected:
-    BareContender(const Setting& setting, const char* name)
-        : m_Sizes(setting.sizes),
-          m_File(setting.File(name))
-    {
-    }
-    const Sizes m_Sizes;
-    const std::string m_File;
-    std::uint64_t m_Sum = 0;
-};
-
-class Append : public BareContender
-{
-public:
-    explicit Append(const Setting& setting) : BareContender(setting, "append.bare") {}
-    void Prepare(int /*round*/) override { std::filesystem::remove(m_File); }
-    double Run() override
-    {
-        return SecondsOf([&] { RowFile(m_File).AppendAll(m_Sizes.rowCount); });
-    }
-    std::uint64_t Verify() override { return RowFile(m_File).SumAll(); }
-};
-
-class Scan : public BareContender
-{
-public:
-    explicit Scan(const Setting& setting) : BareContender(setting, "scan.bare") {}
-    void Build() override { RowFile(m_File).AppendAll(m_Sizes.rowCount); }
-    void Prepare(int /*round*/) override {}
-    double Run() override
-    {
-        return SecondsOf([&] { m_Sum = RowFile(m_File).SumAll(); });
-    }
-    std::uint64_t Verify() override { return m_Sum; }
-};
-
-class RandomRead : public BareContender
-{
-public:
-    explicit RandomRead(const Setting& setting) : BareContender(setting, "read.bare") {}
-    void Build() override { RowFile(m_File).AppendAll(m_Sizes.rowCount); }
-    void Prepare(int /*round*/) override { m_Open = Descriptor(m_File, O_RDONLY); }
-    double Run() override
-    {
-        return SecondsOf(
-            [&]
-            {
-                m_Sum = 0;
-                StoredRow row{};
-                for (int step = 0; step < m_Sizes.randomCount; ++step)
-                {
-                    m_Open.ReadAt(&row, sizeof(row), RowOffset(RandomPosition(step, m_Sizes.rowCount)));
-                    m_Sum += RowSum(Unpack(row), step);
-                }
-            });
-    }
-    std::uint64_t Verify() override { return m_Sum; }
-
-private:
-    Descriptor m_Open;
-};
-
-class RandomUpdate : public BareContender
-{
-public:
-    explicit RandomUpdate(const Setting& setting) : BareContender(setting, "update.bare") {}
-    void Build() override { RowFile(m_File).AppendAll(m_Sizes.rowCount); }
-    void Prepare(int round) override
-    {
-        m_Round = round;
-        m_Open = Descriptor(m_File, O_RDWR);
-    }
-    double Run() override
-    {
-        return SecondsOf(
-            [&]
-            {
-                StoredRow stored{};
-                for (int step = 0; step < m_Sizes.randomCount; ++step)
-                {
-                    const std::int64_t offset = RowOffset(RandomPosition(step, m_Sizes.rowCount));
-                    m_Open.ReadAt(&stored, sizeof(stored), offset);
-                    Row row = Unpack(stored);
-                    ApplyUpdate(row, step, m_Round);
-                    stored = Pack(row);
-                    m_Open.WriteAt(&stored, sizeof(stored), offset);
-                }
-            });
-    }
-    std::uint64_t Verify() override { return RowFile(m_File).SumAll(); }
-
-private:
-    int m_Round = 0;
-    Descriptor m_Open;
+    Descriptor m_File;
 };
 
 void WriteBlocks(const std::string& name, int count)
@@ -271,31 +196,6 @@ std::uint64_t ReadBlocks(const std::string& name, int count)
     }
     return sum;
 }
-
-class BulkWrite : public BareContender
-{
-public:
-    explicit BulkWrite(const Setting& setting) : BareContender(setting, "blocks.bare") {}
-    void Prepare(int /*round*/) override { std::filesystem::remove(m_File); }
-    double Run() override
-    {
-        return SecondsOf([&] { WriteBlocks(m_File, m_Sizes.blockCount); });
-    }
-    std::uint64_t Verify() override { return ReadBlocks(m_File, m_Sizes.blockCount); }
-};
-
-class BulkRead : public BareContender
-{
-public:
-    explicit BulkRead(const Setting& setting) : BareContender(setting, "blockread.bare") {}
-    void Build() override { WriteBlocks(m_File, m_Sizes.blockCount); }
-    void Prepare(int /*round*/) override {}
-    double Run() override
-    {
-        return SecondsOf([&] { m_Sum = ReadBlocks(m_File, m_Sizes.blockCount); });
-    }
-    std::uint64_t Verify() override { return m_Sum; }
-};
 
 void WriteObjects(const std::string& name, int count)
 {
@@ -321,63 +221,32 @@ std::uint64_t ReadObjects(const std::string& name, int count)
     return sum;
 }
 
-class SmallWrite : public BareContender
-{
-public:
-    explicit SmallWrite(const Setting& setting) : BareContender(setting, "small.bare") {}
-    void Prepare(int /*round*/) override { std::filesystem::remove(m_File); }
-    double Run() override
-    {
-        return SecondsOf([&] { WriteObjects(m_File, m_Sizes.objectCount); });
-    }
-    std::uint64_t Verify() override { return ReadObjects(m_File, m_Sizes.objectCount); }
-};
-
-class SmallRead : public BareContender
-{
-public:
-    explicit SmallRead(const Setting& setting) : BareContender(setting, "smallread.bare") {}
-    void Build() override { WriteObjects(m_File, m_Sizes.objectCount); }
-    void Prepare(int /*round*/) override {}
-    double Run() override
-    {
-        return SecondsOf([&] { m_Sum = ReadObjects(m_File, m_Sizes.objectCount); });
-    }
-    std::uint64_t Verify() override { return m_Sum; }
-};
-
 /// Reads the header and every block of a directory that lies between its objects, as an opener must, and one object.
-class OpenObjects : public BareContender
+class ObjectReader
 {
 public:
-    explicit OpenObjects(const Setting& setting) : BareContender(setting, "open.bare") {}
-
-    void Build() override
+    ObjectReader(const std::string& name, int count) : m_File(name), m_Count(count)
     {
-        Descriptor file(m_File, O_RDWR | O_CREAT | O_TRUNC);
+        Descriptor file(name, O_RDWR | O_CREAT | O_TRUNC);
         std::array<double, kObjectDoubles> values{};
-        for (int i = 0; i < m_Sizes.openObjectCount; ++i)
+        for (int i = 0; i < count; ++i)
         {
             FillObject(i, values.data());
             file.WriteAt(values.data(), kObjectBytes, ObjectOffset(i));
         }
         const std::vector<char> block(kDirectoryBytes, 1);
-        for (int i = 0; i * kEntries < m_Sizes.openObjectCount; ++i)
-        {
-            file.WriteAt(block.data(), block.size(), BlockOffset(i));
-        }
+        for (int i = 0; i * kEntries < count; ++i) file.WriteAt(block.data(), block.size(), BlockOffset(i));
     }
-    void Prepare(int /*round*/) override {}
-    double Run() override
+    std::uint64_t Read() const
     {
-        return SecondsOf(
-                   [&]
-                   {
-                       for (int i = 0; i < m_Sizes.openRepeats; ++i) m_Sum = OpenAndReadOne();
-                   }) /
-               m_Sizes.openRepeats;
+        Descriptor file(m_File, O_RDONLY);
+        std::vector<char> block(kDirectoryBytes);
+        file.ReadAt(block.data(), kHeaderBytes, 0);
+        for (int i = 0; i * kEntries < m_Count; ++i) file.ReadAt(block.data(), block.size(), BlockOffset(i));
+        std::array<double, kObjectDoubles> values{};
+        file.ReadAt(values.data(), kObjectBytes, ObjectOffset(m_Count - 1));
+        return ObjectSum(values.data(), m_Count - 1);
     }
-    std::uint64_t Verify() override { return m_Sum; }
 
 private:
     static constexpr int kHeaderBytes = 1'024;
@@ -392,31 +261,18 @@ private:
         return BlockOffset(index / kEntries) + kDirectoryBytes +
                static_cast<std::int64_t>(index % kEntries) * kObjectBytes;
     }
-    std::uint64_t OpenAndReadOne() const
-    {
-        Descriptor file(m_File, O_RDONLY);
-        std::vector<char> block(kDirectoryBytes);
-        file.ReadAt(block.data(), kHeaderBytes, 0);
-        for (int i = 0; i * kEntries < m_Sizes.openObjectCount; ++i)
-        {
-            file.ReadAt(block.data(), block.size(), BlockOffset(i));
-        }
-        std::array<double, kObjectDoubles> values{};
-        file.ReadAt(values.data(), kObjectBytes, ObjectOffset(m_Sizes.openObjectCount - 1));
-        return ObjectSum(values.data(), m_Sizes.openObjectCount - 1);
-    }
+    std::string m_File;
+    int m_Count;
 };
 
 /// Reads a whole pool of texts into memory with one call: 4 bytes of length, the text, and up to 3 of padding each.
-class OpenStrings : public BareContender
+class TextReader
 {
 public:
-    explicit OpenStrings(const Setting& setting) : BareContender(setting, "strings.bare") {}
-
-    void Build() override
+    TextReader(const std::string& name, int count) : m_File(name)
     {
         std::string pool;
-        for (int i = 0; i < m_Sizes.stringCount; ++i)
+        for (int i = 0; i < count; ++i)
         {
             const std::string text = DistinctText(i);
             const auto length = static_cast<std::uint32_t>(text.size());
@@ -426,17 +282,9 @@ public:
             pool.resize((pool.size() + 3) / 4 * 4);
         }
         m_PoolBytes = pool.size();
-        Descriptor(m_File, O_RDWR | O_CREAT | O_TRUNC).Write(pool.data(), pool.size());
+        Descriptor(name, O_RDWR | O_CREAT | O_TRUNC).Write(pool.data(), pool.size());
     }
-    void Prepare(int /*round*/) override {}
-    double Run() override
-    {
-        return SecondsOf([&] { m_Sum = ReadPool(); });
-    }
-    std::uint64_t Verify() override { return m_Sum; }
-
-private:
-    std::uint64_t ReadPool() const
+    std::uint64_t Read() const
     {
         Descriptor file(m_File, O_RDONLY);
         const std::unique_ptr<char, void (*)(void*)> pool(static_cast<char*>(std::malloc(m_PoolBytes)),
@@ -445,6 +293,9 @@ private:
         file.Read(pool.get(), m_PoolBytes);
         return TextSum({pool.get() + m_LastOffset, m_LastLength});
     }
+
+private:
+    std::string m_File;
     std::size_t m_PoolBytes = 0;
     std::size_t m_LastOffset = 0;
     std::size_t m_LastLength = 0;
@@ -470,7 +321,10 @@ public:
         if (++m_Count * 2 > m_Slots.size()) Grow();
         return offset;
     }
-    const std::string& Texts() const { return m_Texts; }
+    std::string_view TextAt(std::size_t offset, std::size_t length) const
+    {
+        return std::string_view(m_Texts).substr(offset, length);
+    }
 
 private:
     struct Slot
@@ -497,39 +351,24 @@ private:
     std::size_t m_Count = 0;
 };
 
-class Intern : public BareContender
+class TextInterner
 {
 public:
-    explicit Intern(const Setting& setting) : BareContender(setting, "unused") {}
-    void Build() override { m_Input = MakeInternInput(m_Sizes.internCount); }
-    void Prepare(int /*round*/) override { m_References.assign(m_Input.sequence.size(), 0); }
-    double Run() override
+    explicit TextInterner(InternInput input) : m_Texts(std::move(input)) {}
+    void InternAll(const std::string& /*file*/)
     {
-        return SecondsOf(
-            [&]
-            {
-                m_Table = HashTable();
-                for (std::size_t i = 0; i < m_References.size(); ++i)
-                {
-                    const auto index = static_cast<std::size_t>(m_Input.sequence[i]);
-                    m_References[i] = m_Table.Intern(m_Input.distinct[index]);
-                }
-            });
+        m_Table = HashTable();
+        for (std::size_t i = 0; i < m_Texts.Count(); ++i)
+            m_Texts.numbers[i] = static_cast<unsigned>(m_Table.Intern(m_Texts.Text(i)));
     }
-    std::uint64_t Verify() override
+    std::uint64_t SumOf(const std::string& /*file*/) const
     {
-        std::uint64_t sum = 0;
-        for (std::size_t i = 0; i < m_References.size(); ++i)
-        {
-            const std::size_t length = m_Input.distinct[static_cast<std::size_t>(m_Input.sequence[i])].size();
-            sum += TextSum(std::string_view(m_Table.Texts()).substr(m_References[i], length)) * (2 * i + 1);
-        }
-        return sum;
+        return m_Texts.Sum([&](std::size_t at)
+                           { return m_Table.TextAt(m_Texts.numbers[at], m_Texts.Text(at).size()); });
     }
 
 private:
-    InternInput m_Input;
-    std::vector<std::uint64_t> m_References;
+    NumberedTexts m_Texts;
     HashTable m_Table;
 };
 
@@ -580,33 +419,13 @@ private:
     std::vector<StoredRow> m_Rows;
 };
 
-LivePeer Live(const Setting& setting)
-{
-    const std::string file = setting.File("live.bare");
-    return {.file = file,
-            .makeWriter = [file] { return std::make_unique<CountedWriter>(file); },
-            .makeReader = [file] { return std::make_unique<CountedReader>(file); }};
-}
+constexpr StoreSteps kSteps{"bench.bare", RemoveFile,   WriteRows,  WriteBlocks,
+                            ReadBlocks,   WriteObjects, ReadObjects};
+using Store = StoreOf<kSteps, RowFile, ObjectReader, TextReader, TextInterner, CountedWriter, CountedReader>;
 
 std::unique_ptr<Contender> Make(Kind kind, const Setting& setting)
 {
-    switch (kind)
-    {
-    case Kind::Append: return std::make_unique<Append>(setting);
-    case Kind::Scan: return std::make_unique<Scan>(setting);
-    case Kind::RandomRead: return std::make_unique<RandomRead>(setting);
-    case Kind::RandomUpdate: return std::make_unique<RandomUpdate>(setting);
-    case Kind::BulkWrite: return std::make_unique<BulkWrite>(setting);
-    case Kind::BulkRead: return std::make_unique<BulkRead>(setting);
-    case Kind::SmallWrite: return std::make_unique<SmallWrite>(setting);
-    case Kind::SmallRead: return std::make_unique<SmallRead>(setting);
-    case Kind::OpenObjects: return std::make_unique<OpenObjects>(setting);
-    case Kind::OpenStrings: return std::make_unique<OpenStrings>(setting);
-    case Kind::Intern: return std::make_unique<Intern>(setting);
-    case Kind::Visible: return MakeVisible(Live(setting), setting);
-    case Kind::Followed: return MakeRfmUnfollowed(setting);
-    }
-    return nullptr;
+    return kind == Kind::Followed ? MakeRfmUnfollowed(setting) : MakeOf<Store>(kind, setting);
 }
 
 } // namespace

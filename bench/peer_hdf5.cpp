@@ -2,7 +2,7 @@
 // the whole table, contiguous storage without fill values for bulk data, compact storage for small arrays, and
 // single-writer multiple-reader access for a file that is followed.
 
-#include "live.h"
+#include "contenders.h"
 #include "peers.h"
 
 #include <algorithm>
@@ -135,126 +135,6 @@ void WriteRows(const std::string& file, int count)
     }
 }
 
-std::uint64_t SumRows(const Id& table)
-{
-    hsize_t left = 0;
-    Checked(H5PTget_num_packets(table.Get(), &left), "count");
-    Checked(H5PTcreate_index(table.Get()), "start of table");
-    std::vector<PackedRow> rows(kChunkRows);
-    std::uint64_t sum = 0;
-    int position = 0;
-    while (left > 0)
-    {
-        const hsize_t piece = std::min(left, kChunkRows);
-        Checked(H5PTget_next(table.Get(), piece, rows.data()), "next");
-        for (hsize_t i = 0; i < piece; ++i) sum += RowSum(Unpack(rows[i]), position++);
-        left -= piece;
-    }
-    return sum;
-}
-
-std::uint64_t SumRowsOf(const std::string& file)
-{
-    const Id open = OpenFile(file, H5F_ACC_RDONLY);
-    const Id table(H5PTopen(open.Get(), kRows), H5PTclose, "open table");
-    return SumRows(table);
-}
-
-class Hdf5Contender : public Contender
-{
-protected:
-    Hdf5Contender(const Setting& setting, const char* name)
-        : m_Sizes(setting.sizes),
-          m_File(setting.File(name))
-    {
-    }
-    const Sizes m_Sizes;
-    const std::string m_File;
-    std::uint64_t m_Sum = 0;
-};
-
-class Append : public Hdf5Contender
-{
-public:
-    explicit Append(const Setting& setting) : Hdf5Contender(setting, "append.h5") {}
-    void Prepare(int /*round*/) override { std::filesystem::remove(m_File); }
-    double Run() override
-    {
-        return SecondsOf([&] { WriteRows(m_File, m_Sizes.rowCount); });
-    }
-    std::uint64_t Verify() override { return SumRowsOf(m_File); }
-};
-
-/// A contender on an open packet table.
-class TableContender : public Hdf5Contender
-{
-public:
-    void Build() override { WriteRows(m_File, m_Sizes.rowCount); }
-    void Prepare(int round) override
-    {
-        m_Round = round;
-        m_Open = OpenFile(m_File, m_Flags);
-        m_Table = Id(H5PTopen(m_Open.Get(), kRows), H5PTclose, "open table");
-    }
-
-protected:
-    TableContender(const Setting& setting, const char* name, unsigned flags)
-        : Hdf5Contender(setting, name),
-          m_Flags(flags)
-    {
-    }
-    void CloseAll()
-    {
-        m_Table = Id();
-        m_Open = Id();
-    }
-    unsigned m_Flags;
-    int m_Round = 0;
-    Id m_Open;
-    Id m_Table;
-};
-
-class Scan : public TableContender
-{
-public:
-    explicit Scan(const Setting& setting) : TableContender(setting, "scan.h5", H5F_ACC_RDONLY) {}
-    double Run() override
-    {
-        return SecondsOf([&] { m_Sum = SumRows(m_Table); });
-    }
-    std::uint64_t Verify() override
-    {
-        CloseAll();
-        return m_Sum;
-    }
-};
-
-class RandomRead : public TableContender
-{
-public:
-    explicit RandomRead(const Setting& setting) : TableContender(setting, "read.h5", H5F_ACC_RDONLY) {}
-    double Run() override
-    {
-        return SecondsOf(
-            [&]
-            {
-                m_Sum = 0;
-                PackedRow row{};
-                for (int step = 0; step < m_Sizes.randomCount; ++step)
-                {
-                    const auto position = static_cast<hsize_t>(RandomPosition(step, m_Sizes.rowCount));
-                    Checked(H5PTread_packets(m_Table.Get(), position, 1, &row), "read");
-                    m_Sum += RowSum(Unpack(row), step);
-                }
-            });
-    }
-    std::uint64_t Verify() override
-    {
-        CloseAll();
-        return m_Sum;
-    }
-};
-
 /// A packet table cannot change a row; its dataset can, one row at a time.
 class RowAccess
 {
@@ -291,34 +171,67 @@ private:
     Id m_Memory;
 };
 
-class RandomUpdate : public TableContender
+/// An open packet table.
+class RowTable
 {
 public:
-    explicit RandomUpdate(const Setting& setting) : TableContender(setting, "update.h5", H5F_ACC_RDWR) {}
-    double Run() override
+    RowTable(const std::string& file, RowUse use)
+        : m_File(OpenFile(file, use == RowUse::RandomUpdate ? H5F_ACC_RDWR : H5F_ACC_RDONLY)),
+          m_Table(H5PTopen(m_File.Get(), kRows), H5PTclose, "open table")
     {
-        return SecondsOf(
-            [&]
-            {
-                {
-                    RowAccess rows(H5PTget_dataset(m_Table.Get()));
-                    for (int step = 0; step < m_Sizes.randomCount; ++step) UpdateOne(rows, step);
-                }
-                CloseAll();
-            });
     }
-    std::uint64_t Verify() override { return SumRowsOf(m_File); }
+    std::uint64_t SumAll() const
+    {
+        hsize_t left = 0;
+        Checked(H5PTget_num_packets(m_Table.Get(), &left), "count");
+        Checked(H5PTcreate_index(m_Table.Get()), "start of table");
+        std::vector<PackedRow> rows(kChunkRows);
+        std::uint64_t sum = 0;
+        int position = 0;
+        while (left > 0)
+        {
+            const hsize_t piece = std::min(left, kChunkRows);
+            Checked(H5PTget_next(m_Table.Get(), piece, rows.data()), "next");
+            for (hsize_t i = 0; i < piece; ++i) sum += RowSum(Unpack(rows[i]), position++);
+            left -= piece;
+        }
+        return sum;
+    }
+    std::uint64_t SumRandom(const Sizes& sizes) const
+    {
+        std::uint64_t sum = 0;
+        PackedRow row{};
+        for (int step = 0; step < sizes.randomCount; ++step)
+        {
+            const auto position = static_cast<hsize_t>(RandomPosition(step, sizes.rowCount));
+            Checked(H5PTread_packets(m_Table.Get(), position, 1, &row), "read");
+            sum += RowSum(Unpack(row), step);
+        }
+        return sum;
+    }
+    /// Closes the file too: what is changed lies in the chunk cache until then.
+    void UpdateRandom(const Sizes& sizes, int round)
+    {
+        {
+            RowAccess rows(H5PTget_dataset(m_Table.Get()));
+            for (int step = 0; step < sizes.randomCount; ++step)
+                UpdateOne(rows, RandomPosition(step, sizes.rowCount), step, round);
+        }
+        m_Table = Id();
+        m_File = Id();
+    }
 
 private:
-    void UpdateOne(RowAccess& rows, int step) const
+    static void UpdateOne(RowAccess& rows, int position, int step, int round)
     {
-        const int position = RandomPosition(step, m_Sizes.rowCount);
         PackedRow packed{};
         rows.Read(position, packed);
         Row row = Unpack(packed);
-        ApplyUpdate(row, step, m_Round);
+        ApplyUpdate(row, step, round);
         rows.Write(position, Pack(row));
     }
+    Id m_File;
+    Id m_Table;
 };
 
 /// The blocks of one contiguous dataset.
@@ -429,75 +342,18 @@ std::uint64_t ReadObjects(const std::string& file, int count)
     return sum;
 }
 
-using WriteAll = void (*)(const std::string& file, int count);
-using ReadAll = std::uint64_t (*)(const std::string& file, int count);
-
-class FileWrite : public Hdf5Contender
+class ObjectReader
 {
 public:
-    FileWrite(const Setting& setting, const char* name, int count, WriteAll write, ReadAll read)
-        : Hdf5Contender(setting, name),
-          m_Count(count),
-          m_Write(write),
-          m_Read(read)
+    ObjectReader(const std::string& file, int count) : m_File(file), m_Last(count - 1)
     {
+        WriteObjects(file, count);
     }
-    void Prepare(int /*round*/) override { std::filesystem::remove(m_File); }
-    double Run() override
-    {
-        return SecondsOf([&] { m_Write(m_File, m_Count); });
-    }
-    std::uint64_t Verify() override { return m_Read(m_File, m_Count); }
+    std::uint64_t Read() const { return ReadObject(OpenFile(m_File, H5F_ACC_RDONLY), m_Last); }
 
 private:
-    int m_Count;
-    WriteAll m_Write;
-    ReadAll m_Read;
-};
-
-class FileRead : public Hdf5Contender
-{
-public:
-    FileRead(const Setting& setting, const char* name, int count, WriteAll write, ReadAll read)
-        : Hdf5Contender(setting, name),
-          m_Count(count),
-          m_Write(write),
-          m_Read(read)
-    {
-    }
-    void Build() override { m_Write(m_File, m_Count); }
-    void Prepare(int /*round*/) override {}
-    double Run() override
-    {
-        return SecondsOf([&] { m_Sum = m_Read(m_File, m_Count); });
-    }
-    std::uint64_t Verify() override { return m_Sum; }
-
-private:
-    int m_Count;
-    WriteAll m_Write;
-    ReadAll m_Read;
-};
-
-class OpenObjects : public Hdf5Contender
-{
-public:
-    explicit OpenObjects(const Setting& setting) : Hdf5Contender(setting, "open.h5") {}
-    void Build() override { WriteObjects(m_File, m_Sizes.openObjectCount); }
-    void Prepare(int /*round*/) override {}
-    double Run() override
-    {
-        return SecondsOf(
-                   [&]
-                   {
-                       for (int i = 0; i < m_Sizes.openRepeats; ++i)
-                       {
-                           m_Sum = ReadObject(OpenFile(m_File, H5F_ACC_RDONLY), m_Sizes.openObjectCount - 1);
-                       }
-                   }) /
-               m_Sizes.openRepeats;
-    }
-    std::uint64_t Verify() override { return m_Sum; }
+    std::string m_File;
+    int m_Last;
 };
 
 /// Rows in a chunked dataset under single-writer multiple-reader access.
@@ -573,40 +429,9 @@ private:
     Id m_Rows;
 };
 
-LivePeer Live(const Setting& setting)
-{
-    const std::string file = setting.File("live.h5");
-    return {.file = file,
-            .makeWriter = [file] { return std::make_unique<SwmrWriter>(file); },
-            .makeReader = [file] { return std::make_unique<SwmrReader>(file); }};
-}
-
-std::unique_ptr<Contender> Make(Kind kind, const Setting& setting)
-{
-    const Sizes& sizes = setting.sizes;
-    switch (kind)
-    {
-    case Kind::Append: return std::make_unique<Append>(setting);
-    case Kind::Scan: return std::make_unique<Scan>(setting);
-    case Kind::RandomRead: return std::make_unique<RandomRead>(setting);
-    case Kind::RandomUpdate: return std::make_unique<RandomUpdate>(setting);
-    case Kind::BulkWrite:
-        return std::make_unique<FileWrite>(setting, "blocks.h5", sizes.blockCount, WriteBlocks, ReadBlocks);
-    case Kind::BulkRead:
-        return std::make_unique<FileRead>(setting, "blockread.h5", sizes.blockCount, WriteBlocks, ReadBlocks);
-    case Kind::SmallWrite:
-        return std::make_unique<FileWrite>(setting, "small.h5", sizes.objectCount, WriteObjects, ReadObjects);
-    case Kind::SmallRead:
-        return std::make_unique<FileRead>(setting, "smallread.h5", sizes.objectCount, WriteObjects,
-                                          ReadObjects);
-    case Kind::OpenObjects: return std::make_unique<OpenObjects>(setting);
-    case Kind::Visible: return MakeVisible(Live(setting), setting);
-    case Kind::OpenStrings:
-    case Kind::Intern:
-    case Kind::Followed: return nullptr;
-    }
-    return nullptr;
-}
+constexpr StoreSteps kSteps{"bench.h5", RemoveFile,   WriteRows,  WriteBlocks,
+                            ReadBlocks, WriteObjects, ReadObjects};
+using Store = StoreOf<kSteps, RowTable, ObjectReader, void, void, SwmrWriter, SwmrReader>;
 
 std::string Version()
 {
@@ -625,7 +450,7 @@ Peer Hdf5Peer()
             .note = Version() +
                     ": newest layout, packet table in chunks of 1024 rows, chunk cache 128 MiB; bulk: "
                     "contiguous, no fill; small: compact; visible: single writer, H5Dflush and H5Drefresh",
-            .make = Make};
+            .make = MakeOf<Store>};
 }
 
 } // namespace bench

@@ -1,7 +1,7 @@
 // LMDB as its documentation makes it fast: one write transaction, MDB_APPEND for ascending keys, integer keys, no
 // syncing, no read-ahead for random reads, cursors for scans, and values read where they lie.
 
-#include "live.h"
+#include "contenders.h"
 #include "peers.h"
 
 #include <cstring>
@@ -105,6 +105,9 @@ private:
     MDB_dbi m_Database = 0;
 };
 
+/// LMDB's values know no const; it only reads what it stores.
+MDB_val ValueOf(const std::string& text) { return {text.size(), const_cast<char*>(text.data())}; }
+
 class Cursor
 {
 public:
@@ -182,136 +185,72 @@ void WriteRows(const std::string& file, int count)
     transaction.Commit();
 }
 
-std::uint64_t SumRows(const Environment& environment)
-{
-    const Transaction transaction(environment, MDB_RDONLY);
-    Cursor cursor(transaction);
-    MDB_val key{};
-    MDB_val value{};
-    std::uint64_t sum = 0;
-    for (int position = 0; cursor.Move(key, value, MDB_NEXT); ++position)
-        sum += RowSum(Unpack(value), position);
-    return sum;
-}
-
 void RemoveDatabase(const std::string& file)
 {
     std::filesystem::remove(file);
     std::filesystem::remove(file + "-lock");
 }
 
-class LmdbContender : public Contender
-{
-protected:
-    LmdbContender(const Setting& setting, const char* name)
-        : m_Sizes(setting.sizes),
-          m_File(setting.File(name))
-    {
-    }
-    const Sizes m_Sizes;
-    const std::string m_File;
-    Environment m_Open;
-    std::uint64_t m_Sum = 0;
-};
-
-class Append : public LmdbContender
+class RowTable
 {
 public:
-    explicit Append(const Setting& setting) : LmdbContender(setting, "append.lmdb") {}
-    void Prepare(int /*round*/) override { RemoveDatabase(m_File); }
-    double Run() override
+    RowTable(const std::string& file, RowUse use) : m_Environment(file, FlagsFor(use)) {}
+    std::uint64_t SumAll() const
     {
-        return SecondsOf([&] { WriteRows(m_File, m_Sizes.rowCount); });
+        const Transaction transaction(m_Environment, MDB_RDONLY);
+        Cursor cursor(transaction);
+        MDB_val key{};
+        MDB_val value{};
+        std::uint64_t sum = 0;
+        for (int position = 0; cursor.Move(key, value, MDB_NEXT); ++position)
+            sum += RowSum(Unpack(value), position);
+        return sum;
     }
-    std::uint64_t Verify() override { return SumRows(Environment(m_File, MDB_RDONLY)); }
-};
-
-class Scan : public LmdbContender
-{
-public:
-    explicit Scan(const Setting& setting) : LmdbContender(setting, "scan.lmdb") {}
-    void Build() override { WriteRows(m_File, m_Sizes.rowCount); }
-    void Prepare(int /*round*/) override { m_Open = Environment(m_File, MDB_RDONLY); }
-    double Run() override
+    std::uint64_t SumRandom(const Sizes& sizes) const
     {
-        return SecondsOf([&] { m_Sum = SumRows(m_Open); });
+        std::uint64_t sum = 0;
+        const Transaction transaction(m_Environment, MDB_RDONLY);
+        for (int step = 0; step < sizes.randomCount; ++step)
+        {
+            const auto key = static_cast<unsigned>(RandomPosition(step, sizes.rowCount));
+            sum += RowSum(Unpack(transaction.Get(key)), step);
+        }
+        return sum;
     }
-    std::uint64_t Verify() override
+    void UpdateRandom(const Sizes& sizes, int round) const
     {
-        m_Open = Environment();
-        return m_Sum;
-    }
-};
-
-class RandomRead : public LmdbContender
-{
-public:
-    explicit RandomRead(const Setting& setting) : LmdbContender(setting, "read.lmdb") {}
-    void Build() override { WriteRows(m_File, m_Sizes.rowCount); }
-    void Prepare(int /*round*/) override { m_Open = Environment(m_File, MDB_RDONLY | MDB_NORDAHEAD); }
-    double Run() override
-    {
-        return SecondsOf(
-            [&]
-            {
-                m_Sum = 0;
-                const Transaction transaction(m_Open, MDB_RDONLY);
-                for (int step = 0; step < m_Sizes.randomCount; ++step)
-                {
-                    const auto key = static_cast<unsigned>(RandomPosition(step, m_Sizes.rowCount));
-                    m_Sum += RowSum(Unpack(transaction.Get(key)), step);
-                }
-            });
-    }
-    std::uint64_t Verify() override
-    {
-        m_Open = Environment();
-        return m_Sum;
-    }
-};
-
-class RandomUpdate : public LmdbContender
-{
-public:
-    explicit RandomUpdate(const Setting& setting) : LmdbContender(setting, "update.lmdb") {}
-    void Build() override { WriteRows(m_File, m_Sizes.rowCount); }
-    void Prepare(int round) override
-    {
-        m_Round = round;
-        m_Open = Environment(m_File, 0);
-    }
-    double Run() override
-    {
-        return SecondsOf(
-            [&]
-            {
-                Transaction transaction(m_Open, 0);
-                {
-                    Cursor cursor(transaction);
-                    for (int step = 0; step < m_Sizes.randomCount; ++step) UpdateOne(cursor, step);
-                }
-                transaction.Commit();
-            });
-    }
-    std::uint64_t Verify() override
-    {
-        m_Open = Environment();
-        return SumRows(Environment(m_File, MDB_RDONLY));
+        Transaction transaction(m_Environment, 0);
+        {
+            Cursor cursor(transaction);
+            for (int step = 0; step < sizes.randomCount; ++step)
+                UpdateOne(cursor, RandomPosition(step, sizes.rowCount), step, round);
+        }
+        transaction.Commit();
     }
 
 private:
-    void UpdateOne(Cursor& cursor, int step) const
+    static unsigned FlagsFor(RowUse use)
     {
-        auto number = static_cast<unsigned>(RandomPosition(step, m_Sizes.rowCount));
+        switch (use)
+        {
+        case RowUse::Scan: return MDB_RDONLY;
+        case RowUse::RandomRead: return MDB_RDONLY | MDB_NORDAHEAD;
+        case RowUse::RandomUpdate: return 0;
+        }
+        return 0;
+    }
+    static void UpdateOne(Cursor& cursor, int position, int step, int round)
+    {
+        auto number = static_cast<unsigned>(position);
         MDB_val key{sizeof(number), &number};
         MDB_val value{};
         if (!cursor.Move(key, value, MDB_SET)) throw std::runtime_error("LMDB: a row is missing");
         Row row = Unpack(value);
-        ApplyUpdate(row, step, m_Round);
+        ApplyUpdate(row, step, round);
         PackedRow packed = Pack(row);
         cursor.Replace(key, packed.Value());
     }
-    int m_Round = 0;
+    Environment m_Environment;
 };
 
 void WriteBlocks(const std::string& file, int count)
@@ -369,171 +308,103 @@ std::uint64_t ReadObjects(const std::string& file, int count)
     return sum;
 }
 
-using WriteAll = void (*)(const std::string& file, int count);
-using ReadAll = std::uint64_t (*)(const std::string& file, int count);
+/// The one value of a file that was opened for it.
+template <class Take> void WithValue(const std::string& file, int index, Take&& take)
+{
+    const Environment environment(file, MDB_RDONLY);
+    const Transaction transaction(environment, MDB_RDONLY);
+    take(transaction.Get(static_cast<unsigned>(index)));
+}
 
-class ValueWrite : public LmdbContender
+class ObjectReader
 {
 public:
-    ValueWrite(const Setting& setting, const char* name, int count, WriteAll write, ReadAll read)
-        : LmdbContender(setting, name),
-          m_Count(count),
-          m_Write(write),
-          m_Read(read)
+    ObjectReader(const std::string& file, int count) : m_File(file), m_Last(count - 1)
     {
+        WriteObjects(file, count);
     }
-    void Prepare(int /*round*/) override { RemoveDatabase(m_File); }
-    double Run() override
+    std::uint64_t Read() const
     {
-        return SecondsOf([&] { m_Write(m_File, m_Count); });
-    }
-    std::uint64_t Verify() override { return m_Read(m_File, m_Count); }
-
-private:
-    int m_Count;
-    WriteAll m_Write;
-    ReadAll m_Read;
-};
-
-class ValueRead : public LmdbContender
-{
-public:
-    ValueRead(const Setting& setting, const char* name, int count, WriteAll write, ReadAll read)
-        : LmdbContender(setting, name),
-          m_Count(count),
-          m_Write(write),
-          m_Read(read)
-    {
-    }
-    void Build() override { m_Write(m_File, m_Count); }
-    void Prepare(int /*round*/) override {}
-    double Run() override
-    {
-        return SecondsOf([&] { m_Sum = m_Read(m_File, m_Count); });
-    }
-    std::uint64_t Verify() override { return m_Sum; }
-
-private:
-    int m_Count;
-    WriteAll m_Write;
-    ReadAll m_Read;
-};
-
-class OpenObjects : public LmdbContender
-{
-public:
-    explicit OpenObjects(const Setting& setting) : LmdbContender(setting, "open.lmdb") {}
-    void Build() override { WriteObjects(m_File, m_Sizes.openObjectCount); }
-    void Prepare(int /*round*/) override {}
-    double Run() override
-    {
-        return SecondsOf(
-                   [&]
-                   {
-                       for (int i = 0; i < m_Sizes.openRepeats; ++i) m_Sum = OpenAndReadOne();
-                   }) /
-               m_Sizes.openRepeats;
-    }
-    std::uint64_t Verify() override { return m_Sum; }
-
-private:
-    std::uint64_t OpenAndReadOne() const
-    {
-        const Environment environment(m_File, MDB_RDONLY);
-        const Transaction transaction(environment, MDB_RDONLY);
-        const auto last = static_cast<unsigned>(m_Sizes.openObjectCount - 1);
         std::array<double, kObjectDoubles> values{};
-        std::memcpy(values.data(), transaction.Get(last).mv_data, kObjectBytes);
-        return ObjectSum(values.data(), m_Sizes.openObjectCount - 1);
+        WithValue(m_File, m_Last,
+                  [&](const MDB_val& value) { std::memcpy(values.data(), value.mv_data, kObjectBytes); });
+        return ObjectSum(values.data(), m_Last);
     }
+
+private:
+    std::string m_File;
+    int m_Last;
 };
 
-class OpenStrings : public LmdbContender
+class TextReader
 {
 public:
-    explicit OpenStrings(const Setting& setting) : LmdbContender(setting, "strings.lmdb") {}
-    void Build() override
+    TextReader(const std::string& file, int count) : m_File(file), m_Last(count - 1)
     {
-        const Environment environment(m_File, 0);
+        const Environment environment(file, 0);
         Transaction transaction(environment, 0);
-        for (int i = 0; i < m_Sizes.stringCount; ++i)
+        for (int i = 0; i < count; ++i)
         {
-            std::string text = DistinctText(i);
-            transaction.Put(static_cast<unsigned>(i), {text.size(), text.data()}, MDB_APPEND);
+            const std::string text = DistinctText(i);
+            transaction.Put(static_cast<unsigned>(i), ValueOf(text), MDB_APPEND);
         }
         transaction.Commit();
     }
-    void Prepare(int /*round*/) override {}
-    double Run() override
+    std::uint64_t Read() const
     {
-        return SecondsOf(
-            [&]
-            {
-                const Environment environment(m_File, MDB_RDONLY);
-                const Transaction transaction(environment, MDB_RDONLY);
-                const MDB_val value = transaction.Get(static_cast<unsigned>(m_Sizes.stringCount - 1));
-                m_Sum = TextSum({static_cast<const char*>(value.mv_data), value.mv_size});
-            });
-    }
-    std::uint64_t Verify() override { return m_Sum; }
-};
-
-/// Two databases in one file: text to number, and number to text.
-class Intern : public LmdbContender
-{
-public:
-    explicit Intern(const Setting& setting) : LmdbContender(setting, "intern.lmdb") {}
-    void Build() override { m_Input = MakeInternInput(m_Sizes.internCount); }
-    void Prepare(int /*round*/) override
-    {
-        RemoveDatabase(m_File);
-        m_References.assign(m_Input.sequence.size(), 0);
-    }
-    double Run() override
-    {
-        return SecondsOf([&] { InternAll(); });
-    }
-    std::uint64_t Verify() override
-    {
-        const Environment environment(m_File, MDB_RDONLY);
-        const Transaction transaction(environment, MDB_RDONLY, kTexts);
         std::uint64_t sum = 0;
-        for (std::size_t i = 0; i < m_References.size(); ++i)
-        {
-            const MDB_val value = transaction.Get(m_References[i]);
-            sum += TextSum({static_cast<const char*>(value.mv_data), value.mv_size}) * (2 * i + 1);
-        }
+        WithValue(m_File, m_Last, [&](const MDB_val& value) { sum = TextSum(TextOf(value)); });
         return sum;
+    }
+    static std::string_view TextOf(const MDB_val& value)
+    {
+        return {static_cast<const char*>(value.mv_data), value.mv_size};
     }
 
 private:
-    static constexpr const char* kTexts = "texts";
+    std::string m_File;
+    int m_Last;
+};
 
-    void InternAll()
+/// Two databases in one file: text to number, and number to text.
+class TextInterner
+{
+public:
+    explicit TextInterner(InternInput input) : m_Texts(std::move(input)) {}
+    void InternAll(const std::string& file)
     {
-        const Environment environment(m_File, 0);
+        const Environment environment(file, 0);
         Transaction transaction(environment, 0, kTexts);
         const MDB_dbi numbers = transaction.OpenAlso("numbers", 0);
         unsigned nextNumber = 1;
-        for (std::size_t i = 0; i < m_References.size(); ++i)
+        for (std::size_t i = 0; i < m_Texts.Count(); ++i)
         {
-            std::string& text = m_Input.distinct[static_cast<std::size_t>(m_Input.sequence[i])];
-            MDB_val key{text.size(), text.data()};
+            MDB_val key = ValueOf(m_Texts.Text(i));
             MDB_val value{sizeof(nextNumber), &nextNumber};
             const int result = mdb_put(transaction.Handle(), numbers, &key, &value, MDB_NOOVERWRITE);
             if (result != MDB_KEYEXIST)
             {
                 Check(result, "put");
-                transaction.Put(nextNumber, {text.size(), text.data()}, MDB_APPEND);
-                m_References[i] = nextNumber++;
+                transaction.Put(nextNumber, key, MDB_APPEND);
+                m_Texts.numbers[i] = nextNumber++;
                 continue;
             }
-            std::memcpy(&m_References[i], value.mv_data, sizeof(unsigned));
+            std::memcpy(&m_Texts.numbers[i], value.mv_data, sizeof(unsigned));
         }
         transaction.Commit();
     }
-    InternInput m_Input;
-    std::vector<unsigned> m_References;
+    std::uint64_t SumOf(const std::string& file) const
+    {
+        const Environment environment(file, MDB_RDONLY);
+        const Transaction transaction(environment, MDB_RDONLY, kTexts);
+        return m_Texts.Sum([&](std::size_t at)
+                           { return TextReader::TextOf(transaction.Get(m_Texts.numbers[at])); });
+    }
+
+private:
+    static constexpr const char* kTexts = "texts";
+
+    NumberedTexts m_Texts;
 };
 
 class MapWriter : public LiveWriter
@@ -590,43 +461,9 @@ private:
     Environment m_Environment;
 };
 
-LivePeer Live(const Setting& setting)
-{
-    const std::string file = setting.File("live.lmdb");
-    return {.file = file,
-            .makeWriter = [file] { return std::make_unique<MapWriter>(file); },
-            .makeReader = [file] { return std::make_unique<MapReader>(file); }};
-}
-
-std::unique_ptr<Contender> Make(Kind kind, const Setting& setting)
-{
-    const Sizes& sizes = setting.sizes;
-    switch (kind)
-    {
-    case Kind::Append: return std::make_unique<Append>(setting);
-    case Kind::Scan: return std::make_unique<Scan>(setting);
-    case Kind::RandomRead: return std::make_unique<RandomRead>(setting);
-    case Kind::RandomUpdate: return std::make_unique<RandomUpdate>(setting);
-    case Kind::BulkWrite:
-        return std::make_unique<ValueWrite>(setting, "blocks.lmdb", sizes.blockCount, WriteBlocks,
-                                            ReadBlocks);
-    case Kind::BulkRead:
-        return std::make_unique<ValueRead>(setting, "blockread.lmdb", sizes.blockCount, WriteBlocks,
-                                           ReadBlocks);
-    case Kind::SmallWrite:
-        return std::make_unique<ValueWrite>(setting, "small.lmdb", sizes.objectCount, WriteObjects,
-                                            ReadObjects);
-    case Kind::SmallRead:
-        return std::make_unique<ValueRead>(setting, "smallread.lmdb", sizes.objectCount, WriteObjects,
-                                           ReadObjects);
-    case Kind::OpenObjects: return std::make_unique<OpenObjects>(setting);
-    case Kind::OpenStrings: return std::make_unique<OpenStrings>(setting);
-    case Kind::Intern: return std::make_unique<Intern>(setting);
-    case Kind::Visible: return MakeVisible(Live(setting), setting);
-    case Kind::Followed: return nullptr;
-    }
-    return nullptr;
-}
+constexpr StoreSteps kSteps{"bench.lmdb", RemoveDatabase, WriteRows,  WriteBlocks,
+                            ReadBlocks,   WriteObjects,   ReadObjects};
+using Store = StoreOf<kSteps, RowTable, ObjectReader, TextReader, TextInterner, MapWriter, MapReader>;
 
 } // namespace
 
@@ -638,7 +475,7 @@ Peer LmdbPeer()
                 std::to_string(MDB_VERSION_PATCH) +
                 ": one transaction, MDB_INTEGERKEY, MDB_APPEND, MDB_NOSYNC, cursors; bulk: MDB_WRITEMAP and "
                 "MDB_RESERVE; random reads: MDB_NORDAHEAD",
-            .make = Make};
+            .make = MakeOf<Store>};
 }
 
 } // namespace bench

@@ -1,7 +1,7 @@
 // Ourselves, through the public interface alone: field handles by index, texts made once, a quantum that keeps a
 // growing object in few extents.
 
-#include "live.h"
+#include "contenders.h"
 #include "peers.h"
 
 #include <algorithm>
@@ -118,153 +118,50 @@ void WriteRows(const std::string& file, int count)
     database.Close();
 }
 
-std::uint64_t SumRows(rfm_Table& table)
-{
-    std::uint64_t sum = 0;
-    const int count = table.Length();
-    for (int i = 0; i < count; ++i) sum += SumOfRow(table.ReadRow(i), i);
-    return sum;
-}
-
-std::uint64_t SumRowsOf(const std::string& file)
-{
-    rfm_Database database = Open(file);
-    rfm_Table table = OpenTable(database, kTableReadAhead);
-    return SumRows(table);
-}
-
-class RfmContender : public Contender
-{
-protected:
-    RfmContender(const Setting& setting, const char* name)
-        : m_Sizes(setting.sizes),
-          m_File(setting.File(name))
-    {
-    }
-    const Sizes m_Sizes;
-    const std::string m_File;
-    std::uint64_t m_Sum = 0;
-};
-
-class Append : public RfmContender
+/// An open table.
+class RowTable
 {
 public:
-    explicit Append(const Setting& setting) : RfmContender(setting, "append.rdx") {}
-    void Prepare(int /*round*/) override { std::filesystem::remove(m_File); }
-    double Run() override
-    {
-        return SecondsOf([&] { WriteRows(m_File, m_Sizes.rowCount); });
-    }
-    std::uint64_t Verify() override { return SumRowsOf(m_File); }
-};
-
-/// A contender on an open table.
-class TableContender : public RfmContender
-{
-public:
-    void Build() override { WriteRows(m_File, m_Sizes.rowCount); }
-    void Prepare(int round) override
-    {
-        m_Round = round;
-        m_Database = Open(m_File, m_Access);
-        m_Table = OpenTable(m_Database, m_ReadAhead);
-    }
-
-protected:
-    TableContender(const Setting& setting, const char* name, utl_FileAccess access, int readAhead)
-        : RfmContender(setting, name),
-          m_Access(access),
-          m_ReadAhead(readAhead)
+    RowTable(const std::string& file, RowUse use)
+        : m_Database(Open(file, use == RowUse::RandomUpdate ? utl_FileAccessUpdate : utl_FileAccessRead)),
+          m_Table(OpenTable(m_Database, use == RowUse::Scan ? kTableReadAhead : 1))
     {
     }
-    void CloseAll()
+    std::uint64_t SumAll()
     {
-        m_Table = rfm_Table();
-        m_Database.Close();
-        m_Database = rfm_Database();
+        std::uint64_t sum = 0;
+        const int count = m_Table.Length();
+        for (int i = 0; i < count; ++i) sum += SumOfRow(m_Table.ReadRow(i), i);
+        return sum;
     }
-    utl_FileAccess m_Access;
-    int m_ReadAhead;
-    int m_Round = 0;
-    rfm_Database m_Database;
-    rfm_Table m_Table;
-};
-
-class Scan : public TableContender
-{
-public:
-    explicit Scan(const Setting& setting)
-        : TableContender(setting, "scan.rdx", utl_FileAccessRead, kTableReadAhead)
+    std::uint64_t SumRandom(const Sizes& sizes)
     {
+        std::uint64_t sum = 0;
+        for (int step = 0; step < sizes.randomCount; ++step)
+        {
+            sum += SumOfRow(m_Table.ReadRow(RandomPosition(step, sizes.rowCount)), step);
+        }
+        return sum;
     }
-    double Run() override
+    void UpdateRandom(const Sizes& sizes, int round)
     {
-        return SecondsOf([&] { m_Sum = SumRows(m_Table); });
-    }
-    std::uint64_t Verify() override
-    {
-        CloseAll();
-        return m_Sum;
-    }
-};
-
-class RandomRead : public TableContender
-{
-public:
-    explicit RandomRead(const Setting& setting) : TableContender(setting, "read.rdx", utl_FileAccessRead, 1)
-    {
-    }
-    double Run() override
-    {
-        return SecondsOf(
-            [&]
-            {
-                m_Sum = 0;
-                for (int step = 0; step < m_Sizes.randomCount; ++step)
-                {
-                    m_Sum += SumOfRow(m_Table.ReadRow(RandomPosition(step, m_Sizes.rowCount)), step);
-                }
-            });
-    }
-    std::uint64_t Verify() override
-    {
-        CloseAll();
-        return m_Sum;
-    }
-};
-
-class RandomUpdate : public TableContender
-{
-public:
-    explicit RandomUpdate(const Setting& setting)
-        : TableContender(setting, "update.rdx", utl_FileAccessUpdate, 1)
-    {
-    }
-    double Run() override
-    {
-        return SecondsOf(
-            [&]
-            {
-                for (int step = 0; step < m_Sizes.randomCount; ++step) UpdateOne(step);
-                m_Table.Flush();
-                m_Database.Flush();
-            });
-    }
-    std::uint64_t Verify() override
-    {
-        CloseAll();
-        return SumRowsOf(m_File);
+        for (int step = 0; step < sizes.randomCount; ++step)
+            UpdateOne(RandomPosition(step, sizes.rowCount), step, round);
+        m_Table.Flush();
+        m_Database.Flush();
     }
 
 private:
-    void UpdateOne(int step)
+    void UpdateOne(int position, int step, int round)
     {
         Row changed;
-        ApplyUpdate(changed, step, m_Round);
-        rfm_Row row = m_Table.UpdateRow(RandomPosition(step, m_Sizes.rowCount));
+        ApplyUpdate(changed, step, round);
+        rfm_Row row = m_Table.UpdateRow(position);
         row.WriteFieldInt(kNumber, changed.number);
         row.WriteFieldDouble(kValues[0], changed.values[0]);
     }
+    rfm_Database m_Database;
+    rfm_Table m_Table;
 };
 
 void WriteBlocks(const std::string& file, int count)
@@ -341,144 +238,91 @@ std::uint64_t ReadObjects(const std::string& file, int count)
     return sum;
 }
 
-using WriteAll = void (*)(const std::string& file, int count);
-using ReadAll = std::uint64_t (*)(const std::string& file, int count);
-
-class ArrayWrite : public RfmContender
+class ObjectReader
 {
 public:
-    ArrayWrite(const Setting& setting, const char* name, int count, WriteAll write, ReadAll read)
-        : RfmContender(setting, name),
-          m_Count(count),
-          m_Write(write),
-          m_Read(read)
+    ObjectReader(const std::string& file, int count) : m_File(file), m_Last(count - 1)
     {
-    }
-    void Prepare(int /*round*/) override { std::filesystem::remove(m_File); }
-    double Run() override
-    {
-        return SecondsOf([&] { m_Write(m_File, m_Count); });
-    }
-    std::uint64_t Verify() override { return m_Read(m_File, m_Count); }
-
-private:
-    int m_Count;
-    WriteAll m_Write;
-    ReadAll m_Read;
-};
-
-class ArrayRead : public RfmContender
-{
-public:
-    ArrayRead(const Setting& setting, const char* name, int count, WriteAll write, ReadAll read)
-        : RfmContender(setting, name),
-          m_Count(count),
-          m_Write(write),
-          m_Read(read)
-    {
-    }
-    void Build() override { m_Write(m_File, m_Count); }
-    void Prepare(int /*round*/) override {}
-    double Run() override
-    {
-        return SecondsOf([&] { m_Sum = m_Read(m_File, m_Count); });
-    }
-    std::uint64_t Verify() override { return m_Sum; }
-
-private:
-    int m_Count;
-    WriteAll m_Write;
-    ReadAll m_Read;
-};
-
-class OpenObjects : public RfmContender
-{
-public:
-    explicit OpenObjects(const Setting& setting) : RfmContender(setting, "open.rdx") {}
-    void Build() override
-    {
-        WriteObjects(m_File, m_Sizes.openObjectCount);
-        rfm_Database database = Open(m_File);
+        WriteObjects(file, count);
+        rfm_Database database = Open(file);
         auto directory = database.ArrayInt(FirstHandle(database), kSmallestQuantum, 0);
-        directory.Seek(m_Sizes.openObjectCount - 1);
+        directory.Seek(m_Last);
         int last = 0;
         directory.Read(&last, 1);
-        m_Last = rfm_Handle(static_cast<std::uint32_t>(last));
+        m_LastHandle = rfm_Handle(static_cast<std::uint32_t>(last));
     }
-    void Prepare(int /*round*/) override {}
-    double Run() override
+    std::uint64_t Read() const
     {
-        return SecondsOf(
-                   [&]
-                   {
-                       for (int i = 0; i < m_Sizes.openRepeats; ++i)
-                       {
-                           rfm_Database database = Open(m_File);
-                           m_Sum = ReadObject(database, m_Last, m_Sizes.openObjectCount - 1);
-                       }
-                   }) /
-               m_Sizes.openRepeats;
+        rfm_Database database = Open(m_File);
+        return ReadObject(database, m_LastHandle, m_Last);
     }
-    std::uint64_t Verify() override { return m_Sum; }
 
 private:
-    rfm_Handle m_Last;
+    std::string m_File;
+    int m_Last;
+    rfm_Handle m_LastHandle;
 };
 
-class OpenStrings : public RfmContender
+/// A string array keeps references into the pool of the file, so writing one interns its texts.
+void WriteTexts(const std::string& file, int count)
+{
+    rfm_Database database = Create(file);
+    {
+        auto array = database.ArrayString(1, kArrayQuantum, kArrayBuffer);
+        for (int i = 0; i < count; ++i)
+        {
+            const cow_String text{std::string_view(DistinctText(i))};
+            array.Write(&text, 1);
+        }
+    }
+    database.Flush();
+    database.Close();
+}
+
+class TextReader
 {
 public:
-    explicit OpenStrings(const Setting& setting) : RfmContender(setting, "strings.rdx") {}
-    void Build() override
+    TextReader(const std::string& file, int count) : m_File(file), m_Last(count - 1)
     {
-        rfm_Database database = Create(m_File);
+        WriteTexts(file, count);
+    }
+    std::uint64_t Read() const
+    {
+        rfm_Database database = Open(m_File);
+        auto array = database.ArrayString(FirstHandle(database), kArrayQuantum, 0);
+        array.Seek(m_Last);
+        cow_String text;
+        array.Read(&text, 1);
+        return TextSum(text.View());
+    }
+
+private:
+    std::string m_File;
+    int m_Last;
+};
+
+/// The texts are made once, as a program with names of its own has them.
+class TextInterner
+{
+public:
+    explicit TextInterner(const InternInput& input)
+        : m_Distinct(input.distinct.begin(), input.distinct.end()),
+          m_Sequence(input.sequence)
+    {
+    }
+    void InternAll(const std::string& file) const
+    {
+        rfm_Database database = Create(file);
         {
             auto array = database.ArrayString(1, kArrayQuantum, kArrayBuffer);
-            for (int i = 0; i < m_Sizes.stringCount; ++i)
-            {
-                const cow_String text{std::string_view(DistinctText(i))};
-                array.Write(&text, 1);
-            }
+            for (const int index : m_Sequence) array.Write(&m_Distinct[static_cast<std::size_t>(index)], 1);
         }
         database.Flush();
         database.Close();
     }
-    void Prepare(int /*round*/) override {}
-    double Run() override
+    std::uint64_t SumOf(const std::string& file) const
     {
-        return SecondsOf(
-            [&]
-            {
-                rfm_Database database = Open(m_File);
-                auto array = database.ArrayString(FirstHandle(database), kArrayQuantum, 0);
-                array.Seek(m_Sizes.stringCount - 1);
-                cow_String text;
-                array.Read(&text, 1);
-                m_Sum = TextSum(text.View());
-            });
-    }
-    std::uint64_t Verify() override { return m_Sum; }
-};
-
-/// A string array keeps references into the pool of the file, so writing one interns its texts.
-class Intern : public RfmContender
-{
-public:
-    explicit Intern(const Setting& setting) : RfmContender(setting, "intern.rdx") {}
-    void Build() override
-    {
-        InternInput input = MakeInternInput(m_Sizes.internCount);
-        m_Distinct = {input.distinct.begin(), input.distinct.end()};
-        m_Sequence = std::move(input.sequence);
-    }
-    void Prepare(int /*round*/) override { std::filesystem::remove(m_File); }
-    double Run() override
-    {
-        return SecondsOf([&] { InternAll(); });
-    }
-    std::uint64_t Verify() override
-    {
-        rfm_Database database = Open(m_File);
+        rfm_Database database = Open(file);
         auto array = database.ArrayString(FirstHandle(database), kArrayQuantum, kArrayBuffer);
         std::uint64_t sum = 0;
         cow_String text;
@@ -490,16 +334,6 @@ public:
     }
 
 private:
-    void InternAll()
-    {
-        rfm_Database database = Create(m_File);
-        {
-            auto array = database.ArrayString(1, kArrayQuantum, kArrayBuffer);
-            for (const int index : m_Sequence) array.Write(&m_Distinct[static_cast<std::size_t>(index)], 1);
-        }
-        database.Flush();
-        database.Close();
-    }
     std::vector<cow_String> m_Distinct;
     std::vector<int> m_Sequence;
 };
@@ -555,40 +389,15 @@ private:
     rfm_Table m_Table;
 };
 
-LivePeer Live(const std::string& file)
-{
-    return {.file = file,
-            .makeWriter = [file] { return std::make_unique<TableWriter>(file); },
-            .makeReader = [file] { return std::make_unique<TableReader>(file); }};
-}
+constexpr StoreSteps kSteps{"bench.rdx", RemoveFile,   WriteRows,  WriteBlocks,
+                            ReadBlocks,  WriteObjects, ReadObjects};
+using Store = StoreOf<kSteps, RowTable, ObjectReader, TextReader, TextInterner, TableWriter, TableReader>;
 
 std::unique_ptr<Contender> Make(Kind kind, const Setting& setting)
 {
-    const Sizes& sizes = setting.sizes;
-    switch (kind)
-    {
-    case Kind::Append: return std::make_unique<Append>(setting);
-    case Kind::Scan: return std::make_unique<Scan>(setting);
-    case Kind::RandomRead: return std::make_unique<RandomRead>(setting);
-    case Kind::RandomUpdate: return std::make_unique<RandomUpdate>(setting);
-    case Kind::BulkWrite:
-        return std::make_unique<ArrayWrite>(setting, "blocks.rdx", sizes.blockCount, WriteBlocks, ReadBlocks);
-    case Kind::BulkRead:
-        return std::make_unique<ArrayRead>(setting, "blockread.rdx", sizes.blockCount, WriteBlocks,
-                                           ReadBlocks);
-    case Kind::SmallWrite:
-        return std::make_unique<ArrayWrite>(setting, "small.rdx", sizes.objectCount, WriteObjects,
-                                            ReadObjects);
-    case Kind::SmallRead:
-        return std::make_unique<ArrayRead>(setting, "smallread.rdx", sizes.objectCount, WriteObjects,
-                                           ReadObjects);
-    case Kind::OpenObjects: return std::make_unique<OpenObjects>(setting);
-    case Kind::OpenStrings: return std::make_unique<OpenStrings>(setting);
-    case Kind::Intern: return std::make_unique<Intern>(setting);
-    case Kind::Visible: return MakeVisible(Live(setting.File("live.rdx")), setting);
-    case Kind::Followed: return MakeFollowed(Live(setting.File("followed.rdx")), setting, sizes.readerCount);
-    }
-    return nullptr;
+    if (kind == Kind::Followed)
+        return MakeFollowed(LiveOf<Store>(setting.File("followed.rdx")), setting, setting.sizes.readerCount);
+    return MakeOf<Store>(kind, setting);
 }
 
 } // namespace
@@ -604,7 +413,7 @@ Peer RfmPeer()
 
 std::unique_ptr<Contender> MakeRfmUnfollowed(const Setting& setting)
 {
-    return MakeFollowed(Live(setting.File("unfollowed.rdx")), setting, 0);
+    return MakeFollowed(LiveOf<Store>(setting.File("unfollowed.rdx")), setting, 0);
 }
 
 } // namespace bench

@@ -1,7 +1,7 @@
 // SQLite as its documentation makes it fast: prepared statements, one transaction, no journal, no syncing, an
 // exclusive lock, a large page cache and memory-mapped reads.
 
-#include "live.h"
+#include "contenders.h"
 #include "peers.h"
 
 #include <cstring>
@@ -158,133 +158,59 @@ void WriteRows(const std::string& file, int count)
     connection.Execute("COMMIT");
 }
 
-std::uint64_t SumRows(const Connection& connection)
-{
-    Statement select(connection, "SELECT * FROM rows ORDER BY rowid");
-    std::uint64_t sum = 0;
-    for (int position = 0; select.Step(); ++position) sum += RowSum(ReadRow(select), position);
-    return sum;
-}
-
 void RemoveDatabase(const std::string& file)
 {
     for (const char* suffix : {"", "-wal", "-shm", "-journal"}) std::filesystem::remove(file + suffix);
 }
 
-class SqliteContender : public Contender
-{
-protected:
-    SqliteContender(const Setting& setting, const char* name)
-        : m_Sizes(setting.sizes),
-          m_File(setting.File(name))
-    {
-    }
-    const Sizes m_Sizes;
-    const std::string m_File;
-    Connection m_Open;
-    std::uint64_t m_Sum = 0;
-};
-
-class Append : public SqliteContender
+/// One open connection; the pragmas are the same for all uses.
+class RowTable
 {
 public:
-    explicit Append(const Setting& setting) : SqliteContender(setting, "append.sqlite") {}
-    void Prepare(int /*round*/) override { RemoveDatabase(m_File); }
-    double Run() override
+    RowTable(const std::string& file, RowUse /*use*/) : m_Connection(OpenFast(file)) {}
+    std::uint64_t SumAll() const
     {
-        return SecondsOf([&] { WriteRows(m_File, m_Sizes.rowCount); });
+        Statement select(m_Connection, "SELECT * FROM rows ORDER BY rowid");
+        std::uint64_t sum = 0;
+        for (int position = 0; select.Step(); ++position) sum += RowSum(ReadRow(select), position);
+        return sum;
     }
-    std::uint64_t Verify() override { return SumRows(OpenFast(m_File)); }
-};
-
-class Scan : public SqliteContender
-{
-public:
-    explicit Scan(const Setting& setting) : SqliteContender(setting, "scan.sqlite") {}
-    void Build() override { WriteRows(m_File, m_Sizes.rowCount); }
-    void Prepare(int /*round*/) override { m_Open = OpenFast(m_File); }
-    double Run() override
+    std::uint64_t SumRandom(const Sizes& sizes) const
     {
-        return SecondsOf([&] { m_Sum = SumRows(m_Open); });
-    }
-    std::uint64_t Verify() override
-    {
-        m_Open = Connection();
-        return m_Sum;
-    }
-};
-
-class RandomRead : public SqliteContender
-{
-public:
-    explicit RandomRead(const Setting& setting) : SqliteContender(setting, "read.sqlite") {}
-    void Build() override { WriteRows(m_File, m_Sizes.rowCount); }
-    void Prepare(int /*round*/) override { m_Open = OpenFast(m_File); }
-    double Run() override
-    {
-        return SecondsOf(
-            [&]
+        std::uint64_t sum = 0;
+        m_Connection.Execute("BEGIN");
+        {
+            Statement select(m_Connection, "SELECT * FROM rows WHERE rowid=?1");
+            for (int step = 0; step < sizes.randomCount; ++step)
             {
-                m_Sum = 0;
-                m_Open.Execute("BEGIN");
-                {
-                    Statement select(m_Open, "SELECT * FROM rows WHERE rowid=?1");
-                    for (int step = 0; step < m_Sizes.randomCount; ++step)
-                    {
-                        select.Bind(1, RandomPosition(step, m_Sizes.rowCount));
-                        if (select.Step()) m_Sum += RowSum(ReadRow(select), step);
-                        select.Reset();
-                    }
-                }
-                m_Open.Execute("COMMIT");
-            });
+                select.Bind(1, RandomPosition(step, sizes.rowCount));
+                if (select.Step()) sum += RowSum(ReadRow(select), step);
+                select.Reset();
+            }
+        }
+        m_Connection.Execute("COMMIT");
+        return sum;
     }
-    std::uint64_t Verify() override
+    void UpdateRandom(const Sizes& sizes, int round) const
     {
-        m_Open = Connection();
-        return m_Sum;
-    }
-};
-
-class RandomUpdate : public SqliteContender
-{
-public:
-    explicit RandomUpdate(const Setting& setting) : SqliteContender(setting, "update.sqlite") {}
-    void Build() override { WriteRows(m_File, m_Sizes.rowCount); }
-    void Prepare(int round) override
-    {
-        m_Round = round;
-        m_Open = OpenFast(m_File);
-    }
-    double Run() override
-    {
-        return SecondsOf(
-            [&]
+        m_Connection.Execute("BEGIN");
+        {
+            Statement update(m_Connection, "UPDATE rows SET number=?1, v0=?2 WHERE rowid=?3");
+            for (int step = 0; step < sizes.randomCount; ++step)
             {
-                m_Open.Execute("BEGIN");
-                {
-                    Statement update(m_Open, "UPDATE rows SET number=?1, v0=?2 WHERE rowid=?3");
-                    for (int step = 0; step < m_Sizes.randomCount; ++step)
-                    {
-                        Row row;
-                        ApplyUpdate(row, step, m_Round);
-                        update.Bind(1, row.number);
-                        update.Bind(2, row.values[0]);
-                        update.Bind(3, RandomPosition(step, m_Sizes.rowCount));
-                        update.Run();
-                    }
-                }
-                m_Open.Execute("COMMIT");
-            });
-    }
-    std::uint64_t Verify() override
-    {
-        m_Open = Connection();
-        return SumRows(OpenFast(m_File));
+                Row row;
+                ApplyUpdate(row, step, round);
+                update.Bind(1, row.number);
+                update.Bind(2, row.values[0]);
+                update.Bind(3, RandomPosition(step, sizes.rowCount));
+                update.Run();
+            }
+        }
+        m_Connection.Execute("COMMIT");
     }
 
 private:
-    int m_Round = 0;
+    Connection m_Connection;
 };
 
 /// Stores `count` values of `bytes` bytes that `at` names one by one.
@@ -356,105 +282,46 @@ std::uint64_t ReadObjects(const std::string& file, int count)
     return sum;
 }
 
-using WriteAll = void (*)(const std::string& file, int count);
-using ReadAll = std::uint64_t (*)(const std::string& file, int count);
-
-class BlobWrite : public SqliteContender
-{
-public:
-    BlobWrite(const Setting& setting, const char* name, int count, WriteAll write, ReadAll read)
-        : SqliteContender(setting, name),
-          m_Count(count),
-          m_Write(write),
-          m_Read(read)
-    {
-    }
-    void Prepare(int /*round*/) override { RemoveDatabase(m_File); }
-    double Run() override
-    {
-        return SecondsOf([&] { m_Write(m_File, m_Count); });
-    }
-    std::uint64_t Verify() override { return m_Read(m_File, m_Count); }
-
-private:
-    int m_Count;
-    WriteAll m_Write;
-    ReadAll m_Read;
-};
-
-class BlobRead : public SqliteContender
-{
-public:
-    BlobRead(const Setting& setting, const char* name, int count, WriteAll write, ReadAll read)
-        : SqliteContender(setting, name),
-          m_Count(count),
-          m_Write(write),
-          m_Read(read)
-    {
-    }
-    void Build() override { m_Write(m_File, m_Count); }
-    void Prepare(int /*round*/) override {}
-    double Run() override
-    {
-        return SecondsOf([&] { m_Sum = m_Read(m_File, m_Count); });
-    }
-    std::uint64_t Verify() override { return m_Sum; }
-
-private:
-    int m_Count;
-    WriteAll m_Write;
-    ReadAll m_Read;
-};
-
 /// Opens without a pragma, since each would cost it time that one read does not earn back.
-template <class Take> double TimeOpens(const std::string& file, int repeats, Take&& take)
-{
-    return SecondsOf(
-               [&]
-               {
-                   for (int i = 0; i < repeats; ++i) take(Connection(file, SQLITE_OPEN_READONLY));
-               }) /
-           repeats;
-}
+Connection OpenPlainly(const std::string& file) { return Connection(file, SQLITE_OPEN_READONLY); }
 
-class OpenObjects : public SqliteContender
+class ObjectReader
 {
 public:
-    explicit OpenObjects(const Setting& setting) : SqliteContender(setting, "open.sqlite") {}
-    void Build() override { WriteObjects(m_File, m_Sizes.openObjectCount); }
-    void Prepare(int /*round*/) override {}
-    double Run() override
+    ObjectReader(const std::string& file, int count) : m_File(file), m_Last(count - 1)
     {
-        return TimeOpens(m_File, m_Sizes.openRepeats,
-                         [&](const Connection& connection) { ReadLast(connection); });
+        WriteObjects(file, count);
     }
-    std::uint64_t Verify() override { return m_Sum; }
-
-private:
-    void ReadLast(const Connection& connection)
+    std::uint64_t Read() const
     {
+        const Connection connection = OpenPlainly(m_File);
         std::array<double, kObjectDoubles> values{};
         Statement select(connection, "SELECT data FROM blobs WHERE id=?1");
-        select.Bind(1, m_Sizes.openObjectCount - 1);
+        select.Bind(1, m_Last);
         if (select.Step()) select.Bytes(0, values.data(), kObjectBytes);
-        m_Sum = ObjectSum(values.data(), m_Sizes.openObjectCount - 1);
+        return ObjectSum(values.data(), m_Last);
     }
+
+private:
+    std::string m_File;
+    int m_Last;
 };
 
 constexpr const char* kTextTable = "CREATE TABLE texts(id INTEGER PRIMARY KEY, text TEXT UNIQUE)";
+constexpr const char* kInsertText = "INSERT INTO texts(id,text) VALUES(?1,?2)";
+constexpr const char* kSelectText = "SELECT text FROM texts WHERE id=?1";
 
-class OpenStrings : public SqliteContender
+class TextReader
 {
 public:
-    explicit OpenStrings(const Setting& setting) : SqliteContender(setting, "strings.sqlite") {}
-    void Build() override
+    TextReader(const std::string& file, int count) : m_File(file), m_Last(count - 1)
     {
-        const Connection connection = OpenFast(m_File);
+        const Connection connection = OpenFast(file);
         connection.Execute("BEGIN");
         connection.Execute(kTextTable);
         {
-            Statement insert(connection, "INSERT INTO texts(id,text) VALUES(?1,?2)");
-            for (int i = 0; i < m_Sizes.stringCount; ++i)
+            Statement insert(connection, kInsertText);
+            for (int i = 0; i < count; ++i)
             {
                 const std::string text = DistinctText(i);
                 insert.Bind(1, i);
@@ -464,66 +331,38 @@ public:
         }
         connection.Execute("COMMIT");
     }
-    void Prepare(int /*round*/) override {}
-    double Run() override
+    std::uint64_t Read() const
     {
-        return TimeOpens(m_File, 1, [&](const Connection& connection) { ReadLast(connection); });
+        const Connection connection = OpenPlainly(m_File);
+        Statement select(connection, kSelectText);
+        select.Bind(1, m_Last);
+        return select.Step() ? TextSum(select.Text(0)) : 0;
     }
-    std::uint64_t Verify() override { return m_Sum; }
 
 private:
-    void ReadLast(const Connection& connection)
-    {
-        Statement select(connection, "SELECT text FROM texts WHERE id=?1");
-        select.Bind(1, m_Sizes.stringCount - 1);
-        m_Sum = select.Step() ? TextSum(select.Text(0)) : 0;
-    }
+    std::string m_File;
+    int m_Last;
 };
 
-class Intern : public SqliteContender
+class TextInterner
 {
 public:
-    explicit Intern(const Setting& setting) : SqliteContender(setting, "intern.sqlite") {}
-    void Build() override { m_Input = MakeInternInput(m_Sizes.internCount); }
-    void Prepare(int /*round*/) override
+    explicit TextInterner(InternInput input) : m_Texts(std::move(input)) {}
+    void InternAll(const std::string& file)
     {
-        RemoveDatabase(m_File);
-        m_References.assign(m_Input.sequence.size(), 0);
-    }
-    double Run() override
-    {
-        return SecondsOf([&] { InternAll(); });
-    }
-    std::uint64_t Verify() override
-    {
-        const Connection connection = OpenFast(m_File);
-        Statement select(connection, "SELECT text FROM texts WHERE id=?1");
-        std::uint64_t sum = 0;
-        for (std::size_t i = 0; i < m_References.size(); ++i)
-        {
-            select.Bind(1, m_References[i]);
-            if (select.Step()) sum += TextSum(select.Text(0)) * (2 * i + 1);
-            select.Reset();
-        }
-        return sum;
-    }
-
-private:
-    void InternAll()
-    {
-        const Connection connection = OpenFast(m_File);
+        const Connection connection = OpenFast(file);
         connection.Execute("BEGIN");
         connection.Execute(kTextTable);
         {
             Statement select(connection, "SELECT id FROM texts WHERE text=?1");
-            Statement insert(connection, "INSERT INTO texts(id,text) VALUES(?1,?2)");
+            Statement insert(connection, kInsertText);
             int nextId = 1;
-            for (std::size_t i = 0; i < m_References.size(); ++i)
+            for (std::size_t i = 0; i < m_Texts.Count(); ++i)
             {
-                const std::string_view text = m_Input.distinct[static_cast<std::size_t>(m_Input.sequence[i])];
+                const std::string_view text = m_Texts.Text(i);
                 select.Bind(1, text);
                 const bool known = select.Step();
-                m_References[i] = known ? select.Int(0) : nextId;
+                m_Texts.numbers[i] = static_cast<unsigned>(known ? select.Int(0) : nextId);
                 select.Reset();
                 if (known) continue;
                 insert.Bind(1, nextId++);
@@ -533,8 +372,21 @@ private:
         }
         connection.Execute("COMMIT");
     }
-    InternInput m_Input;
-    std::vector<int> m_References;
+    std::uint64_t SumOf(const std::string& file) const
+    {
+        const Connection connection = OpenFast(file);
+        Statement select(connection, kSelectText);
+        return m_Texts.Sum(
+            [&](std::size_t at)
+            {
+                select.Reset();
+                select.Bind(1, static_cast<int>(m_Texts.numbers[at]));
+                return select.Step() ? select.Text(0) : std::string_view();
+            });
+    }
+
+private:
+    NumberedTexts m_Texts;
 };
 
 /// A write-ahead log lets readers go on while the writer writes.
@@ -606,43 +458,9 @@ private:
     int m_LastVersion = -1;
 };
 
-LivePeer Live(const Setting& setting)
-{
-    const std::string file = setting.File("live.sqlite");
-    return {.file = file,
-            .makeWriter = [file] { return std::make_unique<WalWriter>(file); },
-            .makeReader = [file] { return std::make_unique<WalReader>(file); }};
-}
-
-std::unique_ptr<Contender> Make(Kind kind, const Setting& setting)
-{
-    const Sizes& sizes = setting.sizes;
-    switch (kind)
-    {
-    case Kind::Append: return std::make_unique<Append>(setting);
-    case Kind::Scan: return std::make_unique<Scan>(setting);
-    case Kind::RandomRead: return std::make_unique<RandomRead>(setting);
-    case Kind::RandomUpdate: return std::make_unique<RandomUpdate>(setting);
-    case Kind::BulkWrite:
-        return std::make_unique<BlobWrite>(setting, "blocks.sqlite", sizes.blockCount, WriteBlocks,
-                                           ReadBlocks);
-    case Kind::BulkRead:
-        return std::make_unique<BlobRead>(setting, "blockread.sqlite", sizes.blockCount, WriteBlocks,
-                                          ReadBlocks);
-    case Kind::SmallWrite:
-        return std::make_unique<BlobWrite>(setting, "small.sqlite", sizes.objectCount, WriteObjects,
-                                           ReadObjects);
-    case Kind::SmallRead:
-        return std::make_unique<BlobRead>(setting, "smallread.sqlite", sizes.objectCount, WriteObjects,
-                                          ReadObjects);
-    case Kind::OpenObjects: return std::make_unique<OpenObjects>(setting);
-    case Kind::OpenStrings: return std::make_unique<OpenStrings>(setting);
-    case Kind::Intern: return std::make_unique<Intern>(setting);
-    case Kind::Visible: return MakeVisible(Live(setting), setting);
-    case Kind::Followed: return nullptr;
-    }
-    return nullptr;
-}
+constexpr StoreSteps kSteps{"bench.sqlite", RemoveDatabase, WriteRows,  WriteBlocks,
+                            ReadBlocks,     WriteObjects,   ReadObjects};
+using Store = StoreOf<kSteps, RowTable, ObjectReader, TextReader, TextInterner, WalWriter, WalReader>;
 
 } // namespace
 
@@ -655,7 +473,7 @@ Peer SqlitePeer()
             ": prepared statements, one transaction, journal_mode OFF, synchronous OFF, locking_mode "
             "EXCLUSIVE, "
             "page_size 8192, cache 256 MiB, mmap 2 GiB; open: no pragmas; visible: WAL, PRAGMA data_version",
-        .make = Make};
+        .make = MakeOf<Store>};
 }
 
 } // namespace bench

@@ -17,7 +17,7 @@ uti_SpawnSource::uti_SpawnSource() noexcept = default;
 static cow_String ProgramOf(const cow_String& command)
 {
     if (command.View().find('/') != std::string_view::npos) return command;
-    const cow_String found = uti_Spawn::FindCommand(command);
+    cow_String found = uti_Spawn::FindCommand(command);
     // Never the bare name: that would be a program in the current directory.
     if (found.IsEmpty()) uti_RefuseStart(command, ENOENT);
     return found;

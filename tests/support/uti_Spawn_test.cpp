@@ -271,9 +271,18 @@ TEST_F(uti_SpawnTest, TheChildHasTheThreeStandardDescriptorsAndNoOther)
     uti_Redirection redirection("2>", errors.Name());
     uti_SpawnSourceWithSink child(kShell, Script("cd /proc/self/fd && echo *"), redirection,
                                   kSameEnvironment);
-    // The shell lists its own; the walk through the directory has one open itself.
-    EXPECT_THAT(Line(child), ::testing::AnyOf("0 1 2\n", "0 1 2 3\n"));
+    // The shell's own walk through the directory has the fourth.
+    EXPECT_EQ(Line(child), "0 1 2 3\n");
     ::close(leaky);
+}
+
+TEST_F(uti_SpawnTest, WhatTheProgramHoldsIsClosedInEveryOtherProgramThatItStarts)
+{
+    utl_TempFile errors("");
+    const uti_Redirection redirection("2>", errors.Name());
+    const auto child = WithSink("cat");
+    for (const int held : {child->SinkDescriptor(), child->SourceDescriptor(), redirection.ErrorDescriptor()})
+        EXPECT_EQ(::fcntl(held, F_GETFD), FD_CLOEXEC);
 }
 
 TEST_F(uti_SpawnTest, AChildWithoutTheProgramsDescriptorsLetsTheOthersEnd)

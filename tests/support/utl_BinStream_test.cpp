@@ -455,10 +455,8 @@ TEST(utl_BinStream, ADescriptorThatDoesNotBlockIsWaitedFor)
 
 TEST(utl_BinStream, NoBytesAreNoTransfer)
 {
-    utl_BinOStream(-1, kPipe).Write("", 0);
-    utl_BinIStream(-1, kPipe).Read(nullptr, 0);
-    Pipe pipe;
-    EXPECT_TRUE(IsOpen(pipe.ReadEnd())) << "nothing was thrown";
+    EXPECT_NO_THROW(utl_BinOStream(-1, kPipe).Write("", 0));
+    EXPECT_NO_THROW(utl_BinIStream(-1, kPipe).Read(nullptr, 0));
 }
 
 // --- whose the descriptor is

@@ -302,7 +302,10 @@ TEST_F(uti_SpawnTest, TheChildHasNoBlockedSignalAndDiesOfAPipeThatNobodyReads)
     sigset_t before;
     ASSERT_EQ(pthread_sigmask(SIG_SETMASK, &all, &before), 0);
     const auto ignoring = ::signal(SIGPIPE, SIG_IGN);
-    const std::string masks = AllLines(*Source("grep -E 'SigBlk|SigIgn' /proc/self/status"));
+    // No shell between: some of them clear the mask themselves.
+    uti_SpawnSource child("grep", Words({"-E", "SigBlk|SigIgn", "/proc/self/status"}), m_NoRedirection,
+                          kSameEnvironment);
+    const std::string masks = AllLines(child);
     ::signal(SIGPIPE, ignoring);
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     EXPECT_THAT(masks, HasSubstr("SigBlk:\t0000000000000000"));

@@ -17,7 +17,7 @@ cow_String utl_PathFinder::getSubDirPath(const cow_String& variable, const cow_S
         const std::string_view directory = rest.substr(0, rest.find(':'));
         rest.remove_prefix(std::min(rest.size(), directory.size() + 1));
         if (directory.empty()) continue;
-        const cow_String candidate = cow_String(directory) + below;
+        cow_String candidate = cow_String(directory) + below;
         const bool counts =
             executable ? utl_FilePath(candidate, "").IsExecutable() : utl_Stat(candidate).IsRegularFile();
         if (counts) return candidate;

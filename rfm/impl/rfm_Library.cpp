@@ -6,6 +6,7 @@
 #include "nex_Library.h"
 #include "omni_Library.h"
 #include "thr_Library.h"
+#include "uti_Library.h"
 #include "utl_Library.h"
 
 static mem_LibraryCalls s_Calls;
@@ -21,11 +22,13 @@ void rfm_initialize(int& count)
     cow_initialize(count);
     nex_initialize(count);
     utl_initialize(count);
+    uti_initialize(count);
 }
 
 void rfm_finalize(int& count)
 {
     if (!s_Calls.Leave(count)) return;
+    uti_finalize(count);
     utl_finalize(count);
     nex_finalize(count);
     cow_finalize(count);

@@ -6,6 +6,7 @@
 #include "nex_Library.h"
 #include "omni_Library.h"
 #include "thr_Library.h"
+#include "uti_Library.h"
 #include "utl_Library.h"
 
 #include <cstdint>
@@ -87,7 +88,8 @@ INSTANTIATE_TEST_SUITE_P(Support, EverySupportLibrary,
                                            LibraryPair{"atr", atr_initialize, atr_finalize},
                                            LibraryPair{"cow", cow_initialize, cow_finalize},
                                            LibraryPair{"nex", nex_initialize, nex_finalize},
-                                           LibraryPair{"utl", utl_initialize, utl_finalize}),
+                                           LibraryPair{"utl", utl_initialize, utl_finalize},
+                                           LibraryPair{"uti", uti_initialize, uti_finalize}),
                          [](const auto& tested) { return std::string(tested.param.name); });
 
 TEST(mem_Alloc, ABlockOfNoBytesIsStillABlock)

@@ -59,7 +59,10 @@ protected:
     {
         return Thrown<nex_Exception>([&] { Open(); });
     }
-    void PatchWord(std::size_t offset, std::uint32_t value) const { m_File.Patch(offset, rfm_IntBytes(value)); }
+    void PatchWord(std::size_t offset, std::uint32_t value) const
+    {
+        m_File.Patch(offset, rfm_IntBytes(value));
+    }
     /// A closed file whose cells 0 and 1 have streams over sectors 1 to 3 and 4.
     void PutTwoStreams() const
     {
@@ -175,7 +178,8 @@ TEST_F(rfm_SectorArrayTest, AReaderStopsAtTheEndOfTheChain)
     rfm_SectorReader reader = array->GetReader(0);
     EXPECT_EQ(reader.Length(), 5004);
     std::string bytes(20000, '?');
-    EXPECT_EQ(reader.Read(bytes.data(), 20000), 4088 + 4092) << "the rest of the last sector is delivered too";
+    EXPECT_EQ(reader.Read(bytes.data(), 20000), 4088 + 4092)
+        << "the rest of the last sector is delivered too";
     EXPECT_EQ(bytes.substr(0, 5000), Numbered(5000));
     EXPECT_EQ(reader.Read(bytes.data(), 1), 0);
 }
@@ -236,6 +240,7 @@ TEST_F(rfm_SectorArrayTest, ALongChainInPiecesIsWrittenOverAndGrown)
 TEST_F(rfm_SectorArrayTest, ANewStreamIsOneWriteAndReadingItOne)
 {
     const auto array = Create();
+    array->Flush();
     {
         const utl_FaultPlan plan;
         Put(*array, 0, Numbered(65536));
@@ -482,7 +487,8 @@ TEST_F(rfm_SectorArrayTest, TheFirstSectorIsWrittenLast)
     array->File().Flush();
     const utl_FaultPlan plan;
     array->Flush();
-    EXPECT_THAT(plan.WriteLog(), ElementsAre(Transfer{3 * 4096, 4096}, Transfer{2 * 4096, 4096}, Transfer{0, 4096}));
+    EXPECT_THAT(plan.WriteLog(),
+                ElementsAre(Transfer{3 * 4096, 4096}, Transfer{2 * 4096, 4096}, Transfer{0, 4096}));
 }
 
 TEST_F(rfm_SectorArrayTest, AFlushThatFailsAnywhereIsMadeGoodByTheNext)
@@ -642,7 +648,8 @@ TEST_F(rfm_SectorArrayTest, ALinkThatLeadsOutOfTheFileOrBackIsCorruptToReaderAnd
 TEST(rfm_SectorTrail, AnySectorMayComeOnce)
 {
     rfm_SectorTrail trail;
-    for (const unsigned sector : {5U, 6U, 9U, 3U, 4U, 20U, 1U}) EXPECT_NO_THROW(trail.Enter(sector)) << sector;
+    for (const unsigned sector : {5U, 6U, 9U, 3U, 4U, 20U, 1U})
+        EXPECT_NO_THROW(trail.Enter(sector)) << sector;
     for (const unsigned sector : {5U, 6U, 9U, 3U, 4U, 20U, 1U})
         EXPECT_EQ(Thrown<nex_TextException>([&] { trail.Enter(sector); }), kCorrupt) << sector;
 }

@@ -1,3 +1,4 @@
+#include "FileKind.h"
 #include "rfm.h"
 
 #include <cstdlib>
@@ -45,8 +46,7 @@ class Model
 public:
     explicit Model(unsigned seed) : m_Random(seed), m_Path(::testing::TempDir() + "model.rdx")
     {
-        m_Database =
-            rfm_Database::Create(rfm_File::Open(m_Path.c_str(), utl_FileAccessCreate), "TEST", "model", 9);
+        m_Database = rfm_Database::Create(NewFileOfKind(m_Path.c_str()), "TEST", "model", 9);
         m_Table = m_Database.Table(m_Database.Bind(Layout()), Below(200), 1 + Below(40));
         m_Doubles = m_Database.ArrayDouble(3, Below(300), 8 + Below(500));
         m_Texts = m_Database.ArrayString(2, Below(300), 64);

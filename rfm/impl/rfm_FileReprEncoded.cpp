@@ -32,7 +32,7 @@ rfm_FileReprEncoded::rfm_FileReprEncoded(const cow_String& name, utl_FileAccess 
 
 rfm_FileReprEncoded::~rfm_FileReprEncoded()
 {
-    if (m_ReadOnly) return;
+    if (m_ReadOnly || !m_FlushDue) return;
     try
     {
         Flush();
@@ -80,6 +80,7 @@ void rfm_FileReprEncoded::SwitchTo(int index)
         m_CurrentSegment = m_FirstSegment;
         return;
     }
+    if (index >= m_Table.SegmentCount()) m_FlushDue = true;
     m_CurrentSegment = rfm_ArmedSegment(m_Table.GetSegment(index));
     if (index == 0) m_FirstSegment = m_CurrentSegment;
 }
@@ -122,6 +123,7 @@ int rfm_FileReprEncoded::Write(const char* buffer, int count)
     if (buffer == nullptr || count < 0)
         rfm_FileBadParameterExc("rfm_FileReprEncoded::Write").Throw(__FILE__, __LINE__);
     CheckWritable();
+    m_FlushDue = true;
     for (int done = 0; done < count;)
     {
         LeaveFullSegment(true);
@@ -140,6 +142,7 @@ int rfm_FileReprEncoded::Write(const char* buffer, int count)
 bool rfm_FileReprEncoded::ExtendBy(utl_FileOffset delta)
 {
     CheckWritable();
+    m_FlushDue = true;
     if (delta >= 0)
     {
         const utl_FileOffset end = m_LogicalFileSize + delta;
@@ -160,4 +163,5 @@ void rfm_FileReprEncoded::Flush()
 {
     CheckWritable();
     m_Table.Flush();
+    m_FlushDue = false;
 }

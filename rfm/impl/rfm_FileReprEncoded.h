@@ -45,4 +45,5 @@ private:
     rfm_ArmedSegment m_FirstSegment; // once visited: a database looks at its header all the time
     int m_PositionInSegment = 0;     // the segment size when the next one has not been switched to yet
     bool m_ReadOnly;
+    bool m_FlushDue = true; // something may have changed since the last one
 };

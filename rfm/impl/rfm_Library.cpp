@@ -8,6 +8,7 @@
 #include "thr_Library.h"
 #include "uti_Library.h"
 #include "utl_Library.h"
+#include "zlib_Library.h"
 
 static mem_LibraryCalls s_Calls;
 
@@ -16,6 +17,7 @@ void rfm_initialize(int& count)
 {
     if (!s_Calls.Enter(count)) return;
     mem_initialize(count);
+    zlib_initialize(count);
     thr_initialize(count);
     omni_initialize(count);
     atr_initialize(count);
@@ -35,5 +37,6 @@ void rfm_finalize(int& count)
     atr_finalize(count);
     omni_finalize(count);
     thr_finalize(count);
+    zlib_finalize(count);
     mem_finalize(count);
 }

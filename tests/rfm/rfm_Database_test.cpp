@@ -1,3 +1,4 @@
+#include "FileKind.h"
 #include "rfm.h"
 #include "rfm_TestFile.h"
 #include "utl_FileException.h"
@@ -23,8 +24,7 @@ class rfm_DatabaseTest : public testing::Test
 protected:
     rfm_Database Create() const
     {
-        return rfm_Database::Create(rfm_File::Open(m_File.Name(), utl_FileAccessCreate), "TEST", "demo",
-                                    kTime);
+        return rfm_Database::Create(NewFileOfKind(m_File.Name()), "TEST", "demo", kTime);
     }
     rfm_Database Open(utl_FileAccess access = utl_FileAccessRead) const
     {

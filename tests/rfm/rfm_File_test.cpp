@@ -252,7 +252,8 @@ TEST_F(rfm_FileTest, TheVariableForNewFilesPlaysNoPartForACompressedOne)
     {
         const EnvironmentVariable hdf("MRK_HDF_RDX", value);
         EXPECT_EQ(LogOf([&] { rfm_File::CreateCompressed(Name()); }),
-                  "*** Informational: Creating Compressed File based SDX.\nrefused");
+                  "*** Informational: Creating Compressed File based SDX.\n");
+        EXPECT_EQ(BytesOf(Name()).substr(0, 8), "MRKTSA00");
     }
 }
 
@@ -266,14 +267,44 @@ TEST_F(rfm_FileTest, ReadingAUrlIsLeftToTheRemoteBackendWithoutALog)
 
 TEST_F(rfm_FileTest, ACompressedFileIsToldByItsMagic)
 {
-    const std::string expected =
-        Text("*** ERROR: Compressed database files are not supported by this version:\n  ");
-    for (const char* magic : {"MRKTSA", "MRKTSA00 and more"})
+    const EnvironmentVariable log("MRK_RFM_LOGIFY", "");
+    for (const char* hdf : {static_cast<const char*>(nullptr), "1"})
+    {
+        const EnvironmentVariable variable("MRK_HDF_RDX", hdf);
+        rfm_File::CreateCompressed(Name());
+        EXPECT_EQ(LogOf([&] { rfm_File::Open(Name(), utl_FileAccessRead); }),
+                  "*** Informational: Opening Compressed File based SDX.\n");
+        EXPECT_EQ(LogOf([&] { rfm_File::Open(Name(), utl_FileAccessUpdate); }),
+                  "*** Informational: Updating Compressed File based SDX.\n");
+        EXPECT_TRUE(rfm_File::Open(Name(), utl_FileAccessRead).ReadOnly());
+        EXPECT_FALSE(rfm_File::Open(Name(), utl_FileAccessUpdate).ReadOnly());
+    }
+}
+
+TEST_F(rfm_FileTest, SixBytesOfTheMagicAreEnoughToBeTakenForACompressedFile)
+{
+    const EnvironmentVariable log("MRK_RFM_LOGIFY", "");
+    for (const char* magic : {"MRKTSA", "MRKTSA99 and more"})
     {
         PutBytes(Name(), magic);
-        EXPECT_EQ(Thrown<rfm_FileException>([&] { rfm_File::Open(Name(), utl_FileAccessRead); }), expected);
-        EXPECT_EQ(Thrown<rfm_FileException>([&] { rfm_File::Open(Name(), utl_FileAccessUpdate); }), expected);
+        EXPECT_THROW(rfm_File::Open(Name(), utl_FileAccessRead), nex_AssertException);
+        EXPECT_THROW(rfm_File::Open(Name(), utl_FileAccessUpdate), nex_AssertException);
     }
+    PutBytes(Name(), "MRKTSa00");
+    EXPECT_EQ(LogOf([&] { rfm_File::Open(Name(), utl_FileAccessRead); }),
+              "*** Informational: Opening File based RDX.\n");
+}
+
+TEST_F(rfm_FileTest, ACopyIntoACompressedFileAndBackIsTrue)
+{
+    std::string bytes;
+    for (int i = 0; i < 300000; ++i) bytes += static_cast<char>(i % 251);
+    PutBytes(m_Folder.Path("source"), bytes);
+    rfm_File::CreateCompressed(Name()).Copy(rfm_File::Open(m_Folder.Path("source"), utl_FileAccessRead));
+    rfm_File::Open(m_Folder.Path("back"), utl_FileAccessCreate)
+        .Copy(rfm_File::Open(Name(), utl_FileAccessRead));
+    EXPECT_TRUE(BytesOf(m_Folder.Path("back")) == bytes);
+    EXPECT_LT(BytesOf(Name()).size(), bytes.size() / 5);
 }
 
 TEST_F(rfm_FileTest, AnHdf5FileIsToldByItsSignature)

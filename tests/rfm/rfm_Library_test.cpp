@@ -8,6 +8,7 @@
 #include "thr_Library.h"
 #include "uti_Library.h"
 #include "utl_Library.h"
+#include "zlib_Library.h"
 
 #include <gtest/gtest.h>
 
@@ -31,10 +32,11 @@ struct Sibling
 };
 
 const Sibling kSiblings[] = {
-    {"mem", mem_initialize, mem_finalize},    {"thr", thr_initialize, thr_finalize},
-    {"omni", omni_initialize, omni_finalize}, {"atr", atr_initialize, atr_finalize},
-    {"cow", cow_initialize, cow_finalize},    {"nex", nex_initialize, nex_finalize},
-    {"utl", utl_initialize, utl_finalize},    {"uti", uti_initialize, uti_finalize},
+    {"mem", mem_initialize, mem_finalize}, {"zlib", zlib_initialize, zlib_finalize},
+    {"thr", thr_initialize, thr_finalize}, {"omni", omni_initialize, omni_finalize},
+    {"atr", atr_initialize, atr_finalize}, {"cow", cow_initialize, cow_finalize},
+    {"nex", nex_initialize, nex_finalize}, {"utl", utl_initialize, utl_finalize},
+    {"uti", uti_initialize, uti_finalize},
 };
 constexpr int kLibraries = 1 + static_cast<int>(std::size(kSiblings));
 

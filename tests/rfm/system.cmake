@@ -4,3 +4,4 @@ add_area(system_tests
   rfm/KilledWriter_test.cpp
   rfm/RandomModel_test.cpp
 )
+on_other_kinds(system_tests "RandomModel.*")

@@ -4,3 +4,5 @@ add_area(table_tests
   rfm/rfm_Table_test.cpp
   rfm/rfm_TableModel_test.cpp
 )
+on_other_kinds(table_tests
+  "*-*Follower*:*AReaderWaits*:*Snap*:*rfm_TableFailureTest*:*ARefusedFlush*:*CannotBeFlushedAtItsEnd*:*EveryReadMayFail*:*PlaceOfItsWritersTexts")

@@ -8,6 +8,7 @@ add_area(support_tests
   support/utl_FileOffset_test.cpp
   support/utl_FilePath_test.cpp
   support/utl_File_test.cpp
+  support/zip_Compress_test.cpp
 )
 add_area(platform_tests
   support/omi_TimeCounter_test.cpp

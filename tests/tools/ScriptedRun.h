@@ -1,5 +1,6 @@
 #pragma once
 
+#include "FileKind.h"
 #include "rfm.h"
 
 #include <gtest/gtest.h>
@@ -37,8 +38,7 @@ class Writer
 {
 public:
     explicit Writer(const std::string& path)
-        : m_Database(rfm_Database::Create(rfm_File::Open(path.c_str(), utl_FileAccessCreate), "TEST",
-                                          "scripted", 77))
+        : m_Database(rfm_Database::Create(NewFileOfKind(path.c_str()), "TEST", "scripted", 77))
     {
     }
 

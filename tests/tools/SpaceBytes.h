@@ -1,5 +1,6 @@
 #pragma once
 
+#include "FileKind.h"
 #include "nex_Exception.h"
 #include "rfm.h"
 
@@ -37,10 +38,7 @@ public:
     TestFile& operator=(const TestFile&) = delete;
 
     const std::string& Path() const { return m_Path; }
-    rfm_Database Create() const
-    {
-        return rfm_Database::Create(rfm_File::Open(m_Path.c_str(), utl_FileAccessCreate), "TEST", "", 0);
-    }
+    rfm_Database Create() const { return rfm_Database::Create(NewFileOfKind(m_Path.c_str()), "TEST", "", 0); }
     rfm_Database Open(utl_FileAccess access = utl_FileAccessRead) const
     {
         return rfm_Database::Open(rfm_File::Open(m_Path.c_str(), access), "TEST");

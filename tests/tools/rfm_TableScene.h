@@ -1,5 +1,6 @@
 #pragma once
 
+#include "FileKind.h"
 #include "rfm.h"
 #include "rfm_DatabaseReprFile.h"
 
@@ -97,7 +98,7 @@ protected:
 
     static rfm_Database Create(const std::string& path)
     {
-        return rfm_Database::Create(rfm_File::Open(path.c_str(), utl_FileAccessCreate), "TEST", "tables", 1);
+        return rfm_Database::Create(NewFileOfKind(path.c_str()), "TEST", "tables", 1);
     }
     static rfm_Database Open(const std::string& path, utl_FileAccess access)
     {

@@ -125,6 +125,11 @@ int ConvertCommand::Run(Output& output)
         watch.RequireRest();
         DatabaseFile{out.WorkPath()}; // what doesn't open is no copy
     }
+    catch (const Failure&)
+    {
+        watch.RequireRest(); // a writer that closes cuts its reserve off the file: that is no damage
+        throw;
+    }
     catch (const nex_Exception& cause)
     {
         out.ThrowUnwritten(PlainMessage(cause.what()));

@@ -29,8 +29,11 @@ public:
     /// update of a URL), nex_AssertException for any other `access`, and the operating system's refusals.
     static rfm_File Open(const cow_String& name, utl_FileAccess access, bool flag = false);
 
-    /// Makes a new compressed file.
-    /// Throws: rfm_FileReadOnlyExc for a URL.
+    /// Makes a new compressed file, over whatever has the name; from then on `Open` knows it by its first bytes. Its
+    /// content is kept in segments of 64 KiB, each compressed by itself.
+    /// Nothing of it is in the file before the first flush, and a segment is written over in place: a writer that dies
+    /// between flushes may leave segments that can't be read. Readers see what was flushed when they open.
+    /// Throws: rfm_FileReadOnlyExc for a URL, and the operating system's refusals.
     static rfm_File CreateCompressed(const cow_String& name);
 
     const cow_String& FileName() const;

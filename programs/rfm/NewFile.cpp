@@ -134,8 +134,10 @@ void NewFile::ThrowUnwritten(const std::string& why) const
 {
     std::string words = why;
     const std::string work = OneLine(m_WorkPath);
-    const std::size_t place = work.empty() ? std::string::npos : words.find(work);
-    if (place != std::string::npos) words.replace(place, work.size(), OneLine(m_Path));
+    const std::string own = OneLine(m_Path);
+    for (std::size_t place = words.find(work); !work.empty() && place != std::string::npos;
+         place = words.find(work, place + own.size()))
+        words.replace(place, work.size(), own);
     throw Failure(ExitOutput, OneLine(m_Path), words, std::string(kMakeRoom));
 }
 

@@ -226,6 +226,8 @@ int Main(int argc, char** argv)
     const int code = RunGuarded(argc, argv, output);
     output.Flush();
     rfm_finalize(initializations);
+    // HDF5 would try again to write what it could not, and complain at length: everything has been said.
+    if (code == ExitOutput) ::_exit(code);
     if (output.Error() == 0) return code;
     Note(fmt::format("standard output: {}; make room or write elsewhere, what came out is cut off",
                      std::strerror(output.Error())));

@@ -525,6 +525,7 @@ void rfm_DatabaseReprFile::Reserve(utl_FileOffset amount)
 
 utl_FileOffset rfm_DatabaseReprFile::FileLength() const { return File().Length(); }
 utl_FileOffset rfm_DatabaseReprFile::MediumSize() const { return File().MediumSize(); }
+utl_FileOffset rfm_DatabaseReprFile::MostContent() const { return File().MostContent(); }
 
 void rfm_DatabaseReprFile::WriteAt(std::int64_t offset, const char* bytes, int count)
 {

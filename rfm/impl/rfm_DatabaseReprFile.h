@@ -69,6 +69,7 @@ public:
     void Reserve(utl_FileOffset amount);
     utl_FileOffset FileLength() const;
     utl_FileOffset MediumSize() const;
+    utl_FileOffset MostContent() const;
     std::int64_t MostEntries() const noexcept { return m_Linkage->MostEntries(); }
     void WriteAt(std::int64_t offset, const char* bytes, int count);
     /// Bytes that the file lacks read as zero.

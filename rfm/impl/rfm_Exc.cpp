@@ -22,6 +22,11 @@ void rfm_ThrowMetadataCorrupt(const char* sourceName, int line)
     nex_ThrowText(atr_Message("***ERROR: Metadata is corrupt in MARLEK database file."), sourceName, line);
 }
 
+void rfm_ThrowEncodedCorrupt(const char* sourceName, int line)
+{
+    nex_ThrowText(atr_Message("***ERROR: VDX database is corrupt."), sourceName, line);
+}
+
 void rfm_ThrowEndOfFile(const char* sourceName, int line)
 {
     nex_ThrowText(atr_Message("***ERROR: Unexpected End Of File."), sourceName, line);

@@ -12,4 +12,7 @@
                                    int line = __builtin_LINE());
 [[noreturn]] void rfm_ThrowMetadataCorrupt(const char* sourceName = __builtin_FILE(),
                                            int line = __builtin_LINE());
+/// The same of a compressed file's sectors, segments and streams.
+[[noreturn]] void rfm_ThrowEncodedCorrupt(const char* sourceName = __builtin_FILE(),
+                                          int line = __builtin_LINE());
 [[noreturn]] void rfm_ThrowEndOfFile(const char* sourceName = __builtin_FILE(), int line = __builtin_LINE());

@@ -2,21 +2,26 @@
 
 #include "atr_Translate.h"
 #include "nex_Exception.h"
+#include "rfm_CodecZip.h"
+#include "rfm_EncodedFormat.h"
+#include "rfm_FileReprEncoded.h"
 #include "rfm_FileReprLocal.h"
+#include "rfm_SectorFormat.h"
 #include "utl_File.h"
 #include "utl_FilePath.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 void cow_Deleter<rfm_FileRepr>::Delete(rfm_FileRepr* object) { delete object; }
 
 namespace
 {
-constexpr char kCompressedMagic[] = "MRKTSA";
 constexpr char kHdf5Signature[] = "\x89HDF\r\n\x1a\n";
 constexpr int kCopyBytes = 4096;
+constexpr int kCompressionLevel = 6;
 
 void Log(const char* line)
 {
@@ -34,13 +39,21 @@ bool StartsWith(const cow_String& name, std::string_view magic)
     return std::string_view(bytes, static_cast<std::size_t>(read)) == magic;
 }
 
-bool IsCompressed(const cow_String& name) { return StartsWith(name, kCompressedMagic); }
+bool IsCompressed(const cow_String& name) { return StartsWith(name, rfm_SectorMagicStart); }
 bool IsHdf5(const cow_String& name) { return StartsWith(name, kHdf5Signature); }
 
 [[noreturn]] void ThrowNoBackend(const char* kind, const cow_String& name)
 {
     rfm_FileException(atr_Message("*** ERROR: %s files are not supported by this version:\n  %s", kind, name))
         .Throw(__FILE__, __LINE__);
+}
+
+std::unique_ptr<rfm_Codec> NewCodec() { return std::make_unique<rfm_CodecZip>(kCompressionLevel); }
+
+rfm_FileRepr* OpenCompressed(const char* log, const cow_String& name, utl_FileAccess access)
+{
+    Log(log);
+    return new rfm_FileReprEncoded(name, access, NewCodec());
 }
 
 void RefuseUrl(const cow_String& name)
@@ -62,7 +75,9 @@ rfm_FileRepr* OpenForUpdate(const cow_String& name, bool flag)
     const utl_FilePath path(name, "");
     if (!path.Exists()) rfm_FileNoSuchFile(name).Throw(__FILE__, __LINE__);
     if (!path.IsWriteable()) rfm_FileReadOnlyExc(name).Throw(__FILE__, __LINE__);
-    if (IsCompressed(name)) ThrowNoBackend("Compressed database", name);
+    if (IsCompressed(name))
+        return OpenCompressed("*** Informational: Updating Compressed File based SDX.\n", name,
+                              utl_FileAccessUpdate);
     if (IsHdf5(name)) ThrowNoBackend("HDF5 database", name);
     Log("*** Informational: Updating File based RDX.\n");
     return new rfm_FileReprLocal(name, utl_FileAccessUpdate, flag);
@@ -74,7 +89,9 @@ rfm_FileRepr* OpenForReading(const cow_String& name)
     if (!path.Exists()) rfm_FileNoSuchFile(name).Throw(__FILE__, __LINE__);
     if (!path.IsReadable()) rfm_FileNotReadable(name).Throw(__FILE__, __LINE__);
     if (utl_UrlParser::IsUrl(name)) ThrowNoBackend("Remote database", name);
-    if (IsCompressed(name)) ThrowNoBackend("Compressed database", name);
+    if (IsCompressed(name))
+        return OpenCompressed("*** Informational: Opening Compressed File based SDX.\n", name,
+                              utl_FileAccessRead);
     if (IsHdf5(name)) ThrowNoBackend("HDF5 database", name);
     Log("*** Informational: Opening File based RDX.\n");
     return new rfm_FileReprLocal(name, utl_FileAccessRead, true);
@@ -98,7 +115,7 @@ rfm_File rfm_File::CreateCompressed(const cow_String& name)
 {
     RefuseUrl(name);
     Log("*** Informational: Creating Compressed File based SDX.\n");
-    ThrowNoBackend("Compressed database", name);
+    return rfm_File(new rfm_FileReprEncoded(name, NewCodec(), rfm_EncodedSegmentBytes));
 }
 
 const cow_String& rfm_File::FileName() const { return Repr().FileName(); }

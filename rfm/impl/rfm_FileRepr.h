@@ -30,8 +30,11 @@ public:
     /// Makes the stamp say nothing, so that a crash or a reader between a change of size and the new stamp finds a
     /// stamp that passes.
     virtual void ClearSizeStamp(int position);
-    /// What the medium holds now: the bound for every length that the file claims.
+    /// What the medium holds now: the bound for every place in the file that the file claims.
     virtual utl_FileOffset MediumSize() const { return m_PhysicalFileSize; }
+    /// The most that was ever written there: the bound for what is read into memory. A file that stores nothing for what
+    /// was only reserved may be far longer.
+    virtual utl_FileOffset MostContent() const { return MediumSize(); }
     /// Forgets what was read ahead; another process may have written since.
     virtual void Refresh();
 

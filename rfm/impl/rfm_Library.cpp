@@ -7,6 +7,7 @@
 #include "omni_Library.h"
 #include "thr_Library.h"
 #include "utl_Library.h"
+#include "zip_Library.h"
 
 static mem_LibraryCalls s_Calls;
 
@@ -21,11 +22,13 @@ void rfm_initialize(int& count)
     cow_initialize(count);
     nex_initialize(count);
     utl_initialize(count);
+    zip_initialize(count);
 }
 
 void rfm_finalize(int& count)
 {
     if (!s_Calls.Leave(count)) return;
+    zip_finalize(count);
     utl_finalize(count);
     nex_finalize(count);
     cow_finalize(count);

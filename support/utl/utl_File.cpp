@@ -210,7 +210,7 @@ int utl_File::ReadRest(std::int64_t start, char* buffer, int count, int done)
     m_RunBytes = sequential ? m_RunBytes + count - done : 0;
     try
     {
-        if (m_RunBytes >= kRunBeforeAhead && count - done < kLeastAhead)
+        if (m_ReadsAhead && m_RunBytes >= kRunBeforeAhead && count - done < kLeastAhead)
         {
             ReadAhead();
             return TakeFromBlock(buffer + done, count - done);

@@ -59,6 +59,8 @@ public:
     void Extend(const utl_FileOffset& size);
     /// Hands what is gathered to the system.
     void Flush();
+    /// Off for whoever reads in large pieces of his own choice; on at the start.
+    void SetReadsAhead(bool readsAhead) noexcept { m_ReadsAhead = readsAhead; }
     /// Drops what was read ahead: another process may have written since.
     void Forget() noexcept;
 
@@ -94,6 +96,7 @@ private:
     std::int64_t m_Position = 0;
 
     Mode m_Mode = Mode::Idle;
+    bool m_ReadsAhead = true;
     std::unique_ptr<char[]> m_Block;
     std::int64_t m_BlockStart = 0; // position in the file of the block's first byte
     int m_BlockCount = 0;          // bytes of the block that are in use

@@ -7,6 +7,7 @@
 #include "omni_Library.h"
 #include "thr_Library.h"
 #include "utl_Library.h"
+#include "zip_Library.h"
 
 #include <gtest/gtest.h>
 
@@ -33,7 +34,7 @@ const Sibling kSiblings[] = {
     {"mem", mem_initialize, mem_finalize},    {"thr", thr_initialize, thr_finalize},
     {"omni", omni_initialize, omni_finalize}, {"atr", atr_initialize, atr_finalize},
     {"cow", cow_initialize, cow_finalize},    {"nex", nex_initialize, nex_finalize},
-    {"utl", utl_initialize, utl_finalize},
+    {"utl", utl_initialize, utl_finalize},    {"zip", zip_initialize, zip_finalize},
 };
 constexpr int kLibraries = 1 + static_cast<int>(std::size(kSiblings));
 

@@ -8,4 +8,5 @@ add_area(support_tests
   support/utl_FileOffset_test.cpp
   support/utl_FilePath_test.cpp
   support/utl_File_test.cpp
+  support/zip_Compress_test.cpp
 )

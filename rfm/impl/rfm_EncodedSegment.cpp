@@ -1,0 +1,139 @@
+#include "rfm_EncodedSegment.h"
+
+#include "nex_Exception.h"
+#include "rfm_ArmedSegment.h"
+#include "rfm_Exc.h"
+#include "rfm_SectorArray.h"
+
+#include <algorithm>
+#include <cstring>
+
+rfm_EncodedSegment::rfm_EncodedSegment(int index, rfm_SectorArray* sectorArray, rfm_SegmentBufferCache* cache,
+                                       rfm_Codec* codec, int decodedLength, int storedLength)
+    : m_Index(index),
+      m_SectorArray(sectorArray),
+      m_Cache(cache),
+      m_Codec(codec),
+      m_DecodedLength(decodedLength),
+      m_StoredLength(storedLength)
+{
+}
+
+void rfm_EncodedSegment::Arm()
+{
+    if (m_Armed == 0)
+    {
+        m_Buffer = m_Cache->Acquire(m_Index);
+        try
+        {
+            if (m_DecodedLength > m_Buffer->Size()) nex_ThrowAssert("m_DecodedLength <= m_Buffer->Size()");
+            if (!m_Loaded) Load();
+        }
+        catch (...)
+        {
+            // The buffer may be taken again; its bytes stand for nothing.
+            m_Cache->Release(m_Index, this);
+            m_Buffer = nullptr;
+            throw;
+        }
+    }
+    ++m_Armed;
+}
+
+void rfm_EncodedSegment::Disarm()
+{
+    if (m_Armed <= 0) nex_ThrowAssert("m_Armed > 0");
+    if (--m_Armed > 0) return;
+    m_Cache->Release(m_Index, this);
+    m_Buffer = nullptr;
+}
+
+void rfm_EncodedSegment::Load()
+{
+    if (m_Buffer == nullptr) nex_ThrowAssert("m_Buffer");
+    if (m_Loaded) nex_ThrowAssert("!m_Loaded");
+    const bool counts = m_StoredLength > 0 && m_SectorArray->HasChain(m_Index);
+    m_Buffer->ClearFrom(counts ? std::min(LoadStream(), m_StoredLength) : 0);
+    m_Loaded = true;
+}
+
+// kept: as many bytes are asked for as the stored length says, which counts its own four, and up to four less will do:
+// what follows a stream doesn't matter. Test: ATailOfFourBytesOfAnyValueDoesNotMatter.
+int rfm_EncodedSegment::LoadStream()
+{
+    rfm_SegmentBuffer& encoded = m_Cache->WorkBuffer();
+    {
+        rfm_SectorReader reader = m_SectorArray->GetReader(m_Index);
+        const int length = reader.Length();
+        encoded.Require(length);
+        const int read = reader.Read(encoded.Writable(length), length);
+        if (read < length - rfm_StreamLengthBytes) rfm_ThrowEncodedCorrupt();
+        encoded.Shrink(read);
+    }
+    return m_Codec->Decode(*m_Buffer, encoded);
+}
+
+void rfm_EncodedSegment::Read(char* target, int first, int length) const
+{
+    if (!IsArmed()) nex_ThrowAssert("m_Armed");
+    if (first < 0 || length < 0 || length > m_DecodedLength - first)
+        nex_ThrowAssert("first + length <= m_DecodedLength");
+    std::memcpy(target, m_Buffer->Data() + first, static_cast<std::size_t>(length));
+}
+
+void rfm_EncodedSegment::Write(const char* source, int firstOut, int length)
+{
+    if (!IsArmed()) nex_ThrowAssert("m_Armed");
+    if (firstOut < 0 || length > m_Buffer->Size() - firstOut)
+        nex_ThrowAssert("firstOut + length <= m_Buffer->Size()");
+    if (length <= 0) return;
+    std::memcpy(m_Buffer->Writable(firstOut + length) + firstOut, source, static_cast<std::size_t>(length));
+    m_DecodedLength = std::max(m_DecodedLength, firstOut + length);
+    m_Dirty = true;
+}
+
+// The length is stored with the segment, so one that has a stream gets it anew; but not for the same length, which would
+// only encode the same bytes, and never in a file that is only read.
+void rfm_EncodedSegment::SetDecodedLength(int length)
+{
+    if (length < m_DecodedLength && m_Loaded)
+    {
+        const rfm_ArmedSegment armed(this);
+        m_Buffer->ClearFrom(length);
+    }
+    const bool changes = length != m_DecodedLength;
+    m_DecodedLength = length;
+    m_StoredLength = std::min(m_StoredLength, length);
+    if (changes && m_SectorArray->HasChain(m_Index) && !m_SectorArray->ReadOnly()) m_Dirty = true;
+}
+
+void rfm_EncodedSegment::Store(const rfm_SegmentBuffer* buffer)
+{
+    if (buffer == nullptr) nex_ThrowAssert("buffer");
+    if (!m_Dirty) nex_ThrowAssert("m_Dirty");
+    rfm_SegmentBuffer& encoded = m_Cache->WorkBuffer();
+    m_Codec->Encode(encoded, *buffer, m_DecodedLength);
+    rfm_SectorWriter writer = m_SectorArray->GetWriter(m_Index);
+    writer.Write(encoded.Data(), encoded.Size());
+    writer.End();
+    // Last: what could not be written is still to be stored.
+    m_Dirty = false;
+    m_StoredLength = m_DecodedLength;
+}
+
+void rfm_EncodedSegment::BufferTaken(int, rfm_SegmentBuffer* buffer)
+{
+    if (buffer == nullptr) nex_ThrowAssert("buffer");
+    if (IsArmed()) nex_ThrowAssert("!m_Armed");
+    // A buffer whose load has failed holds nothing to store, though the length may have changed.
+    if (m_Dirty && m_Loaded) Store(buffer);
+    m_Loaded = false;
+}
+
+void rfm_EncodedSegment::Flush()
+{
+    if (!m_Dirty) return;
+    const rfm_ArmedSegment armed(this);
+    // Arming may have made room by storing others, never this one.
+    Store(m_Buffer);
+}

@@ -1,0 +1,65 @@
+#pragma once
+
+#include "rfm_Codec.h"
+#include "rfm_SegmentBufferCache.h"
+
+class rfm_SectorArray;
+
+/// One piece of a compressed file: whether its bytes are in memory, whether they are newer than the file, and how many
+/// use them.
+///
+///              first Arm (Load)                last Disarm
+///   [ idle ] -------------------> [ armed ] ------------------> [ cached ]
+///       ^                             ^             Arm            |   |
+///       |                             +----------------------------+   |
+///       +--------------------------------------------------------------+
+///                 BufferTaken: stored if dirty
+///
+/// Invariant: in a loaded buffer the bytes from the decoded length on are zero, so that what was never written reads as
+/// zero and a file's bytes follow from what was written alone.
+class rfm_EncodedSegment : public rfm_SegmentBufferHolder
+{
+public:
+    /// `storedLength`: how much of the stored stream counts; 0 when one that is there was left by a segment that a
+    /// truncation dropped.
+    rfm_EncodedSegment(int index, rfm_SectorArray* sectorArray, rfm_SegmentBufferCache* cache,
+                       rfm_Codec* codec, int decodedLength, int storedLength);
+
+    /// When it throws, the segment is not armed.
+    void Arm();
+    void Disarm();
+    void Read(char* target, int first, int length) const;
+    void Write(const char* source, int firstOut, int length);
+    void SetDecodedLength(int length);
+    /// Stores what is dirty.
+    void Flush();
+    void BufferTaken(int index, rfm_SegmentBuffer* buffer) override;
+
+    int Index() const noexcept { return m_Index; }
+    int DecodedLength() const noexcept { return m_DecodedLength; }
+    bool IsLoaded() const noexcept { return m_Loaded; }
+    bool IsDirty() const noexcept { return m_Dirty; }
+    bool IsArmed() const noexcept { return m_Armed > 0; }
+    /// Whether a new object for this segment, of `decodedLength` bytes, would be as this one.
+    bool IsForgettable(int decodedLength) const noexcept
+    {
+        return !IsArmed() && !m_Loaded && !m_Dirty && m_DecodedLength == decodedLength &&
+               m_StoredLength == decodedLength;
+    }
+
+private:
+    void Load();
+    int LoadStream();
+    void Store(const rfm_SegmentBuffer* buffer);
+
+    const int m_Index;
+    rfm_SectorArray* m_SectorArray;
+    rfm_SegmentBufferCache* m_Cache;
+    rfm_Codec* m_Codec;
+    rfm_SegmentBuffer* m_Buffer = nullptr; // set while armed
+    int m_DecodedLength;
+    int m_StoredLength; // the bytes of the stored stream from here on no longer count
+    bool m_Loaded = false;
+    bool m_Dirty = false;
+    int m_Armed = 0;
+};

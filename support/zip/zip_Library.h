@@ -1,0 +1,4 @@
+#pragma once
+
+void zip_initialize(int& count);
+void zip_finalize(int& count);

@@ -1,0 +1,5 @@
+add_area(compressed_tests
+  rfm/rfm_CodecZip_test.cpp
+  rfm/rfm_Sector_test.cpp
+  rfm/rfm_SegmentBuffer_test.cpp
+)

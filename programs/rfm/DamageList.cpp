@@ -19,13 +19,15 @@ std::string Damage::Json() const
 {
     return fmt::format(
         "{{\"handle\":{},{}\"offset\":{},\"what\":{},\"found\":{},\"expected\":{},\"remedy\":{}}}", handle,
-        segment < 0 ? "" : fmt::format("\"segment\":{},", segment), offset, TextJson(what), TextJson(found), TextJson(expected), TextJson(remedy));
+        segment < 0 ? "" : fmt::format("\"segment\":{},", segment), offset, TextJson(what), TextJson(found),
+        TextJson(expected), TextJson(remedy));
 }
 
 void DamageList::Add(Damage damage)
 {
     ++m_Count;
-    if (m_Kept.size() >= kMostKept || ++m_OfObject[{damage.handle, damage.segment}] > m_MostOfAnObject) return;
+    if (m_Kept.size() >= kMostKept || ++m_OfObject[{damage.handle, damage.segment}] > m_MostOfAnObject)
+        return;
     m_Kept.push_back(std::move(damage));
 }
 } // namespace rfm_tool

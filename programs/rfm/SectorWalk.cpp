@@ -100,10 +100,12 @@ int SectorWalk::ReadAt(std::int64_t offset, char* bytes, int count) const
     int done = 0;
     while (done < count)
     {
-        const ssize_t read = ::pread(m_Descriptor, bytes + done, static_cast<std::size_t>(count - done), offset + done);
+        const ssize_t read =
+            ::pread(m_Descriptor, bytes + done, static_cast<std::size_t>(count - done), offset + done);
         if (read < 0 && errno == EINTR) continue;
         if (read < 0)
-            throw Failure(ExitUnreadable, OneLine(m_Path), std::strerror(errno), "copy the file elsewhere first");
+            throw Failure(ExitUnreadable, OneLine(m_Path), std::strerror(errno),
+                          "copy the file elsewhere first");
         if (read == 0) break;
         done += static_cast<int>(read);
     }
@@ -154,8 +156,8 @@ bool SectorWalk::CheckHead()
         return false;
     };
     if (read < rfm_SectorBytes)
-        return refuse(read, "first sector", Counted(read, "byte", "bytes"), Counted(rfm_SectorBytes, "byte", "bytes"),
-                      kCutOff);
+        return refuse(read, "first sector", Counted(read, "byte", "bytes"),
+                      Counted(rfm_SectorBytes, "byte", "bytes"), kCutOff);
     const std::string_view magic(sector, rfm_SectorMagic.size());
     if (magic != rfm_SectorMagic)
         return refuse(0, "magic", OneLine(magic), std::string(rfm_SectorMagic), kRestore);
@@ -165,7 +167,8 @@ bool SectorWalk::CheckHead()
                       fmt::format("{}", rfm_SectorVersion), kRestore);
     if (m_Head.userHeaderLength != rfm_EncodedHeaderBytes)
         return refuse(rfm_SectorHeadOffset + 4, "length of the user header",
-                      fmt::format("{}", m_Head.userHeaderLength), fmt::format("{}", rfm_EncodedHeaderBytes), kRestore);
+                      fmt::format("{}", m_Head.userHeaderLength), fmt::format("{}", rfm_EncodedHeaderBytes),
+                      kRestore);
     m_Segments = rfm_DecodeEncodedHeader(sector + rfm_SectorHeaderBytes);
     return true;
 }
@@ -181,8 +184,10 @@ bool SectorWalk::CheckSegments()
                fmt::format("{}", rfm_EncodedVersion), kRestore);
     else if (!rfm_IsSoundEncodedHeader(m_Segments))
         Report(-1, kPlace + 8, "size, number and last length of the segments",
-               fmt::format("{}, {} and {}", m_Segments.segmentSize, m_Segments.segmentCount, m_Segments.lastLength),
-               fmt::format("a size of 1 to {}, and a last length of at most that", rfm_MostSegmentBytes), kRestore);
+               fmt::format("{}, {} and {}", m_Segments.segmentSize, m_Segments.segmentCount,
+                           m_Segments.lastLength),
+               fmt::format("a size of 1 to {}, and a last length of at most that", rfm_MostSegmentBytes),
+               kRestore);
     else
     {
         m_Sums.segments = m_Segments.segmentCount;
@@ -194,27 +199,38 @@ bool SectorWalk::CheckSegments()
 // The cells, as far as their chain goes.
 bool SectorWalk::ReadDirectory()
 {
-    const std::vector<std::uint32_t> chain = Chain(0, kDirectory);
+    m_Directory = Chain(0, kDirectory);
     std::int64_t left = std::max(m_Head.cellCount, 0);
     std::int64_t used = rfm_SectorHeaderBytes + m_Head.userHeaderLength;
     std::int64_t start = used;
-    for (const std::uint32_t sector : chain)
+    for (const std::uint32_t sector : m_Directory)
     {
         if (left == 0) break;
         char bytes[rfm_SectorBytes];
         ReadAt(OffsetOf(sector), bytes, rfm_SectorBytes);
-        const std::int64_t count = std::min<std::int64_t>((rfm_SectorDataBytes - start) / rfm_SectorCellBytes, left);
+        const std::int64_t count =
+            std::min<std::int64_t>((rfm_SectorDataBytes - start) / rfm_SectorCellBytes, left);
         for (std::int64_t i = 0; i < count; ++i)
             m_Cells.push_back(rfm_LoadWord(bytes + start + i * rfm_SectorCellBytes));
         left -= count;
         used += count * rfm_SectorCellBytes;
         start = 0;
     }
-    Account(used, static_cast<std::int64_t>(chain.size()));
+    Account(used, static_cast<std::int64_t>(m_Directory.size()));
     if (left == 0 && m_Head.cellCount >= 0) return true;
     Report(-1, rfm_SectorHeadOffset + 8, "number of cells", fmt::format("{}", m_Head.cellCount),
            fmt::format("at most {}, as many as the directory has room for", m_Cells.size()), kRestore);
     return false;
+}
+
+std::int64_t SectorWalk::PlaceOfCell(std::int32_t segment) const
+{
+    constexpr int kFirst = rfm_CellsInFirstSector(rfm_EncodedHeaderBytes);
+    constexpr int kFirstPlace = rfm_SectorHeaderBytes + rfm_EncodedHeaderBytes;
+    if (segment < kFirst) return kFirstPlace + std::int64_t{segment} * rfm_SectorCellBytes;
+    const int behind = segment - kFirst;
+    const std::uint32_t sector = m_Directory[static_cast<std::size_t>(1 + behind / rfm_CellsPerSector)];
+    return OffsetOf(sector) + std::int64_t{behind % rfm_CellsPerSector} * rfm_SectorCellBytes;
 }
 
 // ---- Chains ----
@@ -224,7 +240,8 @@ std::vector<std::uint32_t> SectorWalk::Chain(std::uint32_t first, std::int32_t o
 {
     std::vector<std::uint32_t> chain{first};
     m_Owners[first] = owner;
-    for (std::uint32_t link = WordAt(LinkOf(first)); link != rfm_NullSector; link = WordAt(LinkOf(chain.back())))
+    for (std::uint32_t link = WordAt(LinkOf(first)); link != rfm_NullSector;
+         link = WordAt(LinkOf(chain.back())))
     {
         if (!Take(link, owner, LinkOf(chain.back()))) break;
         chain.push_back(link);
@@ -246,8 +263,9 @@ bool SectorWalk::Take(std::uint32_t sector, std::int32_t owner, std::int64_t off
     if (m_Owners[sector] != kNobody)
     {
         Report(owner, offset, what, fmt::format("{}", sector),
-               m_Owners[sector] == owner ? "a chain with an end: this is a loop"
-                                         : "a sector of its own: that one is in the chain of " + OwnerText(m_Owners[sector]),
+               m_Owners[sector] == owner
+                   ? "a chain with an end: this is a loop"
+                   : "a sector of its own: that one is in the chain of " + OwnerText(m_Owners[sector]),
                remedy);
         return false;
     }
@@ -258,7 +276,8 @@ bool SectorWalk::Take(std::uint32_t sector, std::int32_t owner, std::int64_t off
 // Of the bytes of a chain `used` hold something, and so do the links on the way to them.
 void SectorWalk::Account(std::int64_t used, std::int64_t chainSectors)
 {
-    const std::int64_t usedSectors = std::max<std::int64_t>((used + rfm_SectorDataBytes - 1) / rfm_SectorDataBytes, 1);
+    const std::int64_t usedSectors =
+        std::max<std::int64_t>((used + rfm_SectorDataBytes - 1) / rfm_SectorDataBytes, 1);
     const std::int64_t live = used + usedSectors * rfm_SectorLinkBytes;
     m_Sums.live += live;
     m_Sums.surplus += chainSectors * rfm_SectorBytes - live;
@@ -270,9 +289,8 @@ void SectorWalk::Account(std::int64_t used, std::int64_t chainSectors)
 void SectorWalk::CheckStream(std::int32_t segment)
 {
     const std::uint32_t first = m_Cells[static_cast<std::size_t>(segment)];
-    const std::int64_t cell = segment < rfm_CellsInFirstSector(rfm_EncodedHeaderBytes) ? 40 + segment * 4 : 0;
     const bool isLive = segment < m_Segments.segmentCount;
-    if (!Take(first, segment, cell))
+    if (!Take(first, segment, PlaceOfCell(segment)))
     {
         if (isLive) Hurt(segment);
         return;
@@ -287,7 +305,8 @@ void SectorWalk::CheckStream(std::int32_t segment)
     Account(isWhole ? length : 0, sectors);
 }
 
-bool SectorWalk::CheckLength(std::int32_t segment, std::int64_t length, std::int64_t room, std::int64_t offset)
+bool SectorWalk::CheckLength(std::int32_t segment, std::int64_t length, std::int64_t room,
+                             std::int64_t offset)
 {
     if (length >= rfm_StreamLengthBytes && length <= room) return true;
     Report(segment, offset, "length of the stream", fmt::format("{}", length),
@@ -320,6 +339,7 @@ void SectorWalk::Hurt(std::int32_t segment)
 {
     const std::int64_t start = std::int64_t{segment} * m_Segments.segmentSize;
     const bool isLast = segment == m_Segments.segmentCount - 1;
-    m_Sums.hurt.push_back({segment, start, start + (isLast ? m_Segments.lastLength : m_Segments.segmentSize)});
+    m_Sums.hurt.push_back(
+        {segment, start, start + (isLast ? m_Segments.lastLength : m_Segments.segmentSize)});
 }
 } // namespace rfm_tool

@@ -61,6 +61,7 @@ private:
     std::vector<std::uint32_t> Chain(std::uint32_t first, std::int32_t owner);
     bool Take(std::uint32_t sector, std::int32_t owner, std::int64_t linkOffset);
     bool ReadDirectory();
+    std::int64_t PlaceOfCell(std::int32_t segment) const;
     void CheckStream(std::int32_t segment);
     bool CheckLength(std::int32_t segment, std::int64_t length, std::int64_t room, std::int64_t offset);
     bool Inflate(std::int32_t segment, const std::vector<std::uint32_t>& chain, std::int64_t length);
@@ -73,8 +74,9 @@ private:
     std::int64_t m_FileBytes = 0;
     rfm_SectorHead m_Head;
     rfm_EncodedHeader m_Segments;
-    std::vector<std::int32_t> m_Owners; // by sector
-    std::vector<std::uint32_t> m_Cells; // by segment
+    std::vector<std::int32_t> m_Owners;     // by sector
+    std::vector<std::uint32_t> m_Directory; // its sectors
+    std::vector<std::uint32_t> m_Cells;     // by segment
     SectorSums m_Sums;
 };
 } // namespace rfm_tool

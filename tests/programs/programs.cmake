@@ -3,6 +3,7 @@ if(TARGET rfm_tool)
   find_package(OpenSSL REQUIRED COMPONENTS Crypto)
   add_area(tool_tests
     programs/rfm_check_test.cpp
+    programs/rfm_check_compressed_test.cpp
     programs/rfm_compact_test.cpp
     programs/rfm_convert_test.cpp
     programs/rfm_dump_test.cpp
@@ -15,6 +16,6 @@ if(TARGET rfm_tool)
   target_include_directories(tool_tests PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/programs
                              ${PROJECT_SOURCE_DIR}/programs/rfm)
   target_compile_definitions(tool_tests PRIVATE RFM_TOOL="$<TARGET_FILE:rfm_tool>")
-  target_link_libraries(tool_tests PRIVATE util fmt::fmt OpenSSL::Crypto)
+  target_link_libraries(tool_tests PRIVATE util fmt::fmt OpenSSL::Crypto ZLIB::ZLIB)
   add_dependencies(tool_tests rfm_tool)
 endif()

@@ -134,13 +134,14 @@ TEST_F(RfmTool, ADamagedDatabaseIsExitFourForReadersAndSendsThemToCheck)
     EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1);
 }
 
-TEST_F(RfmTool, OtherKindsOfDatabaseFilesAreRefusedWithTheirKind)
+TEST_F(RfmTool, ACompressedFileThatWasNeverFlushedIsRefused)
 {
     const std::string compressed = m_Folder / "c.rdx";
     WriteFile(compressed, "MRKTSA00" + std::string(8192, '\0'));
-    const ToolResult result = Tool::Run({"check", compressed});
+    const ToolResult result = Tool::Run({"ls", compressed});
     EXPECT_EQ(result.code, 4);
-    EXPECT_THAT(result.err, HasSubstr("Compressed database files are not supported by this version"));
+    EXPECT_THAT(result.err, StartsWith("rfm: " + compressed + ": "));
+    EXPECT_EQ(Tool::Run({"check", compressed}).code, 1);
 }
 
 TEST_F(RfmTool, AFullDiskIsExitSevenForEveryCommandThatWrites)

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace rfm_tool
@@ -16,8 +17,10 @@ struct Damage
     std::string found;
     std::string expected;
     std::string remedy;
+    std::int64_t segment = -1; // of a compressed file, where it is one; -1: none
 
-    /// "handle 4, offset 15380: WHAT: found FOUND, expected EXPECTED; REMEDY".
+    /// "handle 4, offset 15380: WHAT: found FOUND, expected EXPECTED; REMEDY"; "segment 3, ..." and "file, ..." where no
+    /// object is hurt by itself.
     std::string Line() const;
     std::string Json() const;
 };
@@ -38,7 +41,7 @@ public:
 private:
     std::int64_t m_MostOfAnObject;
     std::int64_t m_Count = 0;
-    std::map<std::uint32_t, std::int64_t> m_OfObject;
+    std::map<std::pair<std::uint32_t, std::int64_t>, std::int64_t> m_OfObject; // by handle and segment
     std::vector<Damage> m_Kept;
 };
 } // namespace rfm_tool

@@ -5,6 +5,7 @@
 #include "Text.h"
 #include "omi_Swapper.h"
 #include "rfm_FileRepr.h"
+#include "rfm_HeaderFormat.h"
 #include "rfm_LinkageFormat.h"
 #include "rfm_ObjectFormat.h"
 
@@ -220,6 +221,17 @@ DatabaseFile::DatabaseFile(const std::string& path)
 
 std::int64_t DatabaseFile::FileBytes() const { return m_File.Repr().MediumSize().Value(); }
 
+Header DatabaseFile::Header() const
+{
+    char bytes[rfm_VersionOffset + 4] = {};
+    m_File.Repr().Seek(0);
+    m_File.Repr().Read(bytes, sizeof bytes);
+    const std::string_view mark(bytes + rfm_MagicBytes - rfm_ApplicationMagicBytes,
+                                rfm_ApplicationMagicBytes);
+    return {std::string(mark.substr(0, mark.find('\0'))),
+            omi_Load<int>(bytes + rfm_VersionOffset, omi_Swapper(omi_Swapper::Stored))};
+}
+
 // ---- Objects ----
 
 std::vector<rfm_Handle> DatabaseFile::Handles()
@@ -330,5 +342,11 @@ Semaphore LookAtSemaphore(const std::string& path)
     semaphore.isPresent = ::stat(semaphore.path.c_str(), &status) == 0;
     if (semaphore.isPresent) semaphore.since = status.st_mtim.tv_sec;
     return semaphore;
+}
+
+void TellOfSemaphore(const std::string& path, std::string_view consequence)
+{
+    if (LookAtSemaphore(path).isPresent)
+        Note(fmt::format("{}: a writer asks readers to wait; {}", OneLine(path), consequence));
 }
 } // namespace rfm_tool

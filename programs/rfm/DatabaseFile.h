@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace rfm_tool
@@ -45,6 +46,13 @@ std::string TypeWord(int type);
 /// The word for a listing of objects by type: "tables", "arrays", ...
 std::string PluralWord(Kind kind);
 
+/// What the header says that the library doesn't give.
+struct Header
+{
+    std::string mark; // of the application
+    int version = 0;
+};
+
 /// A database that is open for reading, with all its layouts, whatever its application's mark.
 /// Throws: Failure with the exit code that fits; nothing is ever written.
 class DatabaseFile
@@ -56,6 +64,7 @@ public:
     rfm_Database& Database() noexcept { return m_Database; }
     const rfm_File& File() const noexcept { return m_File; }
     std::int64_t FileBytes() const;
+    rfm_tool::Header Header() const;
     std::vector<rfm_Handle> Handles();
     /// Never throws for damage: it tells.
     Object Describe(rfm_Handle handle);
@@ -92,4 +101,6 @@ struct Semaphore
     std::int64_t since = 0; // seconds since 1970, when it is present
 };
 Semaphore LookAtSemaphore(const std::string& path);
+/// A note for whoever takes more from the file than a look, when a semaphore stands.
+void TellOfSemaphore(const std::string& path, std::string_view consequence);
 } // namespace rfm_tool

@@ -190,6 +190,9 @@ void FileWalk::CheckExtent(std::uint32_t handle)
     if (stored.offset + stored.allocation > m_Image.Size())
         refuse("end of an extent", fmt::format("{}", stored.offset + stored.allocation),
                fmt::format("at most {}, the size of the file", m_Image.Size()));
+    if (const std::int64_t segment = m_Image.UnreadableSegment(stored.offset, stored.length); segment >= 0)
+        refuse("content of an extent", fmt::format("segment {}, which can't be read", segment),
+               "bytes that can be read");
 }
 
 // A link that leads nowhere, or where another leads already, is cut, so that every chain ends.

@@ -50,6 +50,14 @@ std::uint32_t FileImage::FlushCountNow()
     return omi_Load<std::uint32_t>(bytes, kStoredAsIs);
 }
 
+std::int64_t FileImage::UnreadableSegment(std::int64_t start, std::int64_t count) const
+{
+    const auto range =
+        std::upper_bound(m_Unreadable.begin(), m_Unreadable.end(), start,
+                         [](std::int64_t place, const Range& each) { return place < each.end; });
+    return range != m_Unreadable.end() && range->start < start + count ? range->segment : -1;
+}
+
 SpaceBytes::SpaceBytes(FileImage& image, std::vector<Extent> extents)
     : m_Image(image),
       m_Extents(std::move(extents))

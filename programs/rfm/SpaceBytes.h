@@ -21,9 +21,25 @@ public:
     /// The flush count as the file has it now.
     std::uint32_t FlushCountNow();
 
+    /// Bytes that reading would be refused: those of segment `segment` of a compressed file.
+    void SetUnreadable(std::int64_t segment, std::int64_t start, std::int64_t end)
+    {
+        m_Unreadable.push_back({segment, start, end});
+    }
+    /// The first segment under these bytes that can't be read, -1 when they can.
+    std::int64_t UnreadableSegment(std::int64_t start, std::int64_t count) const;
+
 private:
+    struct Range
+    {
+        std::int64_t segment;
+        std::int64_t start;
+        std::int64_t end;
+    };
+
     rfm_File m_File;
     std::int64_t m_Size;
+    std::vector<Range> m_Unreadable; // ascending
 };
 
 /// One contiguous piece of a space.

@@ -1,11 +1,16 @@
 #include "check.h"
 
 #include "DatabaseFile.h"
+#include "FileKind.h"
 #include "FileWalk.h"
+#include "SectorWalk.h"
 #include "Text.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
+#include <sys/stat.h>
+
+#include <optional>
 
 namespace rfm_tool
 {
@@ -19,7 +24,25 @@ struct Finding
     DamageList damages;
     WalkSums sums;
     std::int64_t fileBytes = 0;
+    std::optional<SectorSums> sectors; // of a compressed file
+    bool isWholeWalk = true;           // of the database in the file
 };
+
+// What every write to a file moves.
+struct FileStamp
+{
+    std::int64_t bytes = 0;
+    std::int64_t seconds = 0;
+    std::int64_t nanoseconds = 0;
+    bool operator==(const FileStamp&) const = default;
+};
+
+FileStamp StampOf(const std::string& path)
+{
+    struct stat status = {};
+    if (::stat(path.c_str(), &status) != 0) return {};
+    return {status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
+}
 
 class CheckCommand : public Command
 {
@@ -32,7 +55,8 @@ public:
                "tells each\n"
                "damage on a line: handle, offset in the file, what was found, what was expected, what to do. "
                "It\n"
-               "goes on past damage and never writes. Gaps that a crash left are no damage.\n"
+               "goes on past damage and never writes. Gaps that a crash left are no damage. Of a compressed\n"
+               "file also each sector and stream, and how much of it is of use.\n"
                "Exit code 0: sound; 1: damaged.\n"
                "\n"
                "examples:\n"
@@ -50,6 +74,10 @@ public:
 
 private:
     Finding WalkAtRest() const;
+    bool WalkPlain(Finding& finding) const;
+    bool WalkSectors(Finding& finding) const;
+    bool WalkSegments(Finding& finding) const;
+    static void WriteSectors(Output& output, const SectorSums& sums);
     void WriteText(Output& output, const Finding& finding) const;
     void WriteJson(Output& output, const Finding& finding) const;
 
@@ -61,21 +89,81 @@ private:
 // Sound is sound, whatever a writer does meanwhile. Damage counts only when the file stayed as it was.
 Finding CheckCommand::WalkAtRest() const
 {
+    const bool isCompressed = KindOfFile(m_File) == FileKind::Compressed;
     for (int attempt = 0; attempt < kMostAttempts; ++attempt)
     {
-        FileImage image(m_File);
-        const std::uint32_t before = image.FlushCountNow();
-        Finding finding{DamageList(m_MostOfAnObject), {}, image.Size()};
-        finding.sums = FileWalk(image, finding.damages).Run();
-        if (finding.damages.Count() == 0 || image.FlushCountNow() == before) return finding;
+        Finding finding{DamageList(m_MostOfAnObject), {}, 0, {}};
+        if (isCompressed ? WalkSectors(finding) : WalkPlain(finding)) return finding;
     }
     throw Failure(ExitBusy, OneLine(m_File), "its writer flushes faster than the file can be walked",
                   "check it when the writer rests");
 }
 
+bool CheckCommand::WalkPlain(Finding& finding) const
+{
+    FileImage image(m_File);
+    const std::uint32_t before = image.FlushCountNow();
+    finding.fileBytes = image.Size();
+    finding.sums = FileWalk(image, finding.damages).Run();
+    return finding.damages.Count() == 0 || image.FlushCountNow() == before;
+}
+
+// The sectors first, without the library. It opens the database in them when it can, and its bytes are walked as those
+// of a plain file. Its flush count doesn't move while it is open; what a writer does shows outside.
+bool CheckCommand::WalkSectors(Finding& finding) const
+{
+    const FileStamp before = StampOf(m_File);
+    finding.sectors = SectorWalk(m_File, finding.damages).Run();
+    finding.isWholeWalk = finding.sectors->isOpen && WalkSegments(finding);
+    return finding.damages.Count() == 0 || StampOf(m_File) == before;
+}
+
+// Whether the walk came to its end: a structure that all others depend on may lie in a segment that can't be read.
+bool CheckCommand::WalkSegments(Finding& finding) const
+{
+    try
+    {
+        FileImage image(m_File);
+        for (const HurtSegment& hurt : finding.sectors->hurt)
+            image.SetUnreadable(hurt.index, hurt.start, hurt.end);
+        finding.fileBytes = image.Size();
+        finding.sums = FileWalk(image, finding.damages).Run();
+        return true;
+    }
+    catch (const nex_Exception& cause)
+    {
+        // Only where the sectors have shown the reason; anything else is a fault of this program.
+        if (finding.damages.Count() == 0)
+            throw Failure(ExitUnreadable, OneLine(m_File), PlainMessage(cause.what()), "");
+        return false;
+    }
+    catch (const Failure&)
+    {
+        if (finding.damages.Count() == 0) throw;
+        return false;
+    }
+}
+
+std::string Share(std::int64_t bytes, std::int64_t all)
+{
+    return fmt::format("{} ({:.1f} %)", bytes,
+                       all > 0 ? 100.0 * static_cast<double>(bytes) / static_cast<double>(all) : 0);
+}
+
+void CheckCommand::WriteSectors(Output& output, const SectorSums& sums)
+{
+    const std::int64_t all = sums.live + sums.surplus + sums.lost;
+    output.Line(fmt::format("compressed: {} in {} and {}; live {}, surplus {}, lost {}",
+                            Counted(all, "byte", "bytes"), Counted(sums.sectors, "sector", "sectors"),
+                            Counted(sums.segments, "segment", "segments"), Share(sums.live, all),
+                            Share(sums.surplus, all), Share(sums.lost, all)));
+}
+
 void CheckCommand::WriteText(Output& output, const Finding& finding) const
 {
     for (const Damage& damage : finding.damages.Kept()) output.Line(damage.Line());
+    if (finding.sectors) WriteSectors(output, *finding.sectors);
+    if (!finding.isWholeWalk) output.Line("the database in it could not be walked to its end");
     const WalkSums& sums = finding.sums;
     const std::int64_t count = finding.damages.Count();
     const std::int64_t unlisted = count - static_cast<std::int64_t>(finding.damages.Kept().size());
@@ -84,6 +172,17 @@ void CheckCommand::WriteText(Output& output, const Finding& finding) const
         fmt::format("{}: {}, {}, {}, {}", count == 0 ? "sound" : Counted(count, "damage", "damages"),
                     Counted(finding.fileBytes, "byte", "bytes"), Counted(sums.objects, "object", "objects"),
                     Counted(sums.layouts, "layout", "layouts"), Counted(sums.texts, "text", "texts")));
+}
+
+std::string SectorsJson(const Finding& finding)
+{
+    if (!finding.sectors) return "";
+    const SectorSums& sums = *finding.sectors;
+    return fmt::format(
+        ",\"walked\":{},\"compressed\":{{\"sectors\":{},\"segments\":{},\"segmentsDamaged\":{},"
+        "\"live\":{},\"surplus\":{},\"lost\":{}}}",
+        finding.isWholeWalk, sums.sectors, sums.segments, sums.hurt.size(), sums.live, sums.surplus,
+        sums.lost);
 }
 
 void CheckCommand::WriteJson(Output& output, const Finding& finding) const
@@ -99,8 +198,9 @@ void CheckCommand::WriteJson(Output& output, const Finding& finding) const
     }
     const WalkSums& sums = finding.sums;
     output.Line(fmt::format(
-        "],\"bytes\":{},\"objects\":{},\"extents\":{},\"linkageBlocks\":{},\"layouts\":{},\"texts\":{}}}",
-        finding.fileBytes, sums.objects, sums.extents, sums.linkageBlocks, sums.layouts, sums.texts));
+        "],\"bytes\":{},\"objects\":{},\"extents\":{},\"linkageBlocks\":{},\"layouts\":{},\"texts\":{}{}}}",
+        finding.fileBytes, sums.objects, sums.extents, sums.linkageBlocks, sums.layouts, sums.texts,
+        SectorsJson(finding)));
 }
 
 int CheckCommand::Run(Output& output)

@@ -317,9 +317,7 @@ int DumpCommand::Run(Output& output)
 {
     DatabaseFile file(m_File);
     const Object object = file.Find(m_Object);
-    if (LookAtSemaphore(m_File).isPresent)
-        Note(fmt::format("{}: a writer asks readers to wait; a change may be shown half done",
-                         OneLine(m_File)));
+    TellOfSemaphore(m_File, "a change may be shown half done");
     m_Output = &output;
     const bool isScreen = m_Style.Choose(output) == Style::Aligned && !m_All;
     // Of a screen, the names of the columns, the note behind the rows and the next prompt want a line each.

@@ -1,16 +1,14 @@
 #include "info.h"
 
 #include "DatabaseFile.h"
+#include "FileKind.h"
 #include "Text.h"
-#include "rfm_HeaderFormat.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <array>
-#include <fstream>
 #include <map>
 
 namespace rfm_tool
@@ -18,26 +16,6 @@ namespace rfm_tool
 namespace
 {
 using Json = nlohmann::ordered_json;
-
-// What the header says that the library doesn't give.
-struct Header
-{
-    std::string mark; // of the application
-    int version = 0;
-};
-
-Header ReadHeader(const std::string& path)
-{
-    std::array<unsigned char, rfm_VersionOffset + 4> bytes{};
-    std::ifstream file(path, std::ios::binary);
-    file.read(reinterpret_cast<char*>(bytes.data()), bytes.size());
-    Header header;
-    for (std::size_t i = rfm_MagicBytes - rfm_ApplicationMagicBytes; i < rfm_MagicBytes && bytes[i] != 0; ++i)
-        header.mark += static_cast<char>(bytes[i]);
-    for (std::size_t i = rfm_VersionOffset + 4; i-- > rfm_VersionOffset;)
-        header.version = static_cast<int>(static_cast<unsigned>(header.version) << 8U | bytes[i]);
-    return header;
-}
 
 struct Sums
 {
@@ -112,7 +90,7 @@ public:
 
 private:
     static void WriteText(Output& output, const Json& facts, const Sums& sums, const Semaphore& semaphore,
-                          rfm_Database& database);
+                          DatabaseFile& file);
 
     std::string m_File;
     StyleOptions m_Style;
@@ -121,12 +99,12 @@ private:
 Json Facts(DatabaseFile& file, const Sums& sums, const Semaphore& semaphore)
 {
     rfm_Database& database = file.Database();
-    const Header header = ReadHeader(file.Path());
+    const Header header = file.Header();
     Json facts;
     facts["rfm"] = 1;
     facts["command"] = "info";
     facts["file"] = Json::parse(TextJson(file.Path()));
-    facts["kind"] = "plain";
+    facts["kind"] = KindWord(KindOfFile(file.Path()));
     facts["version"] = header.version;
     facts["application"] = Json::parse(TextJson(header.mark));
     facts["description"] = Json::parse(TextJson(database.Description().View()));
@@ -150,8 +128,9 @@ Json Facts(DatabaseFile& file, const Sums& sums, const Semaphore& semaphore)
 }
 
 void InfoCommand::WriteText(Output& output, const Json& facts, const Sums& sums, const Semaphore& semaphore,
-                            rfm_Database& database)
+                            DatabaseFile& file)
 {
+    rfm_Database& database = file.Database();
     const auto line = [&](std::string_view name, const std::string& value)
     {
         output.Line(output.IsTerminal() ? fmt::format("{:<13}{}", name, value)
@@ -159,8 +138,9 @@ void InfoCommand::WriteText(Output& output, const Json& facts, const Sums& sums,
     };
     const std::int64_t created = facts["created"];
     line("file", OneLine(database.FileName().View()));
-    line("kind", fmt::format("plain database, version {}", facts["version"].get<int>()));
-    line("application", OneLine(ReadHeader(database.FileName().CString()).mark));
+    line("kind", fmt::format("{} database, version {}", facts["kind"].get<std::string>(),
+                             facts["version"].get<int>()));
+    line("application", OneLine(file.Header().mark));
     line("description", OneLine(database.Description().View()));
     line("created", created == 0 ? "unknown" : fmt::format("{} ({})", UtcTime(created), created));
     line("flushes", fmt::format("{}", facts["flushes"].get<std::uint32_t>()));
@@ -185,7 +165,7 @@ int InfoCommand::Run(Output& output)
     if (m_Style.json)
         output.Line(facts.dump(2));
     else
-        WriteText(output, facts, sums, semaphore, file.Database());
+        WriteText(output, facts, sums, semaphore, file);
     if (sums.damaged == 0) return ExitDone;
     Note(fmt::format("{}: {}; `rfm check` tells what is damaged", OneLine(m_File),
                      Counted(sums.damaged, "object can't be described", "objects can't be described")));

@@ -3,8 +3,11 @@
 #include "Output.h"
 #include "Text.h"
 #include "check.h"
+#include "compact.h"
+#include "convert.h"
 #include "dump.h"
 #include "follow.h"
+#include "hash.h"
 #include "info.h"
 #include "ls.h"
 #include "rfm_Library.h"
@@ -35,6 +38,9 @@ Commands AllCommands()
     commands.push_back(MakeDump());
     commands.push_back(MakeCheck());
     commands.push_back(MakeFollow());
+    commands.push_back(MakeConvert());
+    commands.push_back(MakeCompact());
+    commands.push_back(MakeHash());
     commands.push_back(MakeUnlock());
     return commands;
 }
@@ -45,7 +51,10 @@ void SetUpSignals()
 {
     // A reader of our output that leaves shows as EPIPE, which is quiet.
     std::signal(SIGPIPE, SIG_IGN);
-    // Every line is written whole and nothing needs undoing, so leaving at once is safe.
+    // A file that may not grow on shows as EFBIG, which says what it is.
+    std::signal(SIGXFSZ, SIG_IGN);
+    // Every line is written whole and nothing needs undoing, so leaving at once is safe. Whoever writes a new file
+    // puts a handler of its own in this place.
     struct sigaction leave = {};
     leave.sa_handler = LeaveAtInterrupt;
     ::sigaction(SIGINT, &leave, nullptr);
@@ -81,7 +90,8 @@ std::string MainHelp(const Commands& commands)
 {
     std::string help =
         "rfm looks into databases of tables, arrays and streams, while their writer runs or after it\n"
-        "was killed. It changes nothing; only unlock removes something, after asking.\n"
+        "was killed. It changes no file; convert and compact write new ones, and unlock removes a\n"
+        "semaphore, after asking.\n"
         "\n"
         "examples:\n"
         "  rfm job.rdx                 what is it? (rfm info job.rdx)\n"
@@ -216,6 +226,8 @@ int Main(int argc, char** argv)
     const int code = RunGuarded(argc, argv, output);
     output.Flush();
     rfm_finalize(initializations);
+    // HDF5 would try again to write what it could not, and complain at length: everything has been said.
+    if (code == ExitOutput) ::_exit(code);
     if (output.Error() == 0) return code;
     Note(fmt::format("standard output: {}; make room or write elsewhere, what came out is cut off",
                      std::strerror(output.Error())));

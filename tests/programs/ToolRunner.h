@@ -118,6 +118,22 @@ public:
         return result;
     }
 
+    /// The same, but a signal ends it once its output holds `text`.
+    static ToolResult RunOnTerminalUntil(Words words, const std::string& text, int signal)
+    {
+        int terminal = -1;
+        Tool tool(std::move(words), Terminal{});
+        tool.m_Process = ::forkpty(&terminal, nullptr, nullptr, nullptr);
+        if (tool.m_Process == 0) tool.Become();
+        ToolResult result;
+        while (result.out.find(text) == std::string::npos && Append(terminal, result.out)) continue;
+        tool.Signal(signal);
+        while (Append(terminal, result.out)) continue;
+        ::close(terminal);
+        result.code = tool.Wait();
+        return result;
+    }
+
 private:
     struct Terminal
     {

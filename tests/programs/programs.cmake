@@ -1,12 +1,21 @@
 if(TARGET rfm_tool)
+  find_package(fmt REQUIRED)
+  find_package(OpenSSL REQUIRED COMPONENTS Crypto)
   add_area(tool_tests
     programs/rfm_check_test.cpp
+    programs/rfm_check_compressed_test.cpp
+    programs/rfm_compact_test.cpp
+    programs/rfm_convert_test.cpp
     programs/rfm_dump_test.cpp
     programs/rfm_follow_test.cpp
+    programs/rfm_hash_test.cpp
+    programs/rfm_progress_test.cpp
     programs/rfm_tool_test.cpp
+    ${PROJECT_SOURCE_DIR}/programs/rfm/Progress.cpp
   )
-  target_include_directories(tool_tests PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/programs)
+  target_include_directories(tool_tests PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/programs
+                             ${PROJECT_SOURCE_DIR}/programs/rfm)
   target_compile_definitions(tool_tests PRIVATE RFM_TOOL="$<TARGET_FILE:rfm_tool>")
-  target_link_libraries(tool_tests PRIVATE util)
+  target_link_libraries(tool_tests PRIVATE util fmt::fmt OpenSSL::Crypto ZLIB::ZLIB)
   add_dependencies(tool_tests rfm_tool)
 endif()

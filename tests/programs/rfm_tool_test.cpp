@@ -29,7 +29,8 @@ protected:
     std::string m_File = m_Folder / "s.rdx";
 };
 
-const char* const kCommands[] = {"info", "ls", "dump", "check", "follow", "unlock"};
+const char* const kCommands[] = {"info",    "ls",      "dump", "check", "follow",
+                                 "convert", "compact", "hash", "unlock"};
 
 TEST_F(RfmTool, HelpFitsOnAScreenAndBeginsWithWhatItDoes)
 {
@@ -50,7 +51,8 @@ TEST_F(RfmTool, EachCommandHasThreeExamplesAndALineInTheHelp)
         EXPECT_EQ(help.code, 0);
         EXPECT_THAT(all, HasSubstr("\n  " + command + " "));
         EXPECT_THAT(help.out, StartsWith("rfm " + command + ": "));
-        EXPECT_THAT(help.out, HasSubstr("usage: rfm " + command + " FILE"));
+        const bool hasTwoFiles = command == "convert" || command == "compact";
+        EXPECT_THAT(help.out, HasSubstr("usage: rfm " + command + (hasTwoFiles ? " IN OUT" : " FILE")));
         EXPECT_LE(std::count(help.out.begin(), help.out.end(), '\n'), 40);
         const std::string examples =
             help.out.substr(help.out.find("examples:"), help.out.find("usage:") - help.out.find("examples:"));
@@ -87,6 +89,8 @@ TEST_F(RfmTool, AMissingFileIsExitThreeForEveryCommand)
     {
         Tool::Words words{command, missing};
         if (command == "dump") words.emplace_back("4");
+        if (command == "convert" || command == "compact") words.push_back(m_Folder / "out.rdx");
+        if (command == "convert") words.insert(words.end(), {"--to", "plain"});
         ExpectFailure(words, 3, line);
     }
     ExpectFailure({missing}, 3, line);
@@ -102,7 +106,7 @@ TEST_F(RfmTool, WhatIsNoDatabaseIsExitFourWithAReason)
     WriteFile(old, "TVNDFM" + std::string(2000, '\0'));
     const std::string folder = m_Folder / "folder";
     std::filesystem::create_directory(folder);
-    for (const std::string command : {"info", "ls", "check", "follow"})
+    for (const std::string command : {"info", "ls", "check", "follow", "hash"})
     {
         ExpectFailure(
             {command, text}, 4,
@@ -130,13 +134,14 @@ TEST_F(RfmTool, ADamagedDatabaseIsExitFourForReadersAndSendsThemToCheck)
     EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1);
 }
 
-TEST_F(RfmTool, OtherKindsOfDatabaseFilesAreRefusedWithTheirKind)
+TEST_F(RfmTool, ACompressedFileThatWasNeverFlushedIsRefused)
 {
     const std::string compressed = m_Folder / "c.rdx";
     WriteFile(compressed, "MRKTSA00" + std::string(8192, '\0'));
-    const ToolResult result = Tool::Run({"check", compressed});
+    const ToolResult result = Tool::Run({"ls", compressed});
     EXPECT_EQ(result.code, 4);
-    EXPECT_THAT(result.err, HasSubstr("Compressed database files are not supported by this version"));
+    EXPECT_THAT(result.err, StartsWith("rfm: " + compressed + ": "));
+    EXPECT_EQ(Tool::Run({"check", compressed}).code, 1);
 }
 
 TEST_F(RfmTool, AFullDiskIsExitSevenForEveryCommandThatWrites)
@@ -146,6 +151,7 @@ TEST_F(RfmTool, AFullDiskIsExitSevenForEveryCommandThatWrites)
                                      {"dump", m_File, "4"},
                                      {"check", m_File},
                                      {"follow", m_File},
+                                     {"hash", m_File},
                                      {"--help"}})
     {
         const ToolResult result = Tool::Run(words, "", "/dev/full");

@@ -1,0 +1,14 @@
+#pragma once
+
+#include "DatabaseFile.h"
+#include "FileKind.h"
+
+#include <string>
+
+namespace rfm_tool
+{
+/// Writes what a database holds into a new file of the given kind at `path`: each object in one piece, without room
+/// that nothing uses, and no text that nothing refers to. Handles stay, so that what refers to objects stays right.
+/// Throws: Failure when something can't be read or copied; what the library says when the file can't be written.
+void WriteCompacted(DatabaseFile& source, FileKind kind, const std::string& path);
+} // namespace rfm_tool

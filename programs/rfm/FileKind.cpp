@@ -1,0 +1,97 @@
+#include "FileKind.h"
+
+#include <CLI/CLI.hpp>
+
+#include <array>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+
+namespace rfm_tool
+{
+namespace
+{
+constexpr std::array kKinds{FileKind::Plain, FileKind::Compressed, FileKind::Hdf5};
+
+/// The library makes a new file an HDF5 file when this variable is there, so it is there for that one call, and what
+/// the user has set doesn't turn a plain file into another kind.
+class Hdf5Setting
+{
+public:
+    explicit Hdf5Setting(bool isWanted)
+    {
+        if (const char* value = std::getenv(kName)) m_Before = value;
+        if (isWanted)
+            ::setenv(kName, "1", 1);
+        else
+            ::unsetenv(kName);
+    }
+    Hdf5Setting(const Hdf5Setting&) = delete;
+    Hdf5Setting& operator=(const Hdf5Setting&) = delete;
+    ~Hdf5Setting()
+    {
+        if (m_Before)
+            ::setenv(kName, m_Before->c_str(), 1);
+        else
+            ::unsetenv(kName);
+    }
+
+private:
+    static constexpr const char* kName = "MRK_HDF_RDX";
+    std::optional<std::string> m_Before;
+};
+} // namespace
+
+std::string_view KindWord(FileKind kind)
+{
+    switch (kind)
+    {
+    case FileKind::Plain: return "plain";
+    case FileKind::Compressed: return "compressed";
+    case FileKind::Hdf5: break;
+    }
+    return "hdf5";
+}
+
+FileKind KindOfFile(const std::string& path)
+{
+    char bytes[8] = {};
+    std::ifstream file(path, std::ios::binary);
+    file.read(bytes, sizeof bytes);
+    const std::string_view start(bytes, static_cast<std::size_t>(file.gcount()));
+    if (start.starts_with("MRKTSA")) return FileKind::Compressed;
+    return start == "\x89HDF\r\n\x1a\n" ? FileKind::Hdf5 : FileKind::Plain;
+}
+
+std::int64_t BytesOnDisk(const std::string& path)
+{
+    std::error_code unknown;
+    return static_cast<std::int64_t>(std::filesystem::file_size(path, unknown));
+}
+
+FileKind KindOfWord(std::string_view word)
+{
+    for (const FileKind kind : kKinds)
+        if (word == KindWord(kind)) return kind;
+    return FileKind::Plain;
+}
+
+void DeclareKind(CLI::App& app, std::string& word, const std::string& help)
+{
+    const auto judge = [](std::string& text) -> std::string
+    {
+        for (const FileKind kind : kKinds)
+            if (text == KindWord(kind)) return {};
+        return text + " is not plain, compressed or hdf5";
+    };
+    app.add_option("--to", word, help)->type_name("KIND")->check(CLI::Validator(judge, ""));
+}
+
+rfm_File CreateFileOfKind(FileKind kind, const std::string& path)
+{
+    if (kind == FileKind::Compressed) return rfm_File::CreateCompressed(path.c_str());
+    const Hdf5Setting setting(kind == FileKind::Hdf5);
+    return rfm_File::Open(path.c_str(), utl_FileAccessCreate);
+}
+} // namespace rfm_tool

@@ -1,0 +1,88 @@
+#pragma once
+
+// What the tests of the commands that write a new file share: a look at what a folder holds, files that take longer to
+// copy than any test waits, and a disk that is full.
+
+#include "SampleDatabase.h"
+#include "ToolRunner.h"
+
+#include <poll.h>
+#include <sys/inotify.h>
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+/// The kinds of file that a database can lie in: each test of a copy goes from each to each.
+inline const std::vector<std::string> kKinds{"plain", "compressed"};
+
+/// Names in a folder, sorted; the ones that begin with a dot too.
+inline std::vector<std::string> NamesIn(const std::string& folder)
+{
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder))
+        names.push_back(entry.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+/// Waits for what happens in a folder.
+class FolderWatch
+{
+public:
+    explicit FolderWatch(const std::string& folder) : m_Descriptor(::inotify_init1(IN_CLOEXEC))
+    {
+        if (::inotify_add_watch(m_Descriptor, folder.c_str(), IN_MODIFY) < 0)
+            throw std::runtime_error("inotify_add_watch");
+    }
+    FolderWatch(const FolderWatch&) = delete;
+    FolderWatch& operator=(const FolderWatch&) = delete;
+    ~FolderWatch() { ::close(m_Descriptor); }
+
+    /// Returns once something was written into a file of the folder.
+    void WaitForAWrite() const
+    {
+        pollfd end{m_Descriptor, POLLIN, 0};
+        if (::poll(&end, 1, 60000) != 1) throw std::runtime_error("nothing was written");
+        alignas(inotify_event) char events[4096];
+        if (::read(m_Descriptor, events, sizeof events) <= 0) throw std::runtime_error("read of inotify");
+    }
+
+private:
+    int m_Descriptor;
+};
+
+constexpr std::int64_t kEndlessBytes = std::int64_t{1} << 36;
+
+/// Makes a sound sample of 64 GiB, all hole, without taking room on the disk: its plain space 9 is that large.
+inline void MakeEndless(const std::string& path)
+{
+    MakeSample(path);
+    const double end = static_cast<double>(std::filesystem::file_size(path));
+    Overwrite<double>(path, EntryPlace(9), static_cast<double>(kEndlessBytes));
+    Overwrite<double>(path, EntryPlace(9) + 8, static_cast<double>(kEndlessBytes));
+    Overwrite<double>(path, EntryPlace(9) + 16, end);
+    Overwrite<double>(path, 504, 0); // the stamp allows any size
+    std::filesystem::resize_file(path, static_cast<std::uintmax_t>(end) + kEndlessBytes);
+}
+
+/// While it lives, no file of this process and of those that it starts gets larger than `bytes`.
+class FileSizeLimit
+{
+public:
+    explicit FileSizeLimit(rlim_t bytes)
+    {
+        ::getrlimit(RLIMIT_FSIZE, &m_Before);
+        const rlimit tight{bytes, m_Before.rlim_max};
+        ::setrlimit(RLIMIT_FSIZE, &tight);
+    }
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+    ~FileSizeLimit() { ::setrlimit(RLIMIT_FSIZE, &m_Before); }
+
+private:
+    rlimit m_Before{};
+};

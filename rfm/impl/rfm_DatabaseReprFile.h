@@ -69,6 +69,7 @@ public:
     void Reserve(utl_FileOffset amount);
     utl_FileOffset FileLength() const;
     utl_FileOffset MediumSize() const;
+    utl_FileOffset MostStoredBytes() const;
     std::int64_t MostEntries() const noexcept { return m_Linkage->MostEntries(); }
     void WriteAt(std::int64_t offset, const char* bytes, int count);
     /// Bytes that the file lacks read as zero.
@@ -87,6 +88,7 @@ private:
     int ReadFlushCount();
     std::unique_ptr<rfm_LinkageList> ReadLinkage();
     std::unique_ptr<rfm_LinkageList> ReadSettledLinkage();
+    utl_FileOffset EndOfAllocations() const;
     std::unique_ptr<rfm_LinkageBlock> ReadLinkageBlock(std::int64_t offset);
     std::unique_ptr<rfm_SpaceRepr> OpenPool(std::uint32_t handle, std::uint32_t magic, const char* notThere);
     void WriteHeader(const cow_String& magic, const cow_String& description, long long creationTime);

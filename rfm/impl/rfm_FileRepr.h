@@ -32,6 +32,14 @@ public:
     virtual void ClearSizeStamp(int position);
     /// What the medium holds now: the bound for every length that the file claims.
     virtual utl_FileOffset MediumSize() const { return m_PhysicalFileSize; }
+    /// No database in this file has more bytes of content. Below MediumSize where parts that were never written take no
+    /// room.
+    virtual utl_FileOffset MostStoredBytes() const { return MediumSize(); }
+    /// Reads what is there: fewer bytes at the end of the file, none behind it. A back end whose `Read` answers otherwise
+    /// gives its own.
+    virtual int ReadUpToEnd(char* buffer, int count) { return Read(buffer, count); }
+    /// The database in the file reaches up to `end`. Of use where a file may be shorter than what was reserved in it.
+    virtual void RaiseLogicalLength(utl_FileOffset end);
     /// Forgets what was read ahead; another process may have written since.
     virtual void Refresh();
 

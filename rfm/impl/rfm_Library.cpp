@@ -2,6 +2,7 @@
 
 #include "atr_Library.h"
 #include "cow_Library.h"
+#include "hdf_Library.h"
 #include "mem_Library.h"
 #include "nex_Library.h"
 #include "omni_Library.h"
@@ -20,6 +21,7 @@ void rfm_initialize(int& count)
     atr_initialize(count);
     cow_initialize(count);
     nex_initialize(count);
+    hdf_initialize(count);
     utl_initialize(count);
 }
 
@@ -27,6 +29,7 @@ void rfm_finalize(int& count)
 {
     if (!s_Calls.Leave(count)) return;
     utl_finalize(count);
+    hdf_finalize(count);
     nex_finalize(count);
     cow_finalize(count);
     atr_finalize(count);

@@ -28,7 +28,8 @@ constexpr std::int64_t kLeastAhead = 64 * 1024;
 hdf_PropListDatasetAccess WithoutCache()
 {
     hdf_PropListDatasetAccess access;
-    // A chunk that HDF5 keeps and can't write later is lost; one that goes through is refused in the call that brings it.
+    // A chunk that HDF5 keeps and can't write later is lost; one that goes through is refused in the call that brings
+    // it.
     access.SetChunkCache(0);
     return access;
 }

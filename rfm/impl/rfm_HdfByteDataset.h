@@ -20,8 +20,8 @@
 ///          another place, Forget                drained: another place, a full block, Read,
 ///                                               ExtendTo, Flush, the end
 ///
-/// Writes reach HDF5 in the order in which they were made. One that HDF5 refuses stays gathered and is tried again at the
-/// next occasion.
+/// Writes reach HDF5 in the order in which they were made. One that HDF5 refuses stays gathered and is tried again at
+/// the next occasion.
 /// Throws: hdf_Exception for every refusal of HDF5's.
 class rfm_HdfByteDataset
 {

@@ -16,8 +16,8 @@ public:
     hdf_PropListDatasetCreation GetCreationPropList() const;
     /// Grows to at least `size`; never shrinks.
     void Extend(const hdf_DimSpaceInput& size);
-    /// Moves the elements selected in `fileSpace` to those selected in `memSpace` of `buffer`, which is the caller's and
-    /// as large as that shape says.
+    /// Moves the elements selected in `fileSpace` to those selected in `memSpace` of `buffer`, which is the caller's
+    /// and as large as that shape says.
     void Read(const hdf_Datatype& memType, const hdf_Dataspace& memSpace, const hdf_Dataspace& fileSpace,
               void* buffer) const;
     void Write(const hdf_Datatype& memType, const hdf_Dataspace& memSpace, const hdf_Dataspace& fileSpace,

@@ -9,7 +9,7 @@
 hdf_Handle::hdf_Handle(hdf_Handle&& source) noexcept
     : m_Id(source.m_Id),
       m_Close(std::exchange(source.m_Close, nullptr)),
-      m_FileName(source.m_FileName)
+      m_FileName(std::move(source.m_FileName))
 {
 }
 

@@ -15,7 +15,6 @@
 #include <unistd.h>
 
 using HdfFileMaker::Dataset;
-using ::testing::HasSubstr;
 
 namespace
 {
@@ -230,8 +229,8 @@ TEST_F(HdfDamage, AnEmptyDatasetIsNoDatabase)
 
 // --- damage
 
-// Each of a run of files is walked in one child, so that whatever HDF5 itself makes of it shows as what it is; the one at
-// which the child ended is still there.
+// Each of a run of files is walked in one child, so that whatever HDF5 itself makes of it shows as what it is; the one
+// at which the child ended is still there.
 TEST_F(HdfDamage, AFileCutAnywhereIsRefused)
 {
     PutDatabase();

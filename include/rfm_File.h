@@ -25,10 +25,11 @@ public:
     /// Opens or creates the file `name`. Which kind of file an existing one is, its first bytes tell.
     /// `access`: 0 read, 1 update, 2 create (a file of that name is replaced by a fresh, empty one; readers of the
     /// old one keep it). `flag` has no effect; it stays for callers that pass it.
+    /// With `MRK_HDF_RDX` in the environment, a new file is an HDF5 file.
     /// With `MRK_RFM_LOGIFY` in the environment, one line on standard error tells the kind that was chosen.
     /// Throws: rfm_FileNoSuchFile, rfm_FileNotReadable, rfm_FileReadOnlyExc (update without permission; create or
     /// update of a URL), nex_AssertException for any other `access`, utl_FileException for what the operating system
-    /// refuses.
+    /// refuses, hdf_Exception where HDF5 refuses the file, as while another process writes it.
     static rfm_File Open(const cow_String& name, utl_FileAccess access, bool flag = false);
 
     /// Makes a new compressed file, over whatever has the name; from then on `Open` knows it by its first bytes. Its

@@ -37,7 +37,7 @@ FileImage::FileImage(const std::string& path)
 int FileImage::Read(std::int64_t offset, char* bytes, int count)
 {
     m_File.Repr().Seek(offset);
-    const int read = m_File.Repr().Read(bytes, count);
+    const int read = m_File.Repr().ReadUpToEnd(bytes, count);
     std::fill(bytes + read, bytes + count, '\0');
     return read;
 }

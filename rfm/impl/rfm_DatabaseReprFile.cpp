@@ -43,7 +43,7 @@ Magic ReadMagic(rfm_FileRepr& file)
 {
     Magic magic;
     file.Seek(0);
-    magic.read = file.Read(magic.bytes, rfm_MagicBytes);
+    magic.read = file.ReadUpToEnd(magic.bytes, rfm_MagicBytes);
     return magic;
 }
 
@@ -52,7 +52,7 @@ int ReadHeaderInt(rfm_FileRepr& file, int offset)
 {
     char bytes[4] = {};
     file.Seek(offset);
-    file.Read(bytes, sizeof bytes);
+    file.ReadUpToEnd(bytes, sizeof bytes);
     return omi_Load<int>(bytes, file.Swapped());
 }
 
@@ -112,6 +112,7 @@ void rfm_DatabaseReprFile::Open(const cow_String& magic)
     m_FlushCount = ReadFlushCount();
     File().VerifySizeStamp(rfm_SizeStampOffset);
     m_Linkage = ReadSettledLinkage();
+    if (!m_ReadOnly) File().RaiseLogicalLength(EndOfAllocations());
     m_Strings.Attach(OpenPool(rfm_StringPoolHandle, rfm_StringPoolMagic,
                               "***ERROR: String space object is not where it belongs."));
     m_Metadata = std::make_unique<rfm_DBMetadata>(
@@ -146,7 +147,7 @@ int rfm_DatabaseReprFile::ReadFlushCount()
 std::unique_ptr<rfm_LinkageBlock> rfm_DatabaseReprFile::ReadLinkageBlock(std::int64_t offset)
 {
     File().Seek(offset);
-    const int read = File().Read(m_LinkageBuffer.get(), rfm_LinkageBlockBytes);
+    const int read = File().ReadUpToEnd(m_LinkageBuffer.get(), rfm_LinkageBlockBytes);
     std::fill(m_LinkageBuffer.get() + read, m_LinkageBuffer.get() + rfm_LinkageBlockBytes, '\0');
     auto block = std::make_unique<rfm_LinkageBlock>();
     if (!rfm_DecodeLinkageBlock(m_LinkageBuffer.get(), File().Swapped(), *block)) ThrowCorrupt();
@@ -192,6 +193,20 @@ std::unique_ptr<rfm_LinkageList> rfm_DatabaseReprFile::ReadSettledLinkage()
         m_FlushCount = count;
         if (list != nullptr && (settled || attempt >= kMostSettleAttempts)) return list;
     }
+}
+
+// What is reserved counts, written or not: nothing new may be put there.
+utl_FileOffset rfm_DatabaseReprFile::EndOfAllocations() const
+{
+    std::int64_t end = 0;
+    for (std::uint32_t i = 0; i < m_Linkage->Count(); ++i)
+    {
+        const rfm_LinkageBlock& block = m_Linkage->Block(i);
+        end = std::max(end, block.fileOffset + rfm_LinkageBlockBytes);
+        for (std::uint32_t slot = 1; slot < block.used; ++slot)
+            end = std::max(end, block.entries[slot].offset + block.entries[slot].allocation);
+    }
+    return end;
 }
 
 std::unique_ptr<rfm_SpaceRepr> rfm_DatabaseReprFile::OpenPool(std::uint32_t handle, std::uint32_t magic,
@@ -536,7 +551,7 @@ void rfm_DatabaseReprFile::WriteAt(std::int64_t offset, const char* bytes, int c
 void rfm_DatabaseReprFile::ReadAt(std::int64_t offset, char* bytes, int count)
 {
     File().Seek(offset);
-    const int read = File().Read(bytes, count);
+    const int read = File().ReadUpToEnd(bytes, count);
     std::memset(bytes + read, 0, static_cast<std::size_t>(count - read));
 }
 

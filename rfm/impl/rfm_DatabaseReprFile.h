@@ -88,6 +88,7 @@ private:
     int ReadFlushCount();
     std::unique_ptr<rfm_LinkageList> ReadLinkage();
     std::unique_ptr<rfm_LinkageList> ReadSettledLinkage();
+    utl_FileOffset EndOfAllocations() const;
     std::unique_ptr<rfm_LinkageBlock> ReadLinkageBlock(std::int64_t offset);
     std::unique_ptr<rfm_SpaceRepr> OpenPool(std::uint32_t handle, std::uint32_t magic, const char* notThere);
     void WriteHeader(const cow_String& magic, const cow_String& description, long long creationTime);

@@ -1,10 +1,12 @@
 #include "rfm_File.h"
 
 #include "atr_Translate.h"
+#include "hdf_File.h"
 #include "nex_Exception.h"
 #include "rfm_CodecZip.h"
 #include "rfm_EncodedFormat.h"
 #include "rfm_FileReprEncoded.h"
+#include "rfm_FileReprHdf.h"
 #include "rfm_FileReprLocal.h"
 #include "rfm_SectorFormat.h"
 #include "utl_File.h"
@@ -20,7 +22,8 @@ void cow_Deleter<rfm_FileRepr>::Delete(rfm_FileRepr* object) { delete object; }
 
 namespace
 {
-constexpr char kHdf5Signature[] = "\x89HDF\r\n\x1a\n";
+constexpr char kPlainMagic[] = "TVNR";
+constexpr char kHdfDatasetName[] = "rfm";
 constexpr int kCopyBytes = 4096;
 constexpr int kCompressionLevel = 6;
 
@@ -41,11 +44,13 @@ bool StartsWith(const cow_String& name, std::string_view magic)
 }
 
 bool IsCompressed(const cow_String& name) { return StartsWith(name, rfm_SectorMagicStart); }
-bool IsHdf5(const cow_String& name) { return StartsWith(name, kHdf5Signature); }
+// HDF5 looks for its mark at 0 and at powers of two from 512 on, where a plain database may hold anything.
+bool IsHdf5(const cow_String& name) { return !StartsWith(name, kPlainMagic) && hdf_File::IsHdf5(name); }
 
-[[noreturn]] void ThrowNoBackend(const char* kind, const cow_String& name)
+[[noreturn]] void ThrowNoRemote(const cow_String& name)
 {
-    rfm_FileException(atr_Message("*** ERROR: %s files are not supported by this version:\n  %s", kind, name))
+    rfm_FileException(
+        atr_Message("*** ERROR: Remote database files are not supported by this version:\n  %s", name))
         .Throw(__FILE__, __LINE__);
 }
 
@@ -62,10 +67,32 @@ void RefuseUrl(const cow_String& name)
     if (utl_UrlParser::IsUrl(name)) rfm_FileReadOnlyExc(name).Throw(__FILE__, __LINE__);
 }
 
+// The HDF5 file itself stays open as long as the dataset in it.
+rfm_FileRepr* MakeNewHdf5(const cow_String& name)
+{
+    Log("*** Informational: Creating HDF5 based RDX.\n");
+    hdf_File file = hdf_File::Create(name, 0);
+    return new rfm_FileReprHdf(name, file, kHdfDatasetName, utl_FileAccessCreate);
+}
+
+rfm_FileRepr* OpenHdf5ForUpdate(const cow_String& name)
+{
+    Log("*** Informational: Updating HDF5 based RDX.\n");
+    hdf_File file = hdf_File::Open(name, 0);
+    return new rfm_FileReprHdf(name, file, kHdfDatasetName, utl_FileAccessUpdate);
+}
+
+rfm_FileRepr* OpenHdf5ForReading(const cow_String& name)
+{
+    Log("*** Informational: Opening HDF5 based RDX.\n");
+    hdf_File file = hdf_File::Open(name, 1);
+    return new rfm_FileReprHdf(name, file, kHdfDatasetName, utl_FileAccessRead);
+}
+
 rfm_FileRepr* MakeNew(const cow_String& name, bool flag)
 {
     RefuseUrl(name);
-    if (std::getenv("MRK_HDF_RDX") != nullptr) ThrowNoBackend("HDF5 database", name);
+    if (std::getenv("MRK_HDF_RDX") != nullptr) return MakeNewHdf5(name);
     Log("*** Informational: Creating File based RDX.\n");
     return new rfm_FileReprLocal(name, utl_FileAccessCreate, flag);
 }
@@ -79,7 +106,7 @@ rfm_FileRepr* OpenForUpdate(const cow_String& name, bool flag)
     if (IsCompressed(name))
         return OpenCompressed("*** Informational: Updating Compressed File based SDX.\n", name,
                               utl_FileAccessUpdate);
-    if (IsHdf5(name)) ThrowNoBackend("HDF5 database", name);
+    if (IsHdf5(name)) return OpenHdf5ForUpdate(name);
     Log("*** Informational: Updating File based RDX.\n");
     return new rfm_FileReprLocal(name, utl_FileAccessUpdate, flag);
 }
@@ -89,11 +116,11 @@ rfm_FileRepr* OpenForReading(const cow_String& name)
     const utl_FilePath path(name, "");
     if (!path.Exists()) rfm_FileNoSuchFile(name).Throw(__FILE__, __LINE__);
     if (!path.IsReadable()) rfm_FileNotReadable(name).Throw(__FILE__, __LINE__);
-    if (utl_UrlParser::IsUrl(name)) ThrowNoBackend("Remote database", name);
+    if (utl_UrlParser::IsUrl(name)) ThrowNoRemote(name);
     if (IsCompressed(name))
         return OpenCompressed("*** Informational: Opening Compressed File based SDX.\n", name,
                               utl_FileAccessRead);
-    if (IsHdf5(name)) ThrowNoBackend("HDF5 database", name);
+    if (IsHdf5(name)) return OpenHdf5ForReading(name);
     Log("*** Informational: Opening File based RDX.\n");
     return new rfm_FileReprLocal(name, utl_FileAccessRead, true);
 }
@@ -125,7 +152,7 @@ bool rfm_File::ReadOnly() const { return Repr().ReadOnly(); }
 void rfm_File::Copy(const rfm_File& source)
 {
     char buffer[kCopyBytes];
-    for (int read = source.Repr().Read(buffer, kCopyBytes); read > 0;
-         read = source.Repr().Read(buffer, kCopyBytes))
+    for (int read = source.Repr().ReadUpToEnd(buffer, kCopyBytes); read > 0;
+         read = source.Repr().ReadUpToEnd(buffer, kCopyBytes))
         Repr().Write(buffer, read);
 }

@@ -12,6 +12,7 @@ void rfm_FileRepr::WriteSizeStamp(int) {}
 void rfm_FileRepr::VerifySizeStamp(int) {}
 bool rfm_FileRepr::GrowsBy(utl_FileOffset) const { return false; }
 void rfm_FileRepr::ClearSizeStamp(int) {}
+void rfm_FileRepr::RaiseLogicalLength(utl_FileOffset) {}
 void rfm_FileRepr::Refresh() {}
 
 cow_String rfm_SemaphorePath(const cow_String& fileName)

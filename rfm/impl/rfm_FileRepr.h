@@ -35,6 +35,11 @@ public:
     /// The most that was ever written there: the bound for what is read into memory. A file that stores nothing for what
     /// was only reserved may be far longer.
     virtual utl_FileOffset MostContent() const { return MediumSize(); }
+    /// Reads what is there: fewer bytes at the end of the file, none behind it. A back end whose `Read` answers otherwise
+    /// gives its own.
+    virtual int ReadUpToEnd(char* buffer, int count) { return Read(buffer, count); }
+    /// The database in the file reaches up to `end`. Of use where a file may be shorter than what was reserved in it.
+    virtual void RaiseLogicalLength(utl_FileOffset end);
     /// Forgets what was read ahead; another process may have written since.
     virtual void Refresh();
 

@@ -2,6 +2,7 @@
 
 #include "atr_Library.h"
 #include "cow_Library.h"
+#include "hdf_Library.h"
 #include "mem_Library.h"
 #include "nex_Library.h"
 #include "omni_Library.h"
@@ -23,6 +24,7 @@ void rfm_initialize(int& count)
     atr_initialize(count);
     cow_initialize(count);
     nex_initialize(count);
+    hdf_initialize(count);
     utl_initialize(count);
     uti_initialize(count);
 }
@@ -32,6 +34,7 @@ void rfm_finalize(int& count)
     if (!s_Calls.Leave(count)) return;
     uti_finalize(count);
     utl_finalize(count);
+    hdf_finalize(count);
     nex_finalize(count);
     cow_finalize(count);
     atr_finalize(count);

@@ -4,12 +4,14 @@
 #include "Forked.h"
 #include "TestFolder.h"
 #include "Thrown.h"
+#include "hdf_Exception.h"
+#include "hdf_File.h"
 #include "rfm_Database.h"
 #include "rfm_FileRepr.h"
 #include "utl_FileException.h"
 
 #include <algorithm>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -238,11 +240,33 @@ TEST_F(rfm_FileTest, AnExistingPlainFileStaysPlainWhateverNewFilesAreToBe)
               "*** Informational: Opening File based RDX.\n");
 }
 
-TEST_F(rfm_FileTest, TheVariableForNewFilesTurnsCreateAwayFromThePlainBackend)
+TEST_F(rfm_FileTest, TheVariableForNewFilesMakesAnHdf5FileWhateverItHolds)
 {
-    const EnvironmentVariable hdf("MRK_HDF_RDX", "");
-    EXPECT_THROW(rfm_File::Open(Name(), utl_FileAccessCreate), rfm_FileException);
-    EXPECT_FALSE(std::filesystem::exists(Name().CString()));
+    for (const char* value : {"", "0", "1"})
+    {
+        const EnvironmentVariable hdf("MRK_HDF_RDX", value);
+        const rfm_File file = rfm_File::Open(Name(), utl_FileAccessCreate);
+        EXPECT_EQ(file.FileName(), Name());
+        EXPECT_FALSE(file.ReadOnly());
+        EXPECT_EQ(file.Repr().Length(), 0);
+        EXPECT_TRUE(hdf_File::IsHdf5(Name()));
+    }
+}
+
+TEST_F(rfm_FileTest, AnHdf5FileIsLoggedAsOne)
+{
+    const EnvironmentVariable log("MRK_RFM_LOGIFY", "");
+    {
+        const EnvironmentVariable hdf("MRK_HDF_RDX", "");
+        EXPECT_EQ(LogOf([&] { rfm_File::Open(Name(), utl_FileAccessCreate); }),
+                  "*** Informational: Creating HDF5 based RDX.\n");
+    }
+    // Only for a new file does the variable decide.
+    const EnvironmentVariable hdf("MRK_HDF_RDX", nullptr);
+    EXPECT_EQ(LogOf([&] { EXPECT_FALSE(rfm_File::Open(Name(), utl_FileAccessUpdate).ReadOnly()); }),
+              "*** Informational: Updating HDF5 based RDX.\n");
+    EXPECT_EQ(LogOf([&] { EXPECT_TRUE(rfm_File::Open(Name(), utl_FileAccessRead).ReadOnly()); }),
+              "*** Informational: Opening HDF5 based RDX.\n");
 }
 
 TEST_F(rfm_FileTest, TheVariableForNewFilesPlaysNoPartForACompressedOne)
@@ -307,13 +331,27 @@ TEST_F(rfm_FileTest, ACopyIntoACompressedFileAndBackIsTrue)
     EXPECT_LT(BytesOf(Name()).size(), bytes.size() / 5);
 }
 
-TEST_F(rfm_FileTest, AnHdf5FileIsToldByItsSignature)
+// HDF5 looks for its mark at powers of two as well: what a plain database holds there is its own affair.
+TEST_F(rfm_FileTest, APlainDatabaseWithTheMarkOfHdf5InsideIsPlain)
+{
+    std::string bytes(4096, '\0');
+    bytes.replace(0, 4, "TVNR");
+    bytes.replace(2048, 8, "\x89HDF\r\n\x1a\n");
+    PutBytes(Name(), bytes);
+    ASSERT_TRUE(hdf_File::IsHdf5(Name()));
+    const EnvironmentVariable log("MRK_RFM_LOGIFY", "");
+    EXPECT_EQ(LogOf([&] { rfm_File::Open(Name(), utl_FileAccessRead); }),
+              "*** Informational: Opening File based RDX.\n");
+    EXPECT_EQ(LogOf([&] { rfm_File::Open(Name(), utl_FileAccessUpdate); }),
+              "*** Informational: Updating File based RDX.\n");
+}
+
+TEST_F(rfm_FileTest, TheMarkOfHdf5AloneIsRefusedInItsWordsWithTheName)
 {
     PutBytes(Name(), "\x89HDF\r\n\x1a\n and more");
-    const std::string expected =
-        Text("*** ERROR: HDF5 database files are not supported by this version:\n  ");
-    EXPECT_EQ(Thrown<rfm_FileException>([&] { rfm_File::Open(Name(), utl_FileAccessRead); }), expected);
-    EXPECT_EQ(Thrown<rfm_FileException>([&] { rfm_File::Open(Name(), utl_FileAccessUpdate); }), expected);
+    for (const utl_FileAccess access : {utl_FileAccessRead, utl_FileAccessUpdate})
+        EXPECT_THAT(Thrown<hdf_Exception>([&] { rfm_File::Open(Name(), access); }),
+                    ::testing::StartsWith(Text("*** ERROR: HDF5 can't open file:\n  ", ", reason:\n  H5")));
 }
 
 TEST_F(rfm_FileTest, CreateOverAFileOfAnyKindMakesAPlainOne)
@@ -401,6 +439,23 @@ TEST(rfm_FileCopy, FourKibibytesTakeTwoReadsTheSecondGivingNothing)
     EXPECT_EQ(copied.target, source);
     EXPECT_EQ(copied.reads, 2);
     EXPECT_EQ(Copy(source + "y", 0, "", 0).reads, 3);
+}
+
+// A back end whose reads never say that the file has ended.
+TEST_F(rfm_FileTest, ACopyOfAnHdf5FileEndsAtItsEnd)
+{
+    const std::string bytes(4096 + 7, 'x');
+    const EnvironmentVariable hdf("MRK_HDF_RDX", "");
+    const rfm_File source = rfm_File::Open(m_Folder.Path("source"), utl_FileAccessCreate);
+    source.Repr().Write(bytes.data(), static_cast<int>(bytes.size()));
+    source.Repr().Seek(0);
+    int destroyed = 0;
+    auto* target = new MemoryFile("", destroyed);
+    rfm_File targetFile(target);
+    targetFile.Copy(source);
+    EXPECT_TRUE(target->bytes == bytes);
+    targetFile.Copy(source);
+    EXPECT_TRUE(target->bytes == bytes) << "a source at its end copies nothing";
 }
 
 TEST_F(rfm_FileTest, ACopyBetweenFilesMovesEveryByte)

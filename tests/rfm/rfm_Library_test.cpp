@@ -2,6 +2,7 @@
 
 #include "atr_Library.h"
 #include "cow_Library.h"
+#include "hdf_Library.h"
 #include "mem_Library.h"
 #include "nex_Library.h"
 #include "omni_Library.h"
@@ -35,8 +36,8 @@ const Sibling kSiblings[] = {
     {"mem", mem_initialize, mem_finalize}, {"zlib", zlib_initialize, zlib_finalize},
     {"thr", thr_initialize, thr_finalize}, {"omni", omni_initialize, omni_finalize},
     {"atr", atr_initialize, atr_finalize}, {"cow", cow_initialize, cow_finalize},
-    {"nex", nex_initialize, nex_finalize}, {"utl", utl_initialize, utl_finalize},
-    {"uti", uti_initialize, uti_finalize},
+    {"nex", nex_initialize, nex_finalize}, {"hdf", hdf_initialize, hdf_finalize},
+    {"utl", utl_initialize, utl_finalize}, {"uti", uti_initialize, uti_finalize},
 };
 constexpr int kLibraries = 1 + static_cast<int>(std::size(kSiblings));
 

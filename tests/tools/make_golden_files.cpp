@@ -16,6 +16,7 @@ int main(int count, char** words)
     try
     {
         for (const GoldenFile& file : kGoldenFiles) file.write(cow_String(words[1]) + "/" + file.name);
+        WriteHdf5Golden(cow_String(words[1]) + "/" + kHdf5GoldenName);
     }
     catch (const nex_Exception& failure)
     {

@@ -1,5 +1,7 @@
 #include "rfm_GoldenFiles.h"
 
+#include "EnvironmentVariable.h"
+
 #include <rfm.h>
 
 namespace
@@ -157,4 +159,10 @@ std::string GoldenText(int index)
     case 7: return std::string(255, 'q');
     default: return std::string(2049, 'r');
     }
+}
+
+void WriteHdf5Golden(const cow_String& fileName)
+{
+    const EnvironmentVariable hdf("MRK_HDF_RDX", "");
+    WriteTable(fileName);
 }

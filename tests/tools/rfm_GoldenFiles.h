@@ -16,6 +16,11 @@ inline constexpr long long kGoldenCreationTime = 0x12345678;
 inline constexpr int kGoldenFileCount = 7;
 extern const GoldenFile kGoldenFiles[kGoldenFileCount];
 
+/// table.rdx once more, inside an HDF5 file. What HDF5 puts around the bytes is its own affair, so this file is not among
+/// those that are compared as a whole.
+inline constexpr const char* kHdf5GoldenName = "hdf5.rdx";
+void WriteHdf5Golden(const cow_String& fileName);
+
 /// Texts whose lengths lie around the rounding to 4 bytes, with a NUL inside, with bytes above 127, and longer than a
 /// buffer; the empty one is written as well.
 inline constexpr int kGoldenTextCount = 9;

@@ -14,6 +14,7 @@ namespace farend
 {
 /// Frames over TLS over a socket that doesn't block. What is sent waits in a queue until Flush() gets it out; what
 /// arrives is taken a frame at a time, and while nobody takes it, nothing is read: memory is bounded both ways.
+/// SIGPIPE must be ignored: TLS writes with calls that raise it.
 ///
 ///   [ new ] --Prove--> [ proved ] --Finish, or the other end leaves--> [ ended ]
 class Channel

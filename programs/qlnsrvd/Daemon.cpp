@@ -29,11 +29,11 @@ constexpr auto kPatience = 5s;
 constexpr int kMostNotices = 2; // of one session: that it proved the key, and a kill
 constexpr auto kPauseWithoutDescriptors = 100ms;
 
-// IPv6 hosts have a whole network of addresses each: all of them are one.
+// Whose tries are counted together: IPv6 hosts have a whole network of addresses each.
 std::string NetworkOf(sockaddr_storage address, socklen_t bytes)
 {
-    if (address.ss_family == AF_INET6)
-        std::memset(reinterpret_cast<sockaddr_in6&>(address).sin6_addr.s6_addr + 8, 0, 8);
+    in6_addr& host = reinterpret_cast<sockaddr_in6&>(address).sin6_addr;
+    if (address.ss_family == AF_INET6 && !IN6_IS_ADDR_V4MAPPED(&host)) std::memset(host.s6_addr + 8, 0, 8);
     return farend::AddressText(address, bytes);
 }
 } // namespace
@@ -92,45 +92,45 @@ void Daemon::Accept()
             ::poll(nullptr, 0, std::chrono::milliseconds(kPauseWithoutDescriptors).count());
         return;
     }
-    const std::string network = NetworkOf(address, bytes);
-    if (TurnAway(socket.Get(), network)) return;
+    const Peer peer = {farend::AddressText(address, bytes), NetworkOf(address, bytes)};
+    if (TurnAway(socket.Get(), peer)) return;
     farend::SetUpConnection(socket.Get());
-    Admit(std::move(socket), network);
+    Admit(std::move(socket), peer);
 }
 
 // Answers whether it did, with a hello that says why.
-bool Daemon::TurnAway(int socket, const std::string& address) const
+bool Daemon::TurnAway(int socket, const Peer& peer) const
 {
     farend::Hello hello = m_Setting.hello;
-    if (m_FailedTries.MustWait(address))
+    if (m_FailedTries.MustWait(peer.network))
         hello.status = HelloStatus::Waiting;
     else if (CountVisitors(true) >= m_Options.mostConnections || CountVisitors(false) >= kMostUnproved)
         hello.status = HelloStatus::Full;
     else
         return false;
-    m_Setting.log.Write(address, hello.status == HelloStatus::Full ? "turned away: too many connections"
-                                                                   : "turned away: too many wrong keys");
+    m_Setting.log.Write(peer.address, hello.status == HelloStatus::Full ? "turned away: too many connections"
+                                                                        : "turned away: too many wrong keys");
     // A new socket takes so little whole; where it doesn't, the relay hears nothing and says so.
     const std::string bytes = farend::EncodeHello(hello);
     ::send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
     return true;
 }
 
-void Daemon::Admit(Descriptor socket, const std::string& address)
+void Daemon::Admit(Descriptor socket, const Peer& peer)
 {
     int ends[2];
     if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0)
-        return m_Setting.log.Write(address, "turned away: no socket pair");
+        return m_Setting.log.Write(peer.address, "turned away: no socket pair");
     Descriptor ours(ends[0]);
     Descriptor theirs(ends[1]);
     const pid_t self = ::getpid();
     const pid_t process = ::fork();
-    if (process == 0) BecomeSession(self, std::move(socket), std::move(theirs), address);
-    if (process < 0) return m_Setting.log.Write(address, "turned away: no process");
+    if (process == 0) BecomeSession(self, std::move(socket), std::move(theirs), peer.address);
+    if (process < 0) return m_Setting.log.Write(peer.address, "turned away: no process");
     Visitor visitor;
     visitor.process = process;
     visitor.notices = std::move(ours);
-    visitor.address = address;
+    visitor.network = peer.network;
     m_Visitors.push_back(std::move(visitor));
 }
 
@@ -157,7 +157,7 @@ void Daemon::TakeNotice(Visitor& visitor)
     if (notice == static_cast<char>(Notice::Proved))
     {
         visitor.isProved = true;
-        m_FailedTries.Clear(visitor.address);
+        m_FailedTries.Clear(visitor.network);
     }
     else if (visitor.isProved)
     {
@@ -196,7 +196,7 @@ void Daemon::ForgetVisitor(const Visitor& visitor, int status)
     if (visitor.isProved)
         m_EndOfIdling = Deadline::In(m_Options.timeout);
     else if (WIFEXITED(status) && WEXITSTATUS(status) == static_cast<int>(SessionEnd::WrongKey))
-        m_FailedTries.Add(visitor.address);
+        m_FailedTries.Add(visitor.network);
 }
 
 void Daemon::Stop(const char* reason)

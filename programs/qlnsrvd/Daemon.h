@@ -25,20 +25,26 @@ public:
     void Run();
 
 private:
+    // Where a connection comes from: for the log, and for counting its wrong keys.
+    struct Peer
+    {
+        std::string address;
+        std::string network;
+    };
     // A relay and the process that serves it.
     struct Visitor
     {
         pid_t process = -1;
         farend::Descriptor notices;
-        std::string address;
+        std::string network;
         bool isProved = false;
         bool hasKilled = false; // its relay still waits for the answer
     };
 
     void Wait();
     void Accept();
-    bool TurnAway(int socket, const std::string& address) const;
-    void Admit(farend::Descriptor socket, const std::string& address);
+    bool TurnAway(int socket, const Peer& peer) const;
+    void Admit(farend::Descriptor socket, const Peer& peer);
     [[noreturn]] void BecomeSession(pid_t parent, farend::Descriptor socket, farend::Descriptor daemon,
                                     const std::string& address);
     void TakeNotice(Visitor& visitor);

@@ -16,6 +16,7 @@
 #include <climits>
 #include <csignal>
 #include <cstdio>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -171,9 +172,10 @@ RunningDaemon StartDaemon(const Options& options, const farend::Key& key)
     Starter starter(options);
     starter.HandOver(key);
     const std::string report = starter.Report();
+    std::istringstream words(report);
+    std::string first;
     RunningDaemon daemon;
-    if (starter.HasEndedWell() &&
-        std::sscanf(report.c_str(), "listening %d %d", &daemon.port, &daemon.process) == 2)
+    if (starter.HasEndedWell() && words >> first >> daemon.port >> daemon.process && first == "listening")
         return daemon;
     const std::string line = report.substr(0, report.find('\n'));
     throw Failure(line.empty() ? "qlnsrvd ended without a word" : line);

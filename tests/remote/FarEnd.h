@@ -172,7 +172,10 @@ protected:
     {
         words.insert(words.begin(), Program("qlnsrvd"));
         const ChildResult result = BoundedChild(words).Finish(KeyMessage(key));
-        ASSERT_EQ(std::sscanf(result.out.c_str(), "listening %d %d", &m_Port, &m_Daemon), 2) << result.err;
+        std::istringstream report(result.out);
+        std::string word;
+        report >> word >> m_Port >> m_Daemon;
+        ASSERT_TRUE(report && word == "listening") << result.err;
         m_Key = key;
     }
     /// Waits for the daemon's end, and answers its exit code.

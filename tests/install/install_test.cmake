@@ -39,6 +39,20 @@ elseif(STEP STREQUAL "pkg_config")
   set(ENV{LD_LIBRARY_PATH} ${prefix}/${LIBDIR})
   expect_consumer_output(${WORK_DIR}/pkg_config_consumer)
 
+elseif(STEP STREQUAL "relay")
+  # The place below a folder of MRL_PATH where the library looks for it.
+  set(relay ${prefix}/${LIBEXECDIR}/rfm/External/qlnsrv/qlnsrv)
+  execute_process(COMMAND ${relay} RESULT_VARIABLE result ERROR_VARIABLE error)
+  if(NOT result EQUAL 1 OR NOT error STREQUAL "qlnsrv, there is no host: use -cpu HOST\n")
+    message(FATAL_ERROR "${relay} answered ${result}:\n${error}")
+  endif()
+  # The driver finds the daemon beside itself, and the daemon refuses the port.
+  execute_process(COMMAND ${prefix}/${BINDIR}/marlek networkDBConnector -automaticServer -port x
+                  RESULT_VARIABLE result OUTPUT_VARIABLE output)
+  if(NOT result EQUAL 1 OR NOT output MATCHES "^\\*\\*\\* Error: qlnsrvd, -port wants ")
+    message(FATAL_ERROR "marlek answered ${result}:\n${output}")
+  endif()
+
 elseif(STEP STREQUAL "headers")
   file(GLOB headers RELATIVE ${prefix}/${INCLUDEDIR} ${prefix}/${INCLUDEDIR}/*.h)
   list(LENGTH headers headerCount)

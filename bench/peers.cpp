@@ -21,6 +21,12 @@ std::vector<Peer> AllPeers()
 #else
     peers.push_back({.name = "HDF5", .note = "not found when this was configured, skipped"});
 #endif
+#ifdef RFM_BENCH_HTSLIB
+    peers.push_back(BgzfPeer());
+#else
+    peers.push_back({.name = "BGZF", .note = "not found when this was configured, skipped"});
+#endif
+    peers.push_back(DeflatePeer());
     return peers;
 }
 

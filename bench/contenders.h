@@ -90,41 +90,40 @@ struct WholeFile
     int count;
 };
 
-class WholeWrite : public FileContender
+class WholeContender : public FileContender
 {
 public:
-    WholeWrite(const Setting& setting, const WholeFile& whole)
+    WholeContender(const Setting& setting, const WholeFile& whole)
         : FileContender(setting, whole.store.fileName),
           m_Whole(whole)
     {
     }
+
+protected:
+    const WholeFile m_Whole;
+};
+
+class WholeWrite : public WholeContender
+{
+public:
+    using WholeContender::WholeContender;
     void Prepare(int /*round*/) override { m_Whole.store.remove(m_File); }
     double Run() override
     {
         return SecondsOf([&] { m_Whole.write(m_File, m_Whole.count); });
     }
     std::uint64_t Verify() override { return m_Whole.read(m_File, m_Whole.count); }
-
-private:
-    const WholeFile m_Whole;
 };
 
-class WholeRead : public FileContender
+class WholeRead : public WholeContender
 {
 public:
-    WholeRead(const Setting& setting, const WholeFile& whole)
-        : FileContender(setting, whole.store.fileName),
-          m_Whole(whole)
-    {
-    }
+    using WholeContender::WholeContender;
     void Build() override { m_Whole.write(m_File, m_Whole.count); }
     double Run() override
     {
         return SecondsOf([&] { m_Sum = m_Whole.read(m_File, m_Whole.count); });
     }
-
-private:
-    const WholeFile m_Whole;
 };
 
 template <class Store> std::uint64_t SumRowsOf(const std::string& file, int /*count*/)
@@ -274,31 +273,33 @@ template <class Store> std::unique_ptr<Contender> MakeInterned(const Setting& se
 }
 
 /// The bytes that a field takes in its file.
-class WholeSize : public FileContender
+class WholeSize : public WholeContender
 {
 public:
-    WholeSize(const Setting& setting, const WholeFile& whole)
-        : FileContender(setting, whole.store.fileName),
-          m_Whole(whole)
-    {
-    }
+    using WholeContender::WholeContender;
     void Build() override { m_Whole.write(m_File, m_Whole.count); }
     double Run() override { return static_cast<double>(std::filesystem::file_size(m_File)); }
     std::uint64_t Verify() override { return m_Whole.read(m_File, m_Whole.count); }
-
-private:
-    const WholeFile m_Whole;
 };
 
+/// The sum of a field of which `read(index, block)` reads one block.
+template <class Read> std::uint64_t SumField(int blockCount, Read&& read)
+{
+    std::vector<char> block(kBlockBytes);
+    std::uint64_t sum = 0;
+    for (int i = 0; i < blockCount; ++i)
+    {
+        read(i, block.data());
+        sum += FieldBlockSum(block.data(), i);
+    }
+    return sum;
+}
+
 /// Times reads of single rows of a field's results. `Held` is made from (file, count) and has ReadRow(row, target).
-template <class Held> class FieldRandom : public FileContender
+template <class Held> class FieldRandom : public WholeContender
 {
 public:
-    FieldRandom(const Setting& setting, const WholeFile& whole)
-        : FileContender(setting, whole.store.fileName),
-          m_Whole(whole)
-    {
-    }
+    using WholeContender::WholeContender;
     void Build() override { m_Whole.write(m_File, m_Whole.count); }
     void Prepare(int /*round*/) override { m_Held.emplace(m_File, m_Whole.count); }
     double Run() override
@@ -322,7 +323,6 @@ public:
     }
 
 private:
-    const WholeFile m_Whole;
     std::optional<Held> m_Held;
 };
 

@@ -231,14 +231,7 @@ void WriteField(const std::string& name, int count)
 std::uint64_t ReadField(const std::string& name, int count)
 {
     Descriptor file(name, O_RDONLY);
-    std::vector<char> block(kBlockBytes);
-    std::uint64_t sum = 0;
-    for (int i = 0; i < count; ++i)
-    {
-        file.Read(block.data(), block.size());
-        sum += FieldBlockSum(block.data(), i);
-    }
-    return sum;
+    return SumField(count, [&](int /*index*/, char* block) { file.Read(block, kBlockBytes); });
 }
 
 constexpr int kPiecesPerBlock = kBlockBytes / static_cast<int>(kDeflatePiece);
@@ -304,18 +297,15 @@ private:
 std::uint64_t ReadStreams(const std::string& name, int blockCount)
 {
     HeldStreams streams(name, blockCount);
-    std::vector<char> block(kBlockBytes);
-    std::uint64_t sum = 0;
-    for (int i = 0; i < blockCount; ++i)
-    {
-        for (int piece = 0; piece < kPiecesPerBlock; ++piece)
-        {
-            streams.ReadPiece(i * kPiecesPerBlock + piece,
-                              block.data() + static_cast<std::size_t>(piece) * kDeflatePiece);
-        }
-        sum += FieldBlockSum(block.data(), i);
-    }
-    return sum;
+    return SumField(blockCount,
+                    [&](int index, char* block)
+                    {
+                        for (int piece = 0; piece < kPiecesPerBlock; ++piece)
+                        {
+                            streams.ReadPiece(index * kPiecesPerBlock + piece,
+                                              block + static_cast<std::size_t>(piece) * kDeflatePiece);
+                        }
+                    });
 }
 
 /// The bytes of zlib's own streams, each inflated again for the checksum.
@@ -326,18 +316,18 @@ public:
     void Build() override
     {
         std::vector<char> stream(DeflateRoom());
-        std::vector<char> back(kBlockBytes);
-        for (int i = 0; i < m_BlockCount; ++i)
-        {
-            const auto* block = static_cast<const char*>(FieldBlock(i, m_BlockCount));
-            for (std::size_t at = 0; at < back.size(); at += kDeflatePiece)
-            {
-                const std::size_t length = DeflateByZlib(block + at, kDeflatePiece, stream.data());
-                Inflate(stream.data(), length, back.data() + at, kDeflatePiece);
-                m_StoredBytes += static_cast<double>(length);
-            }
-            m_Sum += FieldBlockSum(back.data(), i);
-        }
+        m_Sum = SumField(m_BlockCount,
+                         [&](int index, char* back)
+                         {
+                             const auto* block = static_cast<const char*>(FieldBlock(index, m_BlockCount));
+                             for (std::size_t at = 0; at < kBlockBytes; at += kDeflatePiece)
+                             {
+                                 const std::size_t length =
+                                     DeflateByZlib(block + at, kDeflatePiece, stream.data());
+                                 Inflate(stream.data(), length, back + at, kDeflatePiece);
+                                 m_StoredBytes += static_cast<double>(length);
+                             }
+                         });
     }
     void Prepare(int /*round*/) override {}
     double Run() override { return m_StoredBytes; }

@@ -81,14 +81,7 @@ void WriteField(const std::string& name, int count)
 std::uint64_t ReadField(const std::string& name, int count)
 {
     File file(name, "r");
-    std::vector<char> block(kBlockBytes);
-    std::uint64_t sum = 0;
-    for (int i = 0; i < count; ++i)
-    {
-        file.Read(block.data(), block.size());
-        sum += FieldBlockSum(block.data(), i);
-    }
-    return sum;
+    return SumField(count, [&](int /*index*/, char* block) { file.Read(block, kBlockBytes); });
 }
 
 class HeldField

@@ -60,13 +60,9 @@ private:
     }
     void InflateAll()
     {
-        m_Sum = 0;
-        std::vector<char> block(kBlockBytes);
-        for (int i = 0; i < m_Sizes.fieldBlockCount; ++i)
-        {
-            m_Pieces.Inflate(static_cast<std::size_t>(i) * kPiecesPerBlock, block.data(), block.size());
-            m_Sum += FieldBlockSum(block.data(), i);
-        }
+        m_Sum = SumField(
+            m_Sizes.fieldBlockCount, [&](int index, char* block)
+            { m_Pieces.Inflate(static_cast<std::size_t>(index) * kPiecesPerBlock, block, kBlockBytes); });
     }
     const Kind m_Kind;
     DeflatedPieces m_Pieces;

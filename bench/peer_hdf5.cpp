@@ -363,17 +363,15 @@ std::uint64_t ReadField(const std::string& file, int count)
     const Id open = OpenFile(file, H5F_ACC_RDONLY, kFieldCache);
     Pieces results(open, kResults, H5T_NATIVE_DOUBLE, kBlockDoubles);
     Pieces connectivity(open, kConnectivity, H5T_NATIVE_INT, kBlockInts);
-    std::vector<char> block(kBlockBytes);
-    std::uint64_t sum = 0;
-    for (int i = 0; i < count; ++i)
-    {
-        if (i < ResultBlocks(count))
-            results.Read(i, block.data());
-        else
-            connectivity.Read(i - ResultBlocks(count), block.data());
-        sum += FieldBlockSum(block.data(), i);
-    }
-    return sum;
+    const int resultBlocks = ResultBlocks(count);
+    return SumField(count,
+                    [&](int index, char* block)
+                    {
+                        if (index < resultBlocks)
+                            results.Read(index, block);
+                        else
+                            connectivity.Read(index - resultBlocks, block);
+                    });
 }
 
 class HeldField
@@ -408,14 +406,7 @@ std::uint64_t ReadBytes(const std::string& file, int count)
 {
     const Id open(H5Fopen(file.c_str(), H5F_ACC_RDONLY, H5P_DEFAULT), H5Fclose, "open file");
     Pieces blocks(open, kBytes, H5T_NATIVE_SCHAR, kBlockBytes);
-    std::vector<char> block(kBlockBytes);
-    std::uint64_t sum = 0;
-    for (int i = 0; i < count; ++i)
-    {
-        blocks.Read(i, block.data());
-        sum += FieldBlockSum(block.data(), i);
-    }
-    return sum;
+    return SumField(count, [&](int index, char* block) { blocks.Read(index, block); });
 }
 
 void WriteObjects(const std::string& file, int count)

@@ -2,9 +2,9 @@
 // contenders of a workload in turn, so that noise of the machine meets all of them alike.
 #pragma once
 
+#include "clock.h"
 #include "workloads.h"
 
-#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <memory>
@@ -44,9 +44,9 @@ using ContenderMaker = std::unique_ptr<Contender> (*)(Kind kind, const Setting& 
 
 template <class Work> double SecondsOf(Work&& work)
 {
-    const auto start = std::chrono::steady_clock::now();
+    const double start = SecondsNow();
     work();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    return SecondsNow() - start;
 }
 
 } // namespace bench

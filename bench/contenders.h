@@ -22,12 +22,16 @@ enum class RowUse
 using WriteSome = void (*)(const std::string& file, int count);
 using ReadSome = std::uint64_t (*)(const std::string& file, int count);
 
-/// The steps that open a file themselves and close it again. Reading gives the sum of what was read.
-struct StoreSteps
+struct FileSteps
 {
     const char* fileName;
     /// Removes a file and what the store keeps beside it.
     void (*remove)(const std::string& file);
+};
+
+/// The steps that open a file themselves and close it again. Reading gives the sum of what was read.
+struct StoreSteps : FileSteps
+{
     WriteSome writeRows;
     WriteSome writeBlocks;
     ReadSome readBlocks;
@@ -80,47 +84,46 @@ protected:
 /// A file that is written in one go and read in one go.
 struct WholeFile
 {
-    const StoreSteps& store;
+    const FileSteps& store;
     WriteSome write;
     ReadSome read;
     int count;
 };
 
-class WholeWrite : public FileContender
+class WholeContender : public FileContender
 {
 public:
-    WholeWrite(const Setting& setting, const WholeFile& whole)
+    WholeContender(const Setting& setting, const WholeFile& whole)
         : FileContender(setting, whole.store.fileName),
           m_Whole(whole)
     {
     }
+
+protected:
+    const WholeFile m_Whole;
+};
+
+class WholeWrite : public WholeContender
+{
+public:
+    using WholeContender::WholeContender;
     void Prepare(int /*round*/) override { m_Whole.store.remove(m_File); }
     double Run() override
     {
         return SecondsOf([&] { m_Whole.write(m_File, m_Whole.count); });
     }
     std::uint64_t Verify() override { return m_Whole.read(m_File, m_Whole.count); }
-
-private:
-    const WholeFile m_Whole;
 };
 
-class WholeRead : public FileContender
+class WholeRead : public WholeContender
 {
 public:
-    WholeRead(const Setting& setting, const WholeFile& whole)
-        : FileContender(setting, whole.store.fileName),
-          m_Whole(whole)
-    {
-    }
+    using WholeContender::WholeContender;
     void Build() override { m_Whole.write(m_File, m_Whole.count); }
     double Run() override
     {
         return SecondsOf([&] { m_Sum = m_Whole.read(m_File, m_Whole.count); });
     }
-
-private:
-    const WholeFile m_Whole;
 };
 
 template <class Store> std::uint64_t SumRowsOf(const std::string& file, int /*count*/)
@@ -269,6 +272,74 @@ template <class Store> std::unique_ptr<Contender> MakeInterned(const Setting& se
     return nullptr;
 }
 
+/// The bytes that a field takes in its file.
+class WholeSize : public WholeContender
+{
+public:
+    using WholeContender::WholeContender;
+    void Build() override { m_Whole.write(m_File, m_Whole.count); }
+    double Run() override { return static_cast<double>(std::filesystem::file_size(m_File)); }
+    std::uint64_t Verify() override { return m_Whole.read(m_File, m_Whole.count); }
+};
+
+/// The sum of a field of which `read(index, block)` reads one block.
+template <class Read> std::uint64_t SumField(int blockCount, Read&& read)
+{
+    std::vector<char> block(kBlockBytes);
+    std::uint64_t sum = 0;
+    for (int i = 0; i < blockCount; ++i)
+    {
+        read(i, block.data());
+        sum += FieldBlockSum(block.data(), i);
+    }
+    return sum;
+}
+
+/// Times reads of single rows of a field's results. `Held` is made from (file, count) and has ReadRow(row, target).
+template <class Held> class FieldRandom : public WholeContender
+{
+public:
+    using WholeContender::WholeContender;
+    void Build() override { m_Whole.write(m_File, m_Whole.count); }
+    void Prepare(int /*round*/) override { m_Held.emplace(m_File, m_Whole.count); }
+    double Run() override
+    {
+        return SecondsOf(
+            [&]
+            {
+                m_Sum = 0;
+                std::array<double, kFieldRowDoubles> row{};
+                for (int step = 0; step < m_Sizes.fieldRandomCount; ++step)
+                {
+                    m_Held->ReadRow(RandomPosition(step, ResultRows(m_Whole.count)), row.data());
+                    m_Sum += FieldRowSum(row.data(), step);
+                }
+            });
+    }
+    std::uint64_t Verify() override
+    {
+        m_Held.reset();
+        return m_Sum;
+    }
+
+private:
+    std::optional<Held> m_Held;
+};
+
+/// The contender of a compressed field that `whole` writes and reads, and `Held` reads at random.
+template <class Held>
+std::unique_ptr<Contender> MakeCompressed(Kind kind, const Setting& setting, const WholeFile& whole)
+{
+    switch (kind)
+    {
+    case Kind::CompressedWrite: return std::make_unique<WholeWrite>(setting, whole);
+    case Kind::CompressedRead: return std::make_unique<WholeRead>(setting, whole);
+    case Kind::CompressedRandom: return std::make_unique<FieldRandom<Held>>(setting, whole);
+    case Kind::CompressedSize: return std::make_unique<WholeSize>(setting, whole);
+    default: return nullptr;
+    }
+}
+
 /// The contender of `Store` for a workload; null for one that stores enter each in their own way, or not at all.
 template <class Store> std::unique_ptr<Contender> MakeOf(Kind kind, const Setting& setting)
 {
@@ -287,9 +358,8 @@ template <class Store> std::unique_ptr<Contender> MakeOf(Kind kind, const Settin
     case Kind::OpenStrings: return MakeReopened<Store>(kind, setting);
     case Kind::Intern: return MakeInterned<Store>(setting);
     case Kind::Visible: return MakeVisible(LiveOf<Store>(setting.File(Store::kSteps.fileName)), setting);
-    case Kind::Followed: return nullptr;
+    default: return nullptr;
     }
-    return nullptr;
 }
 
 } // namespace bench

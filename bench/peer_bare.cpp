@@ -1,6 +1,7 @@
 // The floor under every figure: the plain system calls on the same bytes, and a plain hash table for interning.
 
 #include "contenders.h"
+#include "deflate.h"
 #include "peers.h"
 
 #include <algorithm>
@@ -221,6 +222,123 @@ std::uint64_t ReadObjects(const std::string& name, int count)
     return sum;
 }
 
+void WriteField(const std::string& name, int count)
+{
+    Descriptor file(name, O_RDWR | O_CREAT | O_TRUNC);
+    for (int i = 0; i < count; ++i) file.Write(FieldBlock(i, count), kBlockBytes);
+}
+
+std::uint64_t ReadField(const std::string& name, int count)
+{
+    Descriptor file(name, O_RDONLY);
+    return SumField(count, [&](int /*index*/, char* block) { file.Read(block, kBlockBytes); });
+}
+
+constexpr int kPiecesPerBlock = kBlockBytes / static_cast<int>(kDeflatePiece);
+
+/// Where the stream of each piece ends; they lie end to end.
+using StreamEnds = std::vector<std::int64_t>;
+
+/// The streams, and behind them where each ends.
+void WriteStreams(const std::string& name, int blockCount)
+{
+    Descriptor file(name, O_RDWR | O_CREAT | O_TRUNC);
+    std::vector<char> stream(DeflateRoom());
+    StreamEnds ends;
+    std::int64_t end = 0;
+    for (int i = 0; i < blockCount * kPiecesPerBlock; ++i)
+    {
+        const int piece = i % kPiecesPerBlock;
+        const auto* block = static_cast<const char*>(FieldBlock(i / kPiecesPerBlock, blockCount));
+        const std::size_t length =
+            Deflate(block + static_cast<std::size_t>(piece) * kDeflatePiece, kDeflatePiece, stream.data());
+        file.WriteAt(stream.data(), length, end);
+        end += static_cast<std::int64_t>(length);
+        ends.push_back(end);
+    }
+    file.WriteAt(ends.data(), ends.size() * sizeof(end), end);
+}
+
+class HeldStreams
+{
+public:
+    HeldStreams(const std::string& file, int blockCount)
+        : m_File(file, O_RDONLY),
+          m_Ends(static_cast<std::size_t>(blockCount * kPiecesPerBlock)),
+          m_Stream(DeflateRoom()),
+          m_Piece(kDeflatePiece)
+    {
+        const std::size_t indexBytes = m_Ends.size() * sizeof(m_Ends[0]);
+        const auto fileBytes = static_cast<std::int64_t>(std::filesystem::file_size(file));
+        m_File.ReadAt(m_Ends.data(), indexBytes, fileBytes - static_cast<std::int64_t>(indexBytes));
+    }
+    void ReadPiece(int piece, char* target)
+    {
+        const auto at = static_cast<std::size_t>(piece);
+        const std::int64_t start = at == 0 ? 0 : m_Ends[at - 1];
+        const auto length = static_cast<std::size_t>(m_Ends[at] - start);
+        m_File.ReadAt(m_Stream.data(), length, start);
+        Inflate(m_Stream.data(), length, target, kDeflatePiece);
+    }
+    void ReadRow(int row, double* target)
+    {
+        constexpr int kRowsPerPiece = static_cast<int>(kDeflatePiece) / kFieldRowBytes;
+        ReadPiece(row / kRowsPerPiece, m_Piece.data());
+        std::memcpy(target, m_Piece.data() + row % kRowsPerPiece * kFieldRowBytes, kFieldRowBytes);
+    }
+
+private:
+    Descriptor m_File;
+    StreamEnds m_Ends;
+    std::vector<char> m_Stream;
+    std::vector<char> m_Piece;
+};
+
+std::uint64_t ReadStreams(const std::string& name, int blockCount)
+{
+    HeldStreams streams(name, blockCount);
+    return SumField(blockCount,
+                    [&](int index, char* block)
+                    {
+                        for (int piece = 0; piece < kPiecesPerBlock; ++piece)
+                        {
+                            streams.ReadPiece(index * kPiecesPerBlock + piece,
+                                              block + static_cast<std::size_t>(piece) * kDeflatePiece);
+                        }
+                    });
+}
+
+/// The bytes of zlib's own streams, each inflated again for the checksum.
+class ZlibSize : public Contender
+{
+public:
+    explicit ZlibSize(const Setting& setting) : m_BlockCount(setting.sizes.fieldBlockCount) {}
+    void Build() override
+    {
+        std::vector<char> stream(DeflateRoom());
+        m_Sum = SumField(m_BlockCount,
+                         [&](int index, char* back)
+                         {
+                             const auto* block = static_cast<const char*>(FieldBlock(index, m_BlockCount));
+                             for (std::size_t at = 0; at < kBlockBytes; at += kDeflatePiece)
+                             {
+                                 const std::size_t length =
+                                     DeflateByZlib(block + at, kDeflatePiece, stream.data());
+                                 Inflate(stream.data(), length, back + at, kDeflatePiece);
+                                 m_StoredBytes += static_cast<double>(length);
+                             }
+                         });
+    }
+    void Prepare(int /*round*/) override {}
+    double Run() override { return m_StoredBytes; }
+    std::uint64_t Verify() override { return m_Sum; }
+
+private:
+    const int m_BlockCount;
+    double m_StoredBytes = 0;
+    std::uint64_t m_Sum = 0;
+};
+
 /// Reads the header and every block of a directory that lies between its objects, as an opener must, and one object.
 class ObjectReader
 {
@@ -419,13 +537,30 @@ private:
     std::vector<StoredRow> m_Rows;
 };
 
-constexpr StoreSteps kSteps{"bench.bare", RemoveFile,   WriteRows,  WriteBlocks,
-                            ReadBlocks,   WriteObjects, ReadObjects};
+constexpr StoreSteps kSteps{
+    {"bench.bare", RemoveFile}, WriteRows, WriteBlocks, ReadBlocks, WriteObjects, ReadObjects};
 using Store = StoreOf<kSteps, RowFile, ObjectReader, TextReader, TextInterner, CountedWriter, CountedReader>;
 
 std::unique_ptr<Contender> Make(Kind kind, const Setting& setting)
 {
-    return kind == Kind::Followed ? MakeRfmUnfollowed(setting) : MakeOf<Store>(kind, setting);
+    const int fieldBlocks = setting.sizes.fieldBlockCount;
+    const WholeFile field{kSteps, WriteField, ReadField, fieldBlocks};
+    switch (kind)
+    {
+    case Kind::Followed: return MakeRfmUnfollowed(setting);
+    case Kind::CompressedWrite:
+    case Kind::CompressedRead:
+    case Kind::CompressedRandom:
+        return MakeCompressed<HeldStreams>(kind, setting, {kSteps, WriteStreams, ReadStreams, fieldBlocks});
+    case Kind::CompressedSize: return std::make_unique<ZlibSize>(setting);
+    case Kind::CompressedAppend:
+    case Kind::HdfAppend: return MakeRfmPlain(Kind::Append, setting);
+    case Kind::CompressedScan:
+    case Kind::HdfScan: return MakeRfmPlain(Kind::Scan, setting);
+    case Kind::HdfWrite: return std::make_unique<WholeWrite>(setting, field);
+    case Kind::HdfRead: return std::make_unique<WholeRead>(setting, field);
+    default: return MakeOf<Store>(kind, setting);
+    }
 }
 
 } // namespace

@@ -461,8 +461,8 @@ private:
     Environment m_Environment;
 };
 
-constexpr StoreSteps kSteps{"bench.lmdb", RemoveDatabase, WriteRows,  WriteBlocks,
-                            ReadBlocks,   WriteObjects,   ReadObjects};
+constexpr StoreSteps kSteps{
+    {"bench.lmdb", RemoveDatabase}, WriteRows, WriteBlocks, ReadBlocks, WriteObjects, ReadObjects};
 using Store = StoreOf<kSteps, RowTable, ObjectReader, TextReader, TextInterner, MapWriter, MapReader>;
 
 } // namespace

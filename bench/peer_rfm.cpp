@@ -5,6 +5,7 @@
 #include "peers.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <rfm.h>
 #include <stdexcept>
 #include <utility>
@@ -37,10 +38,35 @@ private:
     int m_Count = 0;
 };
 
-rfm_Database Create(const std::string& file)
+/// How a new file of one kind is made. Opening one needs no such word: its first bytes tell.
+using NewFile = rfm_File (*)(const std::string& file);
+
+rfm_File NewPlain(const std::string& file) { return rfm_File::Open(file.c_str(), utl_FileAccessCreate); }
+rfm_File NewCompressed(const std::string& file) { return rfm_File::CreateCompressed(file.c_str()); }
+
+/// The variable that turns new files into HDF5 files is set for this one alone.
+class HdfWanted
+{
+public:
+    HdfWanted() { ::setenv(kVariable, "", 1); }
+    HdfWanted(const HdfWanted&) = delete;
+    HdfWanted& operator=(const HdfWanted&) = delete;
+    ~HdfWanted() { ::unsetenv(kVariable); }
+
+private:
+    static constexpr const char* kVariable = "MRK_HDF_RDX";
+};
+
+rfm_File NewHdf(const std::string& file)
+{
+    const HdfWanted wanted;
+    return NewPlain(file);
+}
+
+rfm_Database Create(const std::string& file, NewFile newFile)
 {
     Library::Start();
-    return rfm_Database::Create(rfm_File::Open(file.c_str(), utl_FileAccessCreate), kMagic, "benchmark", 1);
+    return rfm_Database::Create(newFile(file), kMagic, "benchmark", 1);
 }
 
 rfm_Database Open(const std::string& file, utl_FileAccess access = utl_FileAccessRead)
@@ -106,9 +132,9 @@ std::uint64_t SumOfRow(const rfm_Row& source, int position)
     return RowSum(row, position);
 }
 
-void WriteRows(const std::string& file, int count)
+template <NewFile kNewFile> void WriteRows(const std::string& file, int count)
 {
-    rfm_Database database = Create(file);
+    rfm_Database database = Create(file, kNewFile);
     {
         rfm_Table table = NewTable(database);
         for (int i = 0; i < count; ++i) AppendRow(table, RowAt(i));
@@ -164,10 +190,10 @@ private:
     rfm_Table m_Table;
 };
 
-void WriteBlocks(const std::string& file, int count)
+template <NewFile kNewFile> void WriteBlocks(const std::string& file, int count)
 {
     BlockMaker maker;
-    rfm_Database database = Create(file);
+    rfm_Database database = Create(file, kNewFile);
     {
         auto array = database.ArrayDouble(kBlockDoubles, kArrayQuantum, kArrayBuffer);
         for (int i = 0; i < count; ++i) array.Write(maker.Block(i), 1);
@@ -194,10 +220,73 @@ std::uint64_t ReadBlocks(const std::string& file, int count)
     return sum;
 }
 
-/// The first array lists the handles of the others.
-void WriteObjects(const std::string& file, int count)
+/// Results come first, connectivity second; a block is a call, and a row is what random reads want.
+template <NewFile kNewFile> void WriteField(const std::string& file, int count)
 {
-    rfm_Database database = Create(file);
+    rfm_Database database = Create(file, kNewFile);
+    {
+        auto results = database.ArrayDouble(kFieldRowDoubles, kArrayQuantum, kArrayBuffer);
+        for (int i = 0; i < ResultBlocks(count); ++i)
+            results.Write(static_cast<const double*>(FieldBlock(i, count)), kFieldRowsPerBlock);
+        auto connectivity = database.ArrayInt(kFieldRowInts, kArrayQuantum, kArrayBuffer);
+        for (int i = ResultBlocks(count); i < count; ++i)
+            connectivity.Write(static_cast<const int*>(FieldBlock(i, count)), kFieldRowsPerBlock);
+        results.Flush();
+        connectivity.Flush();
+    }
+    database.Flush();
+    database.Close();
+}
+
+/// The sum of the blocks from `first` up to `last`, of which `block` has room for one.
+template <class Array, class Element>
+std::uint64_t ReadBlocksOf(Array& array, std::vector<Element>& block, int first, int last)
+{
+    std::uint64_t sum = 0;
+    for (int i = first; i < last; ++i)
+    {
+        if (array.Read(block.data(), kFieldRowsPerBlock) != static_cast<int>(block.size()))
+            throw std::runtime_error("rfm: a short block of a field");
+        sum += FieldBlockSum(block.data(), i);
+    }
+    return sum;
+}
+
+std::uint64_t ReadField(const std::string& file, int count)
+{
+    rfm_Database database = Open(file);
+    auto results = database.ArrayDouble(FirstHandle(database), kArrayQuantum, kArrayBuffer);
+    auto connectivity = database.ArrayInt(database.RootTableHandle2(), kArrayQuantum, kArrayBuffer);
+    std::vector<double> values(kBlockBytes / sizeof(double));
+    std::vector<int> nodes(kBlockBytes / sizeof(int));
+    return ReadBlocksOf(results, values, 0, ResultBlocks(count)) +
+           ReadBlocksOf(connectivity, nodes, ResultBlocks(count), count);
+}
+
+class HeldField
+{
+public:
+    HeldField(const std::string& file, int /*count*/)
+        : m_Database(Open(file)),
+          m_Results(m_Database.ArrayDouble(FirstHandle(m_Database), kArrayQuantum, kFieldRowBytes))
+    {
+    }
+    void ReadRow(int row, double* target)
+    {
+        m_Results.Seek(row);
+        if (m_Results.Read(target, 1) != kFieldRowDoubles)
+            throw std::runtime_error("rfm: a short row of a field");
+    }
+
+private:
+    rfm_Database m_Database;
+    rfm_Array<double, rfm_TypeDouble> m_Results;
+};
+
+/// The first array lists the handles of the others.
+template <NewFile kNewFile> void WriteObjects(const std::string& file, int count)
+{
+    rfm_Database database = Create(file, kNewFile);
     {
         auto directory = database.ArrayInt(1, kSmallestQuantum, 0);
         std::vector<int> handles;
@@ -243,7 +332,7 @@ class ObjectReader
 public:
     ObjectReader(const std::string& file, int count) : m_File(file), m_Last(count - 1)
     {
-        WriteObjects(file, count);
+        WriteObjects<NewPlain>(file, count);
         rfm_Database database = Open(file);
         auto directory = database.ArrayInt(FirstHandle(database), kSmallestQuantum, 0);
         directory.Seek(m_Last);
@@ -266,7 +355,7 @@ private:
 /// A string array keeps references into the pool of the file, so writing one interns its texts.
 void WriteTexts(const std::string& file, int count)
 {
-    rfm_Database database = Create(file);
+    rfm_Database database = Create(file, NewPlain);
     {
         auto array = database.ArrayString(1, kArrayQuantum, kArrayBuffer);
         for (int i = 0; i < count; ++i)
@@ -312,7 +401,7 @@ public:
     }
     void InternAll(const std::string& file) const
     {
-        rfm_Database database = Create(file);
+        rfm_Database database = Create(file, NewPlain);
         {
             auto array = database.ArrayString(1, kArrayQuantum, kArrayBuffer);
             for (const int index : m_Sequence) array.Write(&m_Distinct[static_cast<std::size_t>(index)], 1);
@@ -341,7 +430,9 @@ private:
 class TableWriter : public LiveWriter
 {
 public:
-    explicit TableWriter(const std::string& file) : m_Database(Create(file)), m_Table(EmptyTable(m_Database))
+    explicit TableWriter(const std::string& file)
+        : m_Database(Create(file, NewPlain)),
+          m_Table(EmptyTable(m_Database))
     {
     }
     void Append(const Row& row) override { AppendRow(m_Table, row); }
@@ -389,15 +480,41 @@ private:
     rfm_Table m_Table;
 };
 
-constexpr StoreSteps kSteps{"bench.rdx", RemoveFile,   WriteRows,  WriteBlocks,
-                            ReadBlocks,  WriteObjects, ReadObjects};
-using Store = StoreOf<kSteps, RowTable, ObjectReader, TextReader, TextInterner, TableWriter, TableReader>;
+template <NewFile kNewFile> constexpr StoreSteps StepsOn(const char* fileName)
+{
+    return {{fileName, RemoveFile}, WriteRows<kNewFile>, WriteBlocks<kNewFile>, ReadBlocks,
+            WriteObjects<kNewFile>, ReadObjects};
+}
+constexpr StoreSteps kSteps = StepsOn<NewPlain>("bench.rdx");
+constexpr StoreSteps kCompressedSteps = StepsOn<NewCompressed>("bench.sdx");
+constexpr StoreSteps kHdfSteps = StepsOn<NewHdf>("bench.h5.rdx");
+
+template <const StoreSteps& kStepsOf>
+using StoreOn = StoreOf<kStepsOf, RowTable, ObjectReader, TextReader, TextInterner, TableWriter, TableReader>;
+using Store = StoreOn<kSteps>;
 
 std::unique_ptr<Contender> Make(Kind kind, const Setting& setting)
 {
-    if (kind == Kind::Followed)
+    const int fieldBlocks = setting.sizes.fieldBlockCount;
+    const WholeFile hdf{kHdfSteps, WriteField<NewHdf>, ReadField, fieldBlocks};
+    switch (kind)
+    {
+    case Kind::Followed:
         return MakeFollowed(LiveOf<Store>(setting.File("followed.rdx")), setting, setting.sizes.readerCount);
-    return MakeOf<Store>(kind, setting);
+    case Kind::CompressedWrite:
+    case Kind::CompressedRead:
+    case Kind::CompressedRandom:
+    case Kind::CompressedSize:
+        return MakeCompressed<HeldField>(
+            kind, setting, {kCompressedSteps, WriteField<NewCompressed>, ReadField, fieldBlocks});
+    case Kind::CompressedAppend: return MakeOf<StoreOn<kCompressedSteps>>(Kind::Append, setting);
+    case Kind::CompressedScan: return MakeOf<StoreOn<kCompressedSteps>>(Kind::Scan, setting);
+    case Kind::HdfWrite: return std::make_unique<WholeWrite>(setting, hdf);
+    case Kind::HdfRead: return std::make_unique<WholeRead>(setting, hdf);
+    case Kind::HdfAppend: return MakeOf<StoreOn<kHdfSteps>>(Kind::Append, setting);
+    case Kind::HdfScan: return MakeOf<StoreOn<kHdfSteps>>(Kind::Scan, setting);
+    default: return MakeOf<Store>(kind, setting);
+    }
 }
 
 } // namespace
@@ -415,5 +532,12 @@ std::unique_ptr<Contender> MakeRfmUnfollowed(const Setting& setting)
 {
     return MakeFollowed(LiveOf<Store>(setting.File("unfollowed.rdx")), setting, 0);
 }
+
+std::unique_ptr<Contender> MakeRfmPlain(Kind kind, const Setting& setting)
+{
+    return MakeOf<Store>(kind, setting);
+}
+
+void WriteRfmRows(const std::string& file, int count) { WriteRows<NewPlain>(file, count); }
 
 } // namespace bench

@@ -458,8 +458,8 @@ private:
     int m_LastVersion = -1;
 };
 
-constexpr StoreSteps kSteps{"bench.sqlite", RemoveDatabase, WriteRows,  WriteBlocks,
-                            ReadBlocks,     WriteObjects,   ReadObjects};
+constexpr StoreSteps kSteps{
+    {"bench.sqlite", RemoveDatabase}, WriteRows, WriteBlocks, ReadBlocks, WriteObjects, ReadObjects};
 using Store = StoreOf<kSteps, RowTable, ObjectReader, TextReader, TextInterner, WalWriter, WalReader>;
 
 } // namespace

@@ -24,8 +24,16 @@ Peer BarePeer();
 Peer SqlitePeer();
 Peer LmdbPeer();
 Peer Hdf5Peer();
+Peer BgzfPeer();
+Peer DeflatePeer();
 
 /// The bare figure beside a followed writer: the same writer with nobody following.
 std::unique_ptr<Contender> MakeRfmUnfollowed(const Setting& setting);
+
+/// The bare figure beside tables in another kind of file: the same work on a plain file.
+std::unique_ptr<Contender> MakeRfmPlain(Kind kind, const Setting& setting);
+
+/// Writes the rows to a plain file of ours.
+void WriteRfmRows(const std::string& file, int count);
 
 } // namespace bench

@@ -28,6 +28,8 @@ struct Workload
     std::string_view bare;
     std::vector<Goal> must;
     std::vector<Goal> aim;
+    /// What is measured: seconds, or bytes of a file.
+    bool isSize = false;
 };
 
 std::vector<Workload> AllWorkloads();
@@ -35,7 +37,7 @@ std::vector<Workload> AllWorkloads();
 /// How many units one run does.
 double UnitsOf(Kind kind, const Sizes& sizes);
 
-/// The times of one contender, one per round, in seconds; none when it takes no part.
+/// The times of one contender, one per round, in seconds, or the sizes; none when it takes no part.
 struct Measured
 {
     std::vector<double> seconds;

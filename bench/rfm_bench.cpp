@@ -17,11 +17,13 @@ namespace
 using namespace bench;
 
 constexpr const char* kUsage =
-    "usage: rfm_bench [--only NAME]... [--peer NAME]... [--rounds N] [--scale F] [--dir DIRECTORY] [--list]\n"
+    "usage: rfm_bench [--only NAME]... [--peer NAME]... [--rounds N] [--scale F] [--cpu] [--dir DIRECTORY]\n"
+    "                 [--list]\n"
     "  --only NAME      only this workload; may be given again\n"
     "  --peer NAME      beside rfm only this peer; may be given again\n"
     "  --rounds N       rounds per workload, 3 when not given\n"
     "  --scale F        multiplies all counts, for quick runs\n"
+    "  --cpu            counts processor time, for a machine that others use too\n"
     "  --dir DIRECTORY  where a directory for the files is made and removed again\n"
     "  --list           the names of the workloads\n";
 
@@ -38,6 +40,7 @@ struct Options
     double scale = 1;
     std::filesystem::path directory = RFM_BENCH_DIRECTORY;
     bool list = false;
+    bool cpu = false;
     bool help = false;
 };
 
@@ -73,6 +76,8 @@ Options ParseOptions(int count, char** words)
             options.scale = ParseNumber<double>(word, value(word));
         else if (word == "--dir")
             options.directory = value(word);
+        else if (word == "--cpu")
+            options.cpu = true;
         else if (word == "--list")
             options.list = true;
         else if (word == "--help" || word == "-h")
@@ -204,6 +209,7 @@ int RunAll(const Options& options)
     const std::vector<Workload> workloads = ChosenWorkloads(options);
     const std::vector<Peer> peers = ChosenPeers(options);
     const Sizes sizes = Sizes().Scaled(options.scale);
+    if (options.cpu) CountProcessorTime();
     PrintHeader(peers, {.directory = options.directory, .sizes = sizes}, options.rounds);
     std::vector<Result> results;
     for (const Workload& workload : workloads)

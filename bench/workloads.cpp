@@ -1,6 +1,7 @@
 #include "workloads.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 
 namespace bench
@@ -32,7 +33,83 @@ std::vector<std::string> MakeRowTexts()
     return texts;
 }
 
+constexpr std::size_t kResultStock = 12;
+constexpr std::size_t kConnectivityStock = 4;
+constexpr std::size_t kPieceBytes = 65'536;
+
+using Block = std::vector<std::uint64_t>;
+
+/// Displacements of a vibrating plate, node after node.
+Block MakeResults(std::size_t number)
+{
+    Block block(kBlockDoubles);
+    for (std::size_t i = 0; i < block.size(); ++i)
+    {
+        const std::size_t node = number * block.size() + i;
+        const double across = static_cast<double>(node % 1'024) / 1'024;
+        const double along = static_cast<double>(node) / 1e6;
+        const auto smooth = static_cast<float>(std::sin(6.3 * across) * std::cos(2.1 * along) * 12.5);
+        block[i] = std::bit_cast<std::uint64_t>(static_cast<double>(smooth)) ^ (Mix(node) & 0xFFFF);
+    }
+    return block;
+}
+
+/// A layer of bricks, 300 to a row.
+Block MakeConnectivity(std::size_t number)
+{
+    constexpr int kAcross = 301;
+    constexpr int kLayer = kAcross * 201;
+    constexpr std::array<int, 8> kCorners = {0,      1,          kAcross + 1,          kAcross,
+                                             kLayer, kLayer + 1, kLayer + kAcross + 1, kLayer + kAcross};
+    std::vector<int> nodes;
+    nodes.reserve(kBlockBytes / sizeof(int));
+    for (int brick = static_cast<int>(number) * 100'000; nodes.size() < kBlockBytes / sizeof(int); ++brick)
+    {
+        for (const int corner : kCorners) nodes.push_back(brick + brick / (kAcross - 1) + corner + 1);
+    }
+    Block block(kBlockDoubles);
+    std::memcpy(block.data(), nodes.data(), kBlockBytes);
+    return block;
+}
+
+std::vector<Block> MakeFieldStock()
+{
+    std::vector<Block> stock;
+    for (std::size_t i = 0; i < kResultStock; ++i) stock.push_back(MakeResults(i));
+    for (std::size_t i = 0; i < kConnectivityStock; ++i) stock.push_back(MakeConnectivity(i));
+    return stock;
+}
+
+std::uint64_t FieldBlocksSum(int count)
+{
+    std::uint64_t sum = 0;
+    for (int i = 0; i < count; ++i) sum += FieldBlockSum(FieldBlock(i, count), i);
+    return sum;
+}
+
+std::uint64_t RandomFieldRowsSum(const Sizes& sizes)
+{
+    std::uint64_t sum = 0;
+    for (int step = 0; step < sizes.fieldRandomCount; ++step)
+    {
+        const int row = RandomPosition(step, ResultRows(sizes.fieldBlockCount));
+        const void* block = FieldBlock(row / kFieldRowsPerBlock, sizes.fieldBlockCount);
+        sum += FieldRowSum(static_cast<const char*>(block) + row % kFieldRowsPerBlock * kFieldRowBytes, step);
+    }
+    return sum;
+}
+
 } // namespace
+
+const void* FieldBlock(int index, int blockCount)
+{
+    static std::vector<Block> stock = MakeFieldStock();
+    const auto number = static_cast<std::size_t>(index);
+    const bool isResult = index < ResultBlocks(blockCount);
+    Block& block = stock[isResult ? number % kResultStock : kResultStock + number % kConnectivityStock];
+    for (std::size_t i = 0; i < block.size(); i += kPieceBytes / 8) block[i] = number + i;
+    return block.data();
+}
 
 Sizes Sizes::Scaled(double factor) const
 {
@@ -45,6 +122,8 @@ Sizes Sizes::Scaled(double factor) const
     scaled.stringCount = ScaledCount(stringCount, factor, 1'000);
     scaled.internCount = ScaledCount(internCount, factor, 1'000) / kInternRepeats * kInternRepeats;
     scaled.flushCount = ScaledCount(flushCount, factor, 20);
+    scaled.fieldBlockCount = ScaledCount(fieldBlockCount, factor, 4);
+    scaled.fieldRandomCount = ScaledCount(fieldRandomCount, factor, 100);
     return scaled;
 }
 
@@ -154,6 +233,10 @@ std::uint64_t ExpectedSum(Kind kind, const Sizes& sizes, int round)
     {
     case Kind::Append:
     case Kind::Scan:
+    case Kind::CompressedAppend:
+    case Kind::CompressedScan:
+    case Kind::HdfAppend:
+    case Kind::HdfScan:
     case Kind::Followed: return RowsSum(0, sizes.rowCount);
     case Kind::RandomRead: return RandomRowsSum(sizes);
     case Kind::RandomUpdate: return UpdatedRowsSum(sizes, round);
@@ -170,6 +253,12 @@ std::uint64_t ExpectedSum(Kind kind, const Sizes& sizes, int round)
     case Kind::OpenStrings: return TextSum(DistinctText(sizes.stringCount - 1));
     case Kind::Intern: return InternSum(MakeInternInput(sizes.internCount));
     case Kind::Visible: return RowsSum(0, sizes.flushCount * sizes.rowsPerFlush);
+    case Kind::CompressedWrite:
+    case Kind::CompressedRead:
+    case Kind::CompressedSize:
+    case Kind::HdfWrite:
+    case Kind::HdfRead: return FieldBlocksSum(sizes.fieldBlockCount);
+    case Kind::CompressedRandom: return RandomFieldRowsSum(sizes);
     }
     return 0;
 }

@@ -28,6 +28,16 @@ enum class Kind
     Intern,
     Visible,
     Followed,
+    CompressedWrite,
+    CompressedRead,
+    CompressedRandom,
+    CompressedSize,
+    CompressedAppend,
+    CompressedScan,
+    HdfWrite,
+    HdfRead,
+    HdfAppend,
+    HdfScan,
 };
 
 struct Sizes
@@ -46,6 +56,8 @@ struct Sizes
     int readerCount = 4;
     int readerPauseMilliseconds = 20;
     int readerNewest = 1'000;
+    int fieldBlockCount = 256;
+    int fieldRandomCount = 20'000;
 
     /// The same work with every count multiplied by `factor`, never below what exercises each path.
     Sizes Scaled(double factor) const;
@@ -158,6 +170,39 @@ inline std::uint64_t BlockSum(const double* values, int index)
     return sum * (2 * static_cast<std::uint64_t>(index) + 1);
 }
 std::uint64_t BlocksSum(int count);
+
+inline constexpr int kFieldRowBytes = 4'096;
+inline constexpr int kFieldRowDoubles = kFieldRowBytes / 8;
+inline constexpr int kFieldRowInts = kFieldRowBytes / 4;
+inline constexpr int kFieldRowsPerBlock = kBlockBytes / kFieldRowBytes;
+
+/// Of the blocks of a field the first three quarters are results, the rest is connectivity.
+inline int ResultBlocks(int blockCount) { return blockCount - blockCount / 4; }
+inline int ResultRows(int blockCount) { return ResultBlocks(blockCount) * kFieldRowsPerBlock; }
+
+/// Field data as analyses write it, `kBlockBytes` a block. Results are doubles that run smoothly to single precision
+/// and are noise in their last 16 bits; connectivity is the 8 nodes of each brick of a mesh. What is returned holds
+/// until the next call. Blocks come from a small stock and differ in a few places only: making one costs no time, and
+/// a compressor sees no more of its past than 32 KiB.
+const void* FieldBlock(int index, int blockCount);
+
+/// The sum of every `stride`th 8 bytes.
+inline std::uint64_t FieldSum(const void* bytes, int byteCount, int stride, int position)
+{
+    std::uint64_t sum = 0;
+    for (int at = 0; at < byteCount; at += 8 * stride)
+    {
+        std::uint64_t word = 0;
+        std::memcpy(&word, static_cast<const char*>(bytes) + at, sizeof(word));
+        sum += word;
+    }
+    return sum * (2 * static_cast<std::uint64_t>(position) + 1);
+}
+inline std::uint64_t FieldBlockSum(const void* block, int index)
+{
+    return FieldSum(block, kBlockBytes, 64, index);
+}
+inline std::uint64_t FieldRowSum(const void* row, int step) { return FieldSum(row, kFieldRowBytes, 8, step); }
 
 inline void FillObject(int index, double* values)
 {

@@ -13,7 +13,9 @@
 #include <rfm.h>
 
 #include <csignal>
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sstream>
 #include <sys/resource.h>
 
 using ::testing::HasSubstr;
@@ -23,29 +25,36 @@ namespace
 const cow_String kGolden(RFM_TEST_DATA "/hdf5.rdx");
 
 /// What h5dump says, on one line with single spaces.
-std::string H5Dump(const std::string& options, const cow_String& name)
+std::string H5Dump(std::vector<std::string> words, const cow_String& name)
 {
-    const std::string command = std::string(RFM_H5DUMP) + " " + options + " '" + name.CString() + "' 2>&1";
-    FILE* pipe = ::popen(command.c_str(), "r");
-    if (pipe == nullptr) return "no h5dump";
-    std::string words;
-    for (int c = std::fgetc(pipe); c != EOF; c = std::fgetc(pipe))
-    {
-        const bool space = c == ' ' || c == '\n';
-        if (!space)
-            words += static_cast<char>(c);
-        else if (!words.empty() && words.back() != ' ')
-            words += ' ';
-    }
-    ::pclose(pipe);
-    return words;
+    const TestFolder folder;
+    const cow_String said = folder.Path("said");
+    words.insert(words.begin(), RFM_H5DUMP);
+    words.emplace_back(name.CString());
+    const int code = ExitCodeOfForked(
+        [&]
+        {
+            std::vector<char*> arguments;
+            for (std::string& word : words) arguments.push_back(word.data());
+            arguments.push_back(nullptr);
+            const int output = ::open(said.CString(), O_CREAT | O_WRONLY, 0600);
+            ::dup2(output, STDOUT_FILENO);
+            ::dup2(output, STDERR_FILENO);
+            ::execvp(arguments[0], arguments.data());
+            return 98;
+        });
+    EXPECT_EQ(code, 0);
+    std::istringstream all(BytesOf(said));
+    std::string line;
+    for (std::string word; all >> word;) line += word + " ";
+    return line;
 }
 
 /// The content of the dataset as h5dump writes it into a file.
 std::string DumpedBytes(const TestFolder& folder, const cow_String& name)
 {
     const cow_String bytes = folder.Path("dumped");
-    H5Dump(std::string("-d /rfm -b LE -o '") + bytes.CString() + "'", name);
+    H5Dump({"-d", "/rfm", "-b", "LE", "-o", bytes.CString()}, name);
     return BytesOf(bytes);
 }
 
@@ -81,7 +90,7 @@ std::string Shape(std::size_t size)
 
 void ExpectShape(const cow_String& name, std::size_t size)
 {
-    const std::string said = H5Dump("-B -p -H", name);
+    const std::string said = H5Dump({"-B", "-p", "-H"}, name);
     EXPECT_THAT(said, HasSubstr("SUPERBLOCK_VERSION 0 "));
     EXPECT_THAT(said, HasSubstr("GROUP \"/\" { " + Shape(size)));
     EXPECT_THAT(said, HasSubstr("FILTERS { NONE } FILLVALUE { FILL_TIME H5D_FILL_TIME_IFSET VALUE "
@@ -277,7 +286,7 @@ TEST_P(HdfKilledWriter, LeavesAFileThatOpensAtItsLastFlush)
         database.Close();
     }
     ExpectIncrements(flushed);
-    EXPECT_THAT(H5Dump("-H", Name()), HasSubstr("DATASET \"rfm\""));
+    EXPECT_THAT(H5Dump({"-H"}, Name()), HasSubstr("DATASET \"rfm\""));
 }
 
 INSTANTIATE_TEST_SUITE_P(AfterFlush, HdfKilledWriter, ::testing::Values(1, 2, 3, 4, 7));

@@ -281,7 +281,7 @@ public:
         {
             ::close(end[1]);
             const hdf_File file = hdf_File::Open(name, flags);
-            char byte = 'r';
+            char byte = file.ReadOnly() ? 'r' : 'w';
             if (::write(ready[1], &byte, 1) == 1) static_cast<void>(!::read(end[0], &byte, 1));
             ::_exit(0);
         }

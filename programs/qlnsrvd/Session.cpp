@@ -13,7 +13,6 @@ namespace qlnsrvd
 {
 using namespace std::chrono_literals;
 using farend::Action;
-using farend::Answer;
 using farend::AnswerStatus;
 using farend::Channel;
 using farend::Deadline;

@@ -1,9 +1,7 @@
 #include "FarEnd.h"
 
-using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
-using ::testing::StartsWith;
 
 class MarlekProgram : public FarEnd
 {

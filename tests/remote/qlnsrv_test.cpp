@@ -1,7 +1,5 @@
 #include "FarEnd.h"
 
-#include <sys/resource.h>
-
 using ::testing::StartsWith;
 
 class RelayProgram : public FarEnd

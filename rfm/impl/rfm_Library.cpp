@@ -2,10 +2,13 @@
 
 #include "atr_Library.h"
 #include "cow_Library.h"
+#include "mdl_Library.h"
 #include "mem_Library.h"
 #include "nex_Library.h"
 #include "omni_Library.h"
+#include "omu_Library.h"
 #include "thr_Library.h"
+#include "typ_Library.h"
 #include "utl_Library.h"
 
 static mem_LibraryCalls s_Calls;
@@ -15,22 +18,28 @@ void rfm_initialize(int& count)
 {
     if (!s_Calls.Enter(count)) return;
     mem_initialize(count);
+    typ_initialize(count);
     thr_initialize(count);
     omni_initialize(count);
     atr_initialize(count);
     cow_initialize(count);
     nex_initialize(count);
     utl_initialize(count);
+    omu_initialize(count);
+    mdl_initialize(count);
 }
 
 void rfm_finalize(int& count)
 {
     if (!s_Calls.Leave(count)) return;
+    mdl_finalize(count);
+    omu_finalize(count);
     utl_finalize(count);
     nex_finalize(count);
     cow_finalize(count);
     atr_finalize(count);
     omni_finalize(count);
     thr_finalize(count);
+    typ_finalize(count);
     mem_finalize(count);
 }

@@ -18,3 +18,16 @@ private:
 class thr_GlobalLock : public thr_Mutex
 {
 };
+
+/// Holds a lock as long as it lives.
+template <class Lock> class thr_Locked
+{
+public:
+    explicit thr_Locked(Lock& lock) : m_Lock(lock) { m_Lock.Lock(); }
+    ~thr_Locked() { m_Lock.Unlock(); }
+    thr_Locked(const thr_Locked&) = delete;
+    thr_Locked& operator=(const thr_Locked&) = delete;
+
+private:
+    Lock& m_Lock;
+};

@@ -2,10 +2,13 @@
 
 #include "atr_Library.h"
 #include "cow_Library.h"
+#include "mdl_Library.h"
 #include "mem_Library.h"
 #include "nex_Library.h"
 #include "omni_Library.h"
+#include "omu_Library.h"
 #include "thr_Library.h"
+#include "typ_Library.h"
 #include "utl_Library.h"
 
 #include <gtest/gtest.h>
@@ -33,7 +36,8 @@ const Sibling kSiblings[] = {
     {"mem", mem_initialize, mem_finalize},    {"thr", thr_initialize, thr_finalize},
     {"omni", omni_initialize, omni_finalize}, {"atr", atr_initialize, atr_finalize},
     {"cow", cow_initialize, cow_finalize},    {"nex", nex_initialize, nex_finalize},
-    {"utl", utl_initialize, utl_finalize},
+    {"utl", utl_initialize, utl_finalize},    {"typ", typ_initialize, typ_finalize},
+    {"omu", omu_initialize, omu_finalize},    {"mdl", mdl_initialize, mdl_finalize},
 };
 constexpr int kLibraries = 1 + static_cast<int>(std::size(kSiblings));
 

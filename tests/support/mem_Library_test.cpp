@@ -1,11 +1,15 @@
 #include "mem_Library.h"
 
 #include "atr_Library.h"
+#include "cls_Library.h"
 #include "cow_Library.h"
+#include "mdl_Library.h"
 #include "mem_Alloc.h"
 #include "nex_Library.h"
 #include "omni_Library.h"
+#include "omu_Library.h"
 #include "thr_Library.h"
+#include "typ_Library.h"
 #include "utl_Library.h"
 
 #include <cstdint>
@@ -70,6 +74,10 @@ TEST_P(EverySupportLibrary, RaisesTheCallersCountOnceAndLowersItOnce)
 
 INSTANTIATE_TEST_SUITE_P(Support, EverySupportLibrary,
                          ::testing::Values(LibraryPair{"mem", mem_initialize, mem_finalize},
+                                           LibraryPair{"typ", typ_initialize, typ_finalize},
+                                           LibraryPair{"cls", cls_initialize, cls_finalize},
+                                           LibraryPair{"omu", omu_initialize, omu_finalize},
+                                           LibraryPair{"mdl", mdl_initialize, mdl_finalize},
                                            LibraryPair{"thr", thr_initialize, thr_finalize},
                                            LibraryPair{"omni", omni_initialize, omni_finalize},
                                            LibraryPair{"atr", atr_initialize, atr_finalize},

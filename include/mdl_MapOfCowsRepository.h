@@ -23,7 +23,7 @@ inline constexpr int mdl_MapCollectionType = 2;
 /// Throws: nex_AssertException from `Get` and `ConstGet` for a key without an object.
 /// Threads: a repository, and all copies that share with it, belong to one thread at a time; the keys are sorted inside
 /// the const `Keys`.
-template <class K, class T> class mdl_MapOfCowsRepository : public mdl_Repository
+template <class K, class T> class RFM_EXPORT mdl_MapOfCowsRepository : public mdl_Repository
 {
 public:
     using Entry = cow_ArrayCOW<T, cow_Virtual<T>>; ///< empty for a key without an object
@@ -86,6 +86,8 @@ public:
     }
     bool AtEnd() const noexcept { return m_Index >= m_Keys.Count(); }
     void Next() noexcept { ++m_Index; }
+    /// Whether the key has an object.
+    bool HasObject() const { return !m_Repository.ConstGetMap().ConstGet(Key()).IsNull(); }
     /// Throws: nex_AssertException at the end.
     const K& Key() const { return m_Keys.ConstGet(m_Index); }
     /// Throws: nex_AssertException at the end, and for a key without an object.

@@ -32,8 +32,8 @@ protected:
 class RFM_EXPORT mdl_Repository : public mdl_Extension
 {
 public:
-    mdl_Repository() noexcept = default;
-    mdl_Repository(const mdl_Repository&) noexcept;
+    mdl_Repository();
+    mdl_Repository(const mdl_Repository&);
     /// What `DBWrite` wrote: nothing but that there is a repository.
     explicit mdl_Repository(const cls_ReadVisitor& reader);
     mdl_Repository& operator=(const mdl_Repository&) = delete;
@@ -46,7 +46,10 @@ public:
     void NewUid() override;
     /// How many entries there are.
     virtual int Size() const { return 0; }
+    /// When this object was made, a copy when it was copied: seconds of `omi_gettimecounter`.
+    double MadeAt() const noexcept { return m_MadeAt; }
 
 private:
+    double m_MadeAt;
     cls_Uid m_Uid;
 };

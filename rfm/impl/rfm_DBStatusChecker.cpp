@@ -4,6 +4,7 @@
 #include "rfm_FileRepr.h"
 #include "rfm_HeaderFormat.h"
 #include "utl_FilePath.h"
+#include "utl_UrlParser.h"
 
 rfm_DBStatusChecker::~rfm_DBStatusChecker() = default;
 

@@ -5,6 +5,7 @@
 #include "rfm_FileReprLocal.h"
 #include "utl_File.h"
 #include "utl_FilePath.h"
+#include "utl_UrlParser.h"
 
 #include <cstdio>
 #include <cstdlib>

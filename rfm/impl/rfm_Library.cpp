@@ -9,6 +9,7 @@
 #include "omu_Library.h"
 #include "thr_Library.h"
 #include "typ_Library.h"
+#include "uti_Library.h"
 #include "utl_Library.h"
 
 static mem_LibraryCalls s_Calls;
@@ -25,6 +26,7 @@ void rfm_initialize(int& count)
     cow_initialize(count);
     nex_initialize(count);
     utl_initialize(count);
+    uti_initialize(count);
     omu_initialize(count);
     mdl_initialize(count);
 }
@@ -34,6 +36,7 @@ void rfm_finalize(int& count)
     if (!s_Calls.Leave(count)) return;
     mdl_finalize(count);
     omu_finalize(count);
+    uti_finalize(count);
     utl_finalize(count);
     nex_finalize(count);
     cow_finalize(count);

@@ -39,26 +39,32 @@ public:
     }
 };
 
-/// One number of 4 or 8 bytes out of stored bytes, and into them; the host's alignment does not matter.
+/// The unsigned word of a number's width.
+template <class T>
+using omi_Word = std::conditional_t<sizeof(T) == 2, std::uint16_t,
+                                    std::conditional_t<sizeof(T) == 4, std::uint32_t, std::uint64_t>>;
+
+template <class Word> Word omi_Reversed(Word word) noexcept
+{
+    if constexpr (sizeof(Word) == 2) return __builtin_bswap16(word);
+    if constexpr (sizeof(Word) == 4) return __builtin_bswap32(word);
+    if constexpr (sizeof(Word) == 8) return __builtin_bswap64(word);
+}
+
+/// One number of 2, 4 or 8 bytes out of stored bytes, and into them; the host's alignment does not matter.
 template <class T> T omi_Load(const char* stored, bool swapped) noexcept
 {
-    static_assert(sizeof(T) == 4 || sizeof(T) == 8);
-    using Word = std::conditional_t<sizeof(T) == 4, std::uint32_t, std::uint64_t>;
-    Word word;
+    static_assert(sizeof(T) == 2 || sizeof(T) == 4 || sizeof(T) == 8);
+    omi_Word<T> word;
     std::memcpy(&word, stored, sizeof word);
-    if (swapped)
-        word = sizeof(T) == 4 ? static_cast<Word>(__builtin_bswap32(static_cast<std::uint32_t>(word)))
-                              : static_cast<Word>(__builtin_bswap64(word));
+    if (swapped) word = omi_Reversed(word);
     return std::bit_cast<T>(word);
 }
 
 template <class T> void omi_Store(char* stored, T value, bool swapped) noexcept
 {
-    static_assert(sizeof(T) == 4 || sizeof(T) == 8);
-    using Word = std::conditional_t<sizeof(T) == 4, std::uint32_t, std::uint64_t>;
-    Word word = std::bit_cast<Word>(value);
-    if (swapped)
-        word = sizeof(T) == 4 ? static_cast<Word>(__builtin_bswap32(static_cast<std::uint32_t>(word)))
-                              : static_cast<Word>(__builtin_bswap64(word));
+    static_assert(sizeof(T) == 2 || sizeof(T) == 4 || sizeof(T) == 8);
+    omi_Word<T> word = std::bit_cast<omi_Word<T>>(value);
+    if (swapped) word = omi_Reversed(word);
     std::memcpy(stored, &word, sizeof word);
 }

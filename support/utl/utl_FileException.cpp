@@ -1,11 +1,7 @@
 #include "utl_FileException.h"
 
 #include "atr_Translate.h"
-
-#include <string>
-#include <system_error>
-
-static cow_String SystemText(int error) { return cow_String(std::generic_category().message(error)); }
+#include "utl_SystemText.h"
 
 utl_FileException::utl_FileException(const char* action, const cow_String& fileName, const cow_String& reason)
     : nex_TextException(
@@ -14,7 +10,7 @@ utl_FileException::utl_FileException(const char* action, const cow_String& fileN
 }
 
 utl_FileException::utl_FileException(const char* action, const cow_String& fileName, int error)
-    : utl_FileException(action, fileName, SystemText(error))
+    : utl_FileException(action, fileName, utl_SystemText(error))
 {
 }
 

@@ -5,6 +5,7 @@
 #include "Thrown.h"
 #include "cls_ClassMetadata.h"
 #include "mdl_Library.h"
+#include "omi_TimeCounter.h"
 
 #include <gtest/gtest.h>
 #include <memory>
@@ -208,6 +209,16 @@ TEST_F(ARepository, APlainOneIsEmptyAndOfItsOwnType)
     plain.DBWrite(written.Visitor());
     const cls_ReadStream stream(written.Bytes());
     EXPECT_EQ(mdl_Repository(stream.Visitor(0)).Size(), 0);
+}
+
+TEST_F(ARepository, EachKnowsWhenItWasMade)
+{
+    const double before = omi_gettimecounter();
+    const mdl_Repository plain;
+    const mdl_Repository copy(plain);
+    EXPECT_LE(before, plain.MadeAt());
+    EXPECT_LE(plain.MadeAt(), copy.MadeAt());
+    EXPECT_LE(copy.MadeAt(), omi_gettimecounter());
 }
 
 TEST_F(ARepository, WhatWasWrittenIsReadBack)

@@ -10,6 +10,7 @@
 #include "omu_Library.h"
 #include "thr_Library.h"
 #include "typ_Library.h"
+#include "uti_Library.h"
 #include "utl_Library.h"
 
 #include <cstdint>
@@ -72,19 +73,16 @@ TEST_P(EverySupportLibrary, RaisesTheCallersCountOnceAndLowersItOnce)
     EXPECT_EQ(count, 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Support, EverySupportLibrary,
-                         ::testing::Values(LibraryPair{"mem", mem_initialize, mem_finalize},
-                                           LibraryPair{"typ", typ_initialize, typ_finalize},
-                                           LibraryPair{"cls", cls_initialize, cls_finalize},
-                                           LibraryPair{"omu", omu_initialize, omu_finalize},
-                                           LibraryPair{"mdl", mdl_initialize, mdl_finalize},
-                                           LibraryPair{"thr", thr_initialize, thr_finalize},
-                                           LibraryPair{"omni", omni_initialize, omni_finalize},
-                                           LibraryPair{"atr", atr_initialize, atr_finalize},
-                                           LibraryPair{"cow", cow_initialize, cow_finalize},
-                                           LibraryPair{"nex", nex_initialize, nex_finalize},
-                                           LibraryPair{"utl", utl_initialize, utl_finalize}),
-                         [](const auto& tested) { return std::string(tested.param.name); });
+INSTANTIATE_TEST_SUITE_P(
+    Support, EverySupportLibrary,
+    ::testing::Values(
+        LibraryPair{"mem", mem_initialize, mem_finalize}, LibraryPair{"typ", typ_initialize, typ_finalize},
+        LibraryPair{"cls", cls_initialize, cls_finalize}, LibraryPair{"omu", omu_initialize, omu_finalize},
+        LibraryPair{"mdl", mdl_initialize, mdl_finalize}, LibraryPair{"thr", thr_initialize, thr_finalize},
+        LibraryPair{"omni", omni_initialize, omni_finalize}, LibraryPair{"atr", atr_initialize, atr_finalize},
+        LibraryPair{"cow", cow_initialize, cow_finalize}, LibraryPair{"nex", nex_initialize, nex_finalize},
+        LibraryPair{"utl", utl_initialize, utl_finalize}, LibraryPair{"uti", uti_initialize, uti_finalize}),
+    [](const auto& tested) { return std::string(tested.param.name); });
 
 TEST(mem_Alloc, ABlockOfNoBytesIsStillABlock)
 {

@@ -25,6 +25,10 @@ TEST(omi_Swapper, AStoredNumberHasTheBytesOfTheFormatOnAnyHost)
     EXPECT_EQ(std::memcmp(bytes, "\0\0\0\0\0\0\xF0\x3F", 8), 0);
     omi_Store(bytes, 1.0F, omi_Swapper(omi_Swapper::Pipe));
     EXPECT_EQ(std::memcmp(bytes, "\x3F\x80\0\0", 4), 0);
+    omi_Store(bytes, std::int16_t{0x0102}, omi_Swapper(omi_Swapper::Pipe));
+    EXPECT_EQ(std::memcmp(bytes, "\1\2", 2), 0);
+    omi_Store(bytes, std::int16_t{0x0102}, omi_Swapper(omi_Swapper::Stored));
+    EXPECT_EQ(std::memcmp(bytes, "\2\1", 2), 0);
     omi_Store(bytes, std::int64_t{0x0102030405060708}, omi_Swapper(omi_Swapper::Pipe));
     EXPECT_EQ(std::memcmp(bytes, "\1\2\3\4\5\6\7\x08", 8), 0);
 }

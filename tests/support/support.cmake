@@ -9,3 +9,14 @@ add_area(support_tests
   support/utl_FilePath_test.cpp
   support/utl_File_test.cpp
 )
+add_area(platform_tests
+  support/omi_TimeCounter_test.cpp
+  support/uti_FilePermissions_test.cpp
+  support/uti_Spawn_test.cpp
+  support/utl_BinStream_test.cpp
+  support/utl_CommandLine_test.cpp
+  support/utl_PathFinder_test.cpp
+  support/utl_Platform_test.cpp
+  support/utl_TempFile_test.cpp
+  support/utl_UrlParser_test.cpp
+)

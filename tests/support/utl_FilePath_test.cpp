@@ -3,6 +3,7 @@
 #include "Forked.h"
 #include "TestFolder.h"
 
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -82,13 +83,47 @@ TEST(utl_Stat, WhatASymbolicLinkPointsToCounts)
     EXPECT_FALSE(utl_Stat("").Exists());
 }
 
-TEST(utl_UrlParser, AUrlIsToldByItsScheme)
+TEST(utl_Stat, OnlyAFileOfBytesIsARegularFile)
 {
-    EXPECT_TRUE(utl_UrlParser::IsUrl("mrkrdb://host:1/x"));
-    EXPECT_TRUE(utl_UrlParser::IsUrl("mrkrdb://"));
-    EXPECT_FALSE(utl_UrlParser::IsUrl("mrkrdb:/host"));
-    EXPECT_FALSE(utl_UrlParser::IsUrl("MRKRDB://host"));
-    EXPECT_FALSE(utl_UrlParser::IsUrl("./mrkrdb://host"));
-    EXPECT_FALSE(utl_UrlParser::IsUrl("job.rdx"));
-    EXPECT_FALSE(utl_UrlParser::IsUrl(""));
+    const TestFolder folder;
+    PutBytes(folder.Path("file"), "x");
+    EXPECT_TRUE(utl_Stat(folder.Path("file")).IsRegularFile());
+    EXPECT_FALSE(utl_Stat(folder.Path(".")).IsRegularFile());
+    EXPECT_FALSE(utl_Stat(folder.Path("none")).IsRegularFile());
+}
+
+TEST(utl_FilePath, ADirectoryThatMayBeEnteredIsNoProgram)
+{
+    const TestFolder folder;
+    EXPECT_TRUE(utl_FilePath(folder.Path("."), "").IsReadable());
+    EXPECT_FALSE(utl_FilePath(folder.Path("."), "").IsExecutable());
+}
+
+TEST(utl_FilePath, AnAbsolutePathStandsBehindTheCurrentDirectory)
+{
+    const TestFolder folder;
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(folder.Path());
+    EXPECT_EQ(utl_FilePath("sub/../job.rdx", "").AbsolutePathName(), folder.Path("sub/../job.rdx"));
+    EXPECT_EQ(utl_FilePath("job.rdx", "base").AbsolutePathName(), folder.Path("base/job.rdx"));
+    EXPECT_EQ(utl_FilePath("/there/job.rdx", "").AbsolutePathName().View(), "/there/job.rdx");
+    EXPECT_EQ(utl_FilePath("mrkrdb://h:1/x", "").AbsolutePathName().View(), "mrkrdb://h:1/x");
+    EXPECT_EQ(utl_FilePath("", "").AbsolutePathName().View(), "");
+    std::filesystem::current_path("/");
+    EXPECT_EQ(utl_FilePath("job.rdx", "").AbsolutePathName().View(), "/job.rdx");
+    std::filesystem::current_path(before);
+}
+
+TEST(utl_FilePath, WithoutACurrentDirectoryARelativePathHasNoAbsoluteOne)
+{
+    const TestFolder folder;
+    const int answer = ExitCodeOfForked(
+        [&]
+        {
+            const std::string gone = folder.Path() + "/gone";
+            if (::mkdir(gone.c_str(), 0777) != 0 || ::chdir(gone.c_str()) != 0 || ::rmdir(gone.c_str()) != 0)
+                return 90;
+            return utl_FilePath("job.rdx", "").AbsolutePathName().IsEmpty() ? 0 : 1;
+        });
+    EXPECT_EQ(answer, 0);
 }

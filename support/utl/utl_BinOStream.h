@@ -1,0 +1,46 @@
+#pragma once
+
+#include "cow_String.h"
+#include "omi_Swapper.h"
+#include "utl_BinStreamException.h"
+
+#include <cstdint>
+
+/// Writes typed values to a file descriptor, a pipe or socket as a rule; utl_BinStreamFormat.h draws their bytes.
+/// The stream keeps nothing back: when a call returns, the system has all of it. It does not own the descriptor, which
+/// must stay open as long as the stream is used; several streams may write to one descriptor in turn.
+/// Throws: utl_BinStreamEOF when the reader has gone, utl_BinStreamReadError for everything else that the system refuses
+/// and for a text of more than 16 MiB. What was written before the failure has been written. A reader that has gone
+/// never ends the program: SIGPIPE is kept from it, and its own handling of the signal stays as it is.
+/// Threads: one at a time on one descriptor, or the bytes of two calls may mix.
+class utl_BinOStream
+{
+public:
+    utl_BinOStream(int descriptor, omi_Swapper::EndianType order);
+
+    void WriteSchar(signed char value) { WriteNumber(value); }
+    void WriteUchar(unsigned char value) { WriteNumber(value); }
+    void WriteShort(short value) { WriteNumber(value); }
+    void WriteInt(int value) { WriteNumber(value); }
+    void WriteUInt(unsigned value) { WriteNumber(value); }
+    void WriteInt64(std::int64_t value) { WriteNumber(value); }
+    void WriteUInt64(std::uint64_t value) { WriteNumber(value); }
+    void WriteString(const cow_String& text);
+    /// The bytes as given. Waits as long as the reader takes nothing.
+    void Write(const char* bytes, int count);
+
+private:
+    template <class T> void WriteNumber(T value)
+    {
+        char bytes[sizeof(T)];
+        if constexpr (sizeof(T) == 1)
+            bytes[0] = static_cast<char>(value);
+        else
+            omi_Store(bytes, value, m_Swapped);
+        Write(bytes, sizeof bytes);
+    }
+
+    int m_Descriptor;
+    bool m_Swapped;
+    bool m_IsSocket;
+};

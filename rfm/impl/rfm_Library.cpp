@@ -7,6 +7,7 @@
 #include "nex_Library.h"
 #include "omni_Library.h"
 #include "omu_Library.h"
+#include "rds_Library.h"
 #include "thr_Library.h"
 #include "typ_Library.h"
 #include "uti_Library.h"
@@ -29,11 +30,13 @@ void rfm_initialize(int& count)
     uti_initialize(count);
     omu_initialize(count);
     mdl_initialize(count);
+    rds_initialize(count);
 }
 
 void rfm_finalize(int& count)
 {
     if (!s_Calls.Leave(count)) return;
+    rds_finalize(count);
     mdl_finalize(count);
     omu_finalize(count);
     uti_finalize(count);

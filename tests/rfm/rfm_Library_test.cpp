@@ -7,6 +7,7 @@
 #include "nex_Library.h"
 #include "omni_Library.h"
 #include "omu_Library.h"
+#include "rds_Library.h"
 #include "thr_Library.h"
 #include "typ_Library.h"
 #include "uti_Library.h"
@@ -39,7 +40,7 @@ const Sibling kSiblings[] = {
     {"cow", cow_initialize, cow_finalize},    {"nex", nex_initialize, nex_finalize},
     {"utl", utl_initialize, utl_finalize},    {"typ", typ_initialize, typ_finalize},
     {"omu", omu_initialize, omu_finalize},    {"mdl", mdl_initialize, mdl_finalize},
-    {"uti", uti_initialize, uti_finalize},
+    {"uti", uti_initialize, uti_finalize},    {"rds", rds_initialize, rds_finalize},
 };
 constexpr int kLibraries = 1 + static_cast<int>(std::size(kSiblings));
 

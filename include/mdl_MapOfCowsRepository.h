@@ -45,11 +45,11 @@ public:
 
     /// Adds a copy of `object`, in the place of what the key had; true when it went in. Reports "Insert", and before
     /// that "Remove" when something was replaced.
-    bool Insert(const K& key, const T& object) { return InsertEntry(key, Entry(object)); }
+    bool Insert(const K& key, const T& object) { return InsertEntry(K(key), Entry(object)); }
     /// The same with `object` itself, which the repository takes over.
-    bool Insert(const K& key, T* object) { return InsertEntry(key, Entry(object)); }
+    bool Insert(const K& key, T* object) { return InsertEntry(K(key), Entry(object)); }
     /// Takes out an entry and reports "Remove"; false, without a report, when there is none.
-    bool Remove(const K& key);
+    bool Remove(const K& key) { return RemoveEntry(K(key)); }
     bool IsMember(const K& key) const { return m_Map.IsMember(key); }
     /// The object for writing, and so "Modify" is reported, whatever the caller does with it and whether or not there
     /// is one. It holds until the repository changes or is copied.
@@ -62,7 +62,9 @@ public:
     const Map& ConstGetMap() const noexcept { return m_Map; }
 
 private:
+    // The key is the caller's own copy: one that lies in the entry goes with it.
     bool InsertEntry(const K& key, const Entry& entry);
+    bool RemoveEntry(const K& key);
     void Report(int capacity, const char* word, const K& key) const;
     void ReadMap(const cls_ReadVisitor& reader);
 
@@ -173,26 +175,24 @@ void mdl_MapOfCowsRepository<K, T>::Report(int capacity, const char* word, const
 template <class K, class T> bool mdl_MapOfCowsRepository<K, T>::InsertEntry(const K& key, const Entry& entry)
 {
     m_KeysStale = true;
-    const K added(key); // `key` may lie in the entry that goes
-    const bool replaced = m_Map.Remove(added);
-    if (!m_Map.InsertUnlessMember(added, entry)) return false;
-    if (replaced) Report(2, "Remove", added);
+    const bool replaced = m_Map.Remove(key);
+    if (!m_Map.InsertUnlessMember(key, entry)) return false;
+    if (replaced) Report(2, "Remove", key);
     // What followers of the changes expect behind the key where a list would have the position.
     constexpr int kNoPosition = -99;
     omu_PrimTuple change(4, '(');
     change.Put("Insert");
-    change.Put(added);
+    change.Put(key);
     change.Put(kNoPosition);
     thr_ThreadSingleton<omu_ChangeHistory>::Instance().addChange(change);
     return true;
 }
 
-template <class K, class T> bool mdl_MapOfCowsRepository<K, T>::Remove(const K& key)
+template <class K, class T> bool mdl_MapOfCowsRepository<K, T>::RemoveEntry(const K& key)
 {
     m_KeysStale = true;
-    const K removed(key); // as above
-    if (!m_Map.Remove(removed)) return false;
-    Report(2, "Remove", removed);
+    if (!m_Map.Remove(key)) return false;
+    Report(2, "Remove", key);
     return true;
 }
 

@@ -3,10 +3,14 @@
 #include "atr_Library.h"
 #include "cow_Library.h"
 #include "hdf_Library.h"
+#include "mdl_Library.h"
 #include "mem_Library.h"
 #include "nex_Library.h"
 #include "omni_Library.h"
+#include "omu_Library.h"
+#include "rds_Library.h"
 #include "thr_Library.h"
+#include "typ_Library.h"
 #include "uti_Library.h"
 #include "utl_Library.h"
 #include "zlib_Library.h"
@@ -19,6 +23,7 @@ void rfm_initialize(int& count)
     if (!s_Calls.Enter(count)) return;
     mem_initialize(count);
     zlib_initialize(count);
+    typ_initialize(count);
     thr_initialize(count);
     omni_initialize(count);
     atr_initialize(count);
@@ -27,11 +32,17 @@ void rfm_initialize(int& count)
     hdf_initialize(count);
     utl_initialize(count);
     uti_initialize(count);
+    omu_initialize(count);
+    mdl_initialize(count);
+    rds_initialize(count);
 }
 
 void rfm_finalize(int& count)
 {
     if (!s_Calls.Leave(count)) return;
+    rds_finalize(count);
+    mdl_finalize(count);
+    omu_finalize(count);
     uti_finalize(count);
     utl_finalize(count);
     hdf_finalize(count);
@@ -40,6 +51,7 @@ void rfm_finalize(int& count)
     atr_finalize(count);
     omni_finalize(count);
     thr_finalize(count);
+    typ_finalize(count);
     zlib_finalize(count);
     mem_finalize(count);
 }

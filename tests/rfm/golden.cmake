@@ -1,6 +1,6 @@
 add_executable(make_golden_files tools/make_golden_files.cpp tools/rfm_GoldenFiles.cpp)
 target_include_directories(make_golden_files PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/tools)
-target_link_libraries(make_golden_files PRIVATE rfm_impl rfm_support)
+target_link_libraries(make_golden_files PRIVATE rfm_impl rds_impl rfm_support)
 
 add_area(golden_tests
   rfm/DamagedFiles_test.cpp

@@ -3,10 +3,14 @@
 #include "atr_Library.h"
 #include "cow_Library.h"
 #include "hdf_Library.h"
+#include "mdl_Library.h"
 #include "mem_Library.h"
 #include "nex_Library.h"
 #include "omni_Library.h"
+#include "omu_Library.h"
+#include "rds_Library.h"
 #include "thr_Library.h"
+#include "typ_Library.h"
 #include "uti_Library.h"
 #include "utl_Library.h"
 #include "zlib_Library.h"
@@ -33,11 +37,13 @@ struct Sibling
 };
 
 const Sibling kSiblings[] = {
-    {"mem", mem_initialize, mem_finalize}, {"zlib", zlib_initialize, zlib_finalize},
-    {"thr", thr_initialize, thr_finalize}, {"omni", omni_initialize, omni_finalize},
-    {"atr", atr_initialize, atr_finalize}, {"cow", cow_initialize, cow_finalize},
-    {"nex", nex_initialize, nex_finalize}, {"hdf", hdf_initialize, hdf_finalize},
-    {"utl", utl_initialize, utl_finalize}, {"uti", uti_initialize, uti_finalize},
+    {"mem", mem_initialize, mem_finalize},    {"zlib", zlib_initialize, zlib_finalize},
+    {"typ", typ_initialize, typ_finalize},    {"thr", thr_initialize, thr_finalize},
+    {"omni", omni_initialize, omni_finalize}, {"atr", atr_initialize, atr_finalize},
+    {"cow", cow_initialize, cow_finalize},    {"nex", nex_initialize, nex_finalize},
+    {"hdf", hdf_initialize, hdf_finalize},    {"utl", utl_initialize, utl_finalize},
+    {"uti", uti_initialize, uti_finalize},    {"omu", omu_initialize, omu_finalize},
+    {"mdl", mdl_initialize, mdl_finalize},    {"rds", rds_initialize, rds_finalize},
 };
 constexpr int kLibraries = 1 + static_cast<int>(std::size(kSiblings));
 

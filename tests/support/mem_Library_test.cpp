@@ -1,11 +1,15 @@
 #include "mem_Library.h"
 
 #include "atr_Library.h"
+#include "cls_Library.h"
 #include "cow_Library.h"
+#include "mdl_Library.h"
 #include "mem_Alloc.h"
 #include "nex_Library.h"
 #include "omni_Library.h"
+#include "omu_Library.h"
 #include "thr_Library.h"
+#include "typ_Library.h"
 #include "uti_Library.h"
 #include "utl_Library.h"
 
@@ -81,16 +85,16 @@ TEST_P(EverySupportLibrary, RaisesTheCallersCountOnceAndLowersItOnce)
     EXPECT_EQ(count, 0);
 }
 
-INSTANTIATE_TEST_SUITE_P(Support, EverySupportLibrary,
-                         ::testing::Values(LibraryPair{"mem", mem_initialize, mem_finalize},
-                                           LibraryPair{"thr", thr_initialize, thr_finalize},
-                                           LibraryPair{"omni", omni_initialize, omni_finalize},
-                                           LibraryPair{"atr", atr_initialize, atr_finalize},
-                                           LibraryPair{"cow", cow_initialize, cow_finalize},
-                                           LibraryPair{"nex", nex_initialize, nex_finalize},
-                                           LibraryPair{"utl", utl_initialize, utl_finalize},
-                                           LibraryPair{"uti", uti_initialize, uti_finalize}),
-                         [](const auto& tested) { return std::string(tested.param.name); });
+INSTANTIATE_TEST_SUITE_P(
+    Support, EverySupportLibrary,
+    ::testing::Values(
+        LibraryPair{"mem", mem_initialize, mem_finalize}, LibraryPair{"typ", typ_initialize, typ_finalize},
+        LibraryPair{"cls", cls_initialize, cls_finalize}, LibraryPair{"omu", omu_initialize, omu_finalize},
+        LibraryPair{"mdl", mdl_initialize, mdl_finalize}, LibraryPair{"thr", thr_initialize, thr_finalize},
+        LibraryPair{"omni", omni_initialize, omni_finalize}, LibraryPair{"atr", atr_initialize, atr_finalize},
+        LibraryPair{"cow", cow_initialize, cow_finalize}, LibraryPair{"nex", nex_initialize, nex_finalize},
+        LibraryPair{"utl", utl_initialize, utl_finalize}, LibraryPair{"uti", uti_initialize, uti_finalize}),
+    [](const auto& tested) { return std::string(tested.param.name); });
 
 TEST(mem_Alloc, ABlockOfNoBytesIsStillABlock)
 {

@@ -1,6 +1,7 @@
 #include "nex_Exception.h"
 
 #include "nex_Report.h"
+#include "omu_ValueErrorException.h"
 #include "rfm_FileException.h"
 #include "utl_FileException.h"
 
@@ -116,6 +117,8 @@ TEST_P(EveryException, CopiesAndPropagatesAsWhatItIs)
 INSTANTIATE_TEST_SUITE_P(
     Library, EveryException,
     ::testing::Values(std::make_shared<nex_TextException>("t"), std::make_shared<nex_AssertException>("a"),
+                      std::make_shared<nex_CommandException>("c"),
+                      std::make_shared<omu_ValueErrorException>("v"),
                       std::make_shared<utl_FileException>("read", "f", EIO),
                       std::make_shared<utl_FileExceptionNoFile>("open", "f", ENOENT),
                       std::make_shared<rfm_FileException>("e"), std::make_shared<rfm_FileReadOnlyExc>("f"),

@@ -1,0 +1,6 @@
+#pragma once
+
+/// Everything that a program needs for connections to other hosts.
+#include "rds_Library.h"
+#include "rds_RemoteConnection.h"
+#include "rds_RemoteConnectionsRep.h"

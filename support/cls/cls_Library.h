@@ -1,0 +1,4 @@
+#pragma once
+
+void cls_initialize(int& count);
+void cls_finalize(int& count);

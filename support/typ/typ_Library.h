@@ -1,0 +1,4 @@
+#pragma once
+
+void typ_initialize(int& count);
+void typ_finalize(int& count);

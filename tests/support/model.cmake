@@ -1,0 +1,12 @@
+add_area(model_tests
+  support/cls_ClassMetadata_test.cpp
+  support/cls_Stream_test.cpp
+  support/mdl_Repository_test.cpp
+  support/nex_StoredException_test.cpp
+  support/omi_Singleton_test.cpp
+  support/omu_ChangeHistory_test.cpp
+  support/omu_PrimEnum_test.cpp
+  support/omu_Primitive_test.cpp
+  support/thr_Singleton_test.cpp
+  support/typ_ArchCompTable_test.cpp
+)

@@ -228,9 +228,9 @@ std::int64_t SectorWalk::PlaceOfCell(std::int32_t segment) const
     constexpr int kFirst = rfm_CellsInFirstSector(rfm_EncodedHeaderBytes);
     constexpr int kFirstPlace = rfm_SectorHeaderBytes + rfm_EncodedHeaderBytes;
     if (segment < kFirst) return kFirstPlace + std::int64_t{segment} * rfm_SectorCellBytes;
-    const int behind = segment - kFirst;
-    const std::uint32_t sector = m_Directory[static_cast<std::size_t>(1 + behind / rfm_CellsPerSector)];
-    return OffsetOf(sector) + std::int64_t{behind % rfm_CellsPerSector} * rfm_SectorCellBytes;
+    const auto behind = static_cast<std::size_t>(segment - kFirst);
+    const std::uint32_t sector = m_Directory[1 + behind / rfm_CellsPerSector];
+    return OffsetOf(sector) + static_cast<std::int64_t>(behind % rfm_CellsPerSector) * rfm_SectorCellBytes;
 }
 
 // ---- Chains ----

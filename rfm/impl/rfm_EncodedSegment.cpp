@@ -65,6 +65,9 @@ int rfm_EncodedSegment::LoadStream()
     {
         rfm_SectorReader reader = m_SectorArray->GetReader(m_Index);
         const int length = reader.Length();
+        // Before there is memory for it: the file's size, which bounds it too, may be that of a sparse one.
+        if (length - rfm_StreamLengthBytes > m_Codec->MostEncoded(m_Buffer->Size()))
+            rfm_ThrowEncodedCorrupt();
         encoded.Require(length);
         const int read = reader.Read(encoded.Writable(length), length);
         if (read < length - rfm_StreamLengthBytes) rfm_ThrowEncodedCorrupt();

@@ -46,6 +46,7 @@ public:
         std::copy_n(in.Data(), length, out.Writable(length));
         return length;
     }
+    int MostEncoded(int decodedLength) const noexcept override { return decodedLength; }
 
 private:
     Counts& m_Counts;

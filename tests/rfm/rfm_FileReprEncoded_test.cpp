@@ -10,6 +10,7 @@
 #include "utl_FileException.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
@@ -515,6 +516,47 @@ TEST_F(rfm_FileReprEncodedTest, ADecompressionBombCostsNoMoreThanItsSegment)
     m_File.Patch(28, rfm_IntBytes(kSegment));
     rfm_SegmentBuffer room(kSegment);
     EXPECT_EQ(Thrown<nex_TextException>([&] { Open(); }), kCorrupt);
+}
+
+TEST_F(rfm_FileReprEncodedTest, ALengthBeyondWhatASegmentCanTakeIsCorruptHoweverLongTheChain)
+{
+    Create();
+    Write(0, "abc");
+    m_Repr.reset();
+    const std::uint32_t stored = rfm_LoadWord(m_File.Bytes(4096, 4).data());
+    const std::string stream = m_File.Bytes(4100, stored - 4);
+    for (const std::size_t length :
+         {72101U, 72102U}) // the room that a segment is encoded in, and a byte more
+    {
+        {
+            rfm_SectorArray array(m_File.Name(), utl_FileAccessUpdate);
+            rfm_SectorWriter writer = array.GetWriter(0);
+            writer.Write((stream + Zeros(length - stream.size())).data(), static_cast<int>(length));
+            writer.End();
+        }
+        if (length == 72101)
+        {
+            Open();
+            EXPECT_EQ(ReadOn(10), "abc");
+            m_Repr.reset();
+        }
+        else
+            EXPECT_EQ(Thrown<nex_TextException>([&] { Open(); }), kCorrupt);
+    }
+}
+
+TEST_F(rfm_FileReprEncodedTest, ASparseFileThatClaimsTheLongestStreamIsCorrupt)
+{
+    Create();
+    Write(0, Noise(10000));
+    m_Repr.reset();
+    std::filesystem::resize_file(m_File.Name(), std::uintmax_t{4096} * 525001);
+    m_File.Patch(4096 + 4092, rfm_IntBytes(400000));
+    for (const std::uint32_t below : {0U, 1U, 2U, 3U})
+    {
+        m_File.Patch(4096, rfm_IntBytes(0x7FFFFFFF - below));
+        EXPECT_EQ(Thrown<nex_TextException>([&] { Open(); }), kCorrupt);
+    }
 }
 
 TEST_F(rfm_FileReprEncodedTest, FilesOfAFewBytesAreNoneOrFailAnAssertion)

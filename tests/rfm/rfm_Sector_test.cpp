@@ -7,6 +7,8 @@
 #include "utl_FileException.h"
 
 #include <algorithm>
+#include <climits>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
@@ -628,6 +630,26 @@ TEST_F(rfm_SectorArrayTest, ALengthThatNoStreamHasIsCorrupt)
     }
     PatchWord(kSector, 4);
     EXPECT_EQ(Get(*Open(), 0), "");
+}
+
+TEST_F(rfm_SectorArrayTest, AReaderAskedForAsMuchAsANumberCanSayReadsRunsThatFit)
+{
+    constexpr std::uint32_t kFar = 400000;
+    PutTwoStreams();
+    std::filesystem::resize_file(m_File.Name(),
+                                 kSector * 525001); // sparse; a stream could have INT_MAX bytes
+    PatchWord(kSector + 4092, kFar);
+    PatchWord(kFar * kSector + 4092, 0xFFFFFFFF);
+    for (const int below : {0, 1, 2, 3})
+    {
+        PatchWord(kSector, static_cast<std::uint32_t>(INT_MAX - below));
+        const auto array = Open();
+        rfm_SectorReader reader = array->GetReader(0);
+        ASSERT_EQ(reader.Length(), INT_MAX - below);
+        std::string bytes(3 * kSector, '?'); // the chain ends before these are used up
+        EXPECT_EQ(reader.Read(bytes.data(), reader.Length()), 4088 + 4092);
+        EXPECT_TRUE(bytes.substr(0, 4088 + 4092) == Numbered(4088) + std::string(4092, '\0'));
+    }
 }
 
 TEST_F(rfm_SectorArrayTest, ALinkThatLeadsOutOfTheFileOrBackIsCorruptToReaderAndWriter)

@@ -74,6 +74,24 @@ protected:
         array->Flush();
     }
 
+    /// Writes `longer` over cell 0 with no room for it, and reads what the file, as it is then, holds.
+    void ExpectShortageLeaves(rfm_SectorArray& array, const std::string& before,
+                              const std::string& longer) const
+    {
+        array.Flush();
+        const int used = array.UsedCount();
+        utl_FaultPlan plan({.room = static_cast<std::int64_t>(m_File.Size())});
+        EXPECT_THROW(Put(array, 0, longer), utl_FileException);
+        EXPECT_TRUE(plan.Fired());
+        EXPECT_EQ(array.UsedCount(), used);
+        array.File().Flush();
+        EXPECT_TRUE(Get(*Open(), 0) == before);
+        plan.Repair();
+        Put(array, 0, longer);
+        array.Flush();
+        EXPECT_TRUE(Get(*Open(), 0) == longer);
+    }
+
     rfm_TestFile m_File{".sdx"};
 };
 } // namespace
@@ -297,6 +315,26 @@ TEST_F(rfm_SectorArrayTest, WithoutRoomTheFailureIsToldAndTheSameStreamFitsLater
     plan.Repair();
     Put(*array, 1, Numbered(2000000));
     EXPECT_TRUE(Get(*array, 1) == Numbered(2000000));
+}
+
+// A chain of two runs that needs one sector more than there is room for.
+TEST_F(rfm_SectorArrayTest, AChainInPiecesThatCannotGrowKeepsItsStream)
+{
+    const auto array = Create();
+    Put(*array, 0, Numbered(4000));
+    Put(*array, 1, Numbered(10000)); // sectors 2 to 4
+    Put(*array, 0, Numbered(8000));  // sectors 1 and 5
+    while (array->UsedCount() < array->Capacity()) array->Allocate();
+    ExpectShortageLeaves(*array, Numbered(8000), Numbered(12000, 5));
+}
+
+// A chain of one run that needs two sectors, with room for one.
+TEST_F(rfm_SectorArrayTest, AChainThatCanGrowOnlyInPartKeepsItsStream)
+{
+    const auto array = Create();
+    Put(*array, 0, Numbered(4000));
+    while (array->UsedCount() < array->Capacity() - 1) array->Allocate();
+    ExpectShortageLeaves(*array, Numbered(4000), Numbered(12000, 5));
 }
 
 // --- sectors

@@ -69,7 +69,7 @@ bool rfm_SectorReader::GoOn(int wanted)
 {
     const unsigned next = rfm_LoadWord(Sector() + m_File.SectorSize() - rfm_SectorLinkBytes);
     if (next == rfm_NullSector) return false;
-    m_File.CheckChainSector(next);
+    m_File.CheckLink(m_Current, next);
     m_Trail.Enter(next);
     if (next < m_RunFirst || next - m_RunFirst >= static_cast<unsigned>(m_RunCount))
     {

@@ -651,11 +651,56 @@ TEST_F(rfm_SectorArrayTest, ACellThatLeadsOutOfTheFileIsCorruptForItsStreamAlone
     for (const std::uint32_t cell : {5U, 0x7FFFFFFFU, 0xFFFFFFFFU})
     {
         PatchWord(40, cell);
-        const auto array = Open(utl_FileAccessUpdate);
+        const auto array = Open();
         EXPECT_EQ(Thrown<nex_TextException>([&] { Get(*array, 0); }), kCorrupt) << cell;
-        EXPECT_EQ(Thrown<nex_TextException>([&] { Put(*array, 0, "x"); }), kCorrupt) << cell;
         EXPECT_EQ(Get(*array, 1), "short");
+        EXPECT_EQ(Thrown<nex_TextException>([&] { Open(utl_FileAccessUpdate); }), kCorrupt) << cell;
     }
+}
+
+// Else the sectors that it takes would have the numbers that lead out of the file.
+TEST_F(rfm_SectorArrayTest, AWriterRefusesAFileThatWasCutInFrontOfAStream)
+{
+    PutTwoStreams();
+    std::filesystem::resize_file(m_File.Name(), 4 * kSector);
+    EXPECT_EQ(Get(*Open(), 0), Numbered(10000));
+    EXPECT_EQ(Thrown<nex_TextException>([&] { Open(utl_FileAccessUpdate); }), kCorrupt);
+    EXPECT_EQ(m_File.Size(), 4 * kSector);
+}
+
+TEST_F(rfm_SectorArrayTest, AChainThatWasCutDoesNotGoOnInSectorsTakenSince)
+{
+    {
+        const auto array = Create();
+        Put(*array, 1, "short");
+        Put(*array, 0, Numbered(10000)); // sectors 2 to 4
+        array->Flush();
+    }
+    std::filesystem::resize_file(m_File.Name(), 3 * kSector);
+    const auto array = Open(utl_FileAccessUpdate);
+    Put(*array, 2, Numbered(9000, 3)); // takes sectors 3 to 5
+    EXPECT_EQ(Thrown<nex_TextException>([&] { Get(*array, 0); }), kCorrupt);
+    EXPECT_EQ(Thrown<nex_TextException>([&] { Put(*array, 0, Numbered(12000)); }), kCorrupt);
+    EXPECT_EQ(Get(*array, 2), Numbered(9000, 3));
+    Put(*array, 1, Numbered(9000, 5)); // an old chain that grows: these links are ours
+    EXPECT_EQ(Get(*array, 1), Numbered(9000, 5));
+    Put(*array, 1, Numbered(20000, 7));
+    EXPECT_EQ(Get(*array, 1), Numbered(20000, 7));
+}
+
+TEST_F(rfm_SectorArrayTest, ADirectoryThatWasCutDoesNotGrowIntoSectorsTakenSince)
+{
+    {
+        const auto array = Create();
+        Put(*array, 0, "a");
+        array->At(0).SetNext(array->Allocate()); // no cells are in it yet
+        array->Flush();
+    }
+    std::filesystem::resize_file(m_File.Name(), 2 * kSector);
+    const auto array = Open(utl_FileAccessUpdate);
+    Put(*array, 1013, Numbered(9000)); // takes sector 2
+    EXPECT_EQ(Thrown<nex_TextException>([&] { array->Flush(); }), kCorrupt);
+    EXPECT_EQ(Get(*Open(), 0), "a");
 }
 
 TEST_F(rfm_SectorArrayTest, ALengthThatNoStreamHasIsCorrupt)

@@ -174,6 +174,7 @@ void rfm_SectorArray::WriteLaterSector(int which)
     WriteBytes(m_DirectorySectors[index], 0, sector, whole ? rfm_SectorBytes : count * rfm_SectorCellBytes);
 }
 
+// `WriteBytes` moves all bytes or throws, so there is no count of written bytes to look at.
 void rfm_SectorArray::WriteFirstSector()
 {
     char sector[rfm_SectorBytes] = {};

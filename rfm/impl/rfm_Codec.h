@@ -14,4 +14,6 @@ public:
     /// Result: how many bytes came out. What is behind them in `out` is undefined.
     /// Throws: nex_TextException when they are damaged, or are more than `out` has room for.
     virtual int Decode(rfm_SegmentBuffer& out, const rfm_SegmentBuffer& in) = 0;
+    /// No segment of `decodedLength` bytes has more encoded ones.
+    virtual int MostEncoded(int decodedLength) const noexcept = 0;
 };

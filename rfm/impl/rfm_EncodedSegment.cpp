@@ -65,6 +65,9 @@ int rfm_EncodedSegment::LoadStream()
     {
         rfm_SectorReader reader = m_SectorArray->GetReader(m_Index);
         const int length = reader.Length();
+        // Before there is memory for it: the file's size, which bounds it too, may be that of a sparse one.
+        if (length - rfm_StreamLengthBytes > m_Codec->MostEncoded(m_Buffer->Size()))
+            rfm_ThrowEncodedCorrupt();
         encoded.Require(length);
         const int read = reader.Read(encoded.Writable(length), length);
         if (read < length - rfm_StreamLengthBytes) rfm_ThrowEncodedCorrupt();
@@ -96,15 +99,24 @@ void rfm_EncodedSegment::Write(const char* source, int firstOut, int length)
 // only encode the same bytes, and never in a file that is only read.
 void rfm_EncodedSegment::SetDecodedLength(int length)
 {
+    const bool isToStore =
+        length != m_DecodedLength && m_SectorArray->HasChain(m_Index) && !m_SectorArray->ReadOnly();
+    // A stream that can't be read fails here, not in every flush to come.
+    if (isToStore && !m_Loaded && m_StoredLength > 0) const rfm_ArmedSegment loaded(this);
     if (length < m_DecodedLength && m_Loaded)
     {
         const rfm_ArmedSegment armed(this);
         m_Buffer->ClearFrom(length);
     }
-    const bool changes = length != m_DecodedLength;
     m_DecodedLength = length;
     m_StoredLength = std::min(m_StoredLength, length);
-    if (changes && m_SectorArray->HasChain(m_Index) && !m_SectorArray->ReadOnly()) m_Dirty = true;
+    if (isToStore) m_Dirty = true;
+}
+
+bool rfm_EncodedSegment::IsForgettable(int decodedLength) const
+{
+    if (IsArmed() || m_Loaded || m_Dirty || m_DecodedLength != decodedLength) return false;
+    return m_StoredLength == decodedLength || !m_SectorArray->HasChain(m_Index);
 }
 
 void rfm_EncodedSegment::Store(const rfm_SegmentBuffer* buffer)

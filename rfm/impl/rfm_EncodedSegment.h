@@ -30,6 +30,7 @@ public:
     void Disarm();
     void Read(char* target, int first, int length) const;
     void Write(const char* source, int firstOut, int length);
+    /// Throws: what Arm throws when the stored bytes are wanted for it; the length is as it was then.
     void SetDecodedLength(int length);
     /// Stores what is dirty.
     void Flush();
@@ -41,11 +42,7 @@ public:
     bool IsDirty() const noexcept { return m_Dirty; }
     bool IsArmed() const noexcept { return m_Armed > 0; }
     /// Whether a new object for this segment, of `decodedLength` bytes, would be as this one.
-    bool IsForgettable(int decodedLength) const noexcept
-    {
-        return !IsArmed() && !m_Loaded && !m_Dirty && m_DecodedLength == decodedLength &&
-               m_StoredLength == decodedLength;
-    }
+    bool IsForgettable(int decodedLength) const;
 
 private:
     void Load();

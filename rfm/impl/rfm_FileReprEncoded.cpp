@@ -100,6 +100,28 @@ int rfm_FileReprEncoded::Read(char* buffer, int count)
 {
     if (buffer == nullptr || count < 0)
         rfm_FileBadParameterExc("rfm_FileReprEncoded::Read").Throw(__FILE__, __LINE__);
+    Settle();
+    const utl_FileOffset start = m_Position;
+    try
+    {
+        return ReadOn(buffer, count);
+    }
+    catch (...)
+    {
+        m_Position = start;
+        m_CurrentSegment = {}; // the one at the start may have lost its buffer by now
+        throw;
+    }
+}
+
+// After a read that failed, back to the segment of the position.
+void rfm_FileReprEncoded::Settle()
+{
+    if (m_CurrentSegment.IsNull()) Seek(m_Position);
+}
+
+int rfm_FileReprEncoded::ReadOn(char* buffer, int count)
+{
     int done = 0;
     while (done < count)
     {
@@ -120,9 +142,10 @@ int rfm_FileReprEncoded::Read(char* buffer, int count)
 // Test: AWriteThatEndsOnASegmentBoundaryHasAlreadyMadeTheNextSegment.
 int rfm_FileReprEncoded::Write(const char* buffer, int count)
 {
+    CheckWritable();
     if (buffer == nullptr || count < 0)
         rfm_FileBadParameterExc("rfm_FileReprEncoded::Write").Throw(__FILE__, __LINE__);
-    CheckWritable();
+    Settle();
     m_FlushDue = true;
     for (int done = 0; done < count;)
     {

@@ -24,6 +24,7 @@ public:
     void Seek(utl_FileOffset location) override;
     void Flush() override;
     void Extend(utl_FileOffset delta) override { ExtendBy(delta); }
+    /// When it throws, the position has not moved.
     int Read(char* buffer, int count) override;
     int Write(const char* buffer, int count) override;
     /// kept: a negative `delta` counts from the position, not from the end, and can't end in the last segment.
@@ -36,14 +37,16 @@ public:
 private:
     void CheckWritable() const;
     void SwitchTo(int index);
+    void Settle();
+    int ReadOn(char* buffer, int count);
     void LeaveFullSegment(bool moreToMove);
     void SetLogicalSize(utl_FileOffset size);
 
     int m_SegmentSize;
     rfm_EncodedSegmentTable m_Table;
-    rfm_ArmedSegment m_CurrentSegment;
-    rfm_ArmedSegment m_FirstSegment; // once visited: a database looks at its header all the time
-    int m_PositionInSegment = 0;     // the segment size when the next one has not been switched to yet
+    rfm_ArmedSegment m_CurrentSegment; // none after a read that failed, until the next step
+    rfm_ArmedSegment m_FirstSegment;   // once visited: a database looks at its header all the time
+    int m_PositionInSegment = 0;       // the segment size when the next one has not been switched to yet
     bool m_ReadOnly;
     bool m_FlushDue = true; // something may have changed since the last one
 };

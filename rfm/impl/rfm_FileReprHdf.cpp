@@ -34,9 +34,10 @@ void rfm_FileReprHdf::CheckWritable() const
     if (ReadOnly()) rfm_FileReadOnlyExc(m_FileName).Throw(__FILE__, __LINE__);
 }
 
+// A negative position, which a seek does not refuse, ends in the next read or write.
 int rfm_FileReprHdf::ReadUpToEnd(char* buffer, int count)
 {
-    if (buffer == nullptr || count < 0)
+    if (buffer == nullptr || count < 0 || m_Position < 0)
         rfm_FileBadParameterExc("rfm_FileReprHdf::Read").Throw(__FILE__, __LINE__);
     const int read = m_Dataset.Read(m_Position.Value(), buffer, count);
     m_Position += read;
@@ -51,12 +52,11 @@ int rfm_FileReprHdf::Read(char* buffer, int count)
     return count;
 }
 
-// A negative position, which a seek does not refuse, ends here.
 int rfm_FileReprHdf::Write(const char* buffer, int count)
 {
+    CheckWritable();
     if (buffer == nullptr || count < 0 || m_Position < 0)
         rfm_FileBadParameterExc("rfm_FileReprHdf::Write").Throw(__FILE__, __LINE__);
-    CheckWritable();
     const utl_FileOffset end = m_Position + count;
     m_Dataset.Write(m_Position.Value(), buffer, count);
     m_Position = end;

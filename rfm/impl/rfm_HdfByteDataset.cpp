@@ -51,9 +51,14 @@ void CheckLayout(const hdf_Dataset& dataset)
     if (layout.FilterCount() > 0) Refuse(file, "its bytes pass through filters");
     if (!dataset.GetType().IsSameAs(hdf_Datatype::STD_I8LE)) Refuse(file, "its elements are no bytes");
     const hdf_DimSpaceInput chunk = layout.GetChunk();
-    if (chunk.Rank() != 1) Refuse(file, "it is no array of one dimension");
+    const hdf_Dataspace space = dataset.GetSpace();
+    const hdf_DimSpaceInput dims = space.GetDims();
+    if (chunk.Rank() != 1 || dims.Rank() != 1) Refuse(file, "it is no array of one dimension");
     if (chunk[0] < kLeastChunkBytes || chunk[0] > kMostChunkBytes) Refuse(file, "the size of its chunks");
-    if (dataset.GetSpace().GetDims()[0] > kMostLength) Refuse(file, "its size");
+    if (dims[0] > kMostLength) Refuse(file, "its size");
+    // Else a writer would find out at the end of what it took in.
+    if (!dataset.ReadOnly() && space.GetMaxDims()[0] != hdf_DimSpaceInput::kUnlimited)
+        Refuse(file, "it can't grow without limit");
 }
 } // namespace
 
@@ -117,7 +122,7 @@ char* rfm_HdfByteDataset::Block()
 int rfm_HdfByteDataset::Read(std::int64_t position, char* buffer, int count)
 {
     Drain();
-    if (position < 0 || position >= m_Dimension) return 0;
+    if (position >= m_Dimension) return 0;
     const int wanted = static_cast<int>(std::min<std::int64_t>(count, m_Dimension - position));
     const int taken = TakeFromBlock(position, buffer, wanted);
     const bool sequential = taken > 0 || (position > m_LastStart && position <= m_LastEnd);
@@ -194,18 +199,23 @@ void rfm_HdfByteDataset::Refresh()
 
 void rfm_HdfByteDataset::Write(std::int64_t position, const char* buffer, int count)
 {
-    if (count == 0) return;
+    if (count == 0)
+    {
+        if (position > Length()) ExtendTo(position);
+        return;
+    }
     Forget();
     const bool follows = m_Mode == Mode::Gathering && position == m_BlockStart + m_BlockCount;
     if (!follows || count > kBlockBytes - m_BlockCount) Drain();
     if (count >= kBlockBytes) return WriteThrough(position, buffer, count);
+    char* const block = Block(); // first: without memory for it nothing has begun
     if (m_Mode == Mode::Idle)
     {
         m_Mode = Mode::Gathering;
         m_BlockStart = position;
         m_BlockCount = 0;
     }
-    std::memcpy(Block() + m_BlockCount, buffer, static_cast<std::size_t>(count));
+    std::memcpy(block + m_BlockCount, buffer, static_cast<std::size_t>(count));
     m_BlockCount += count;
 }
 

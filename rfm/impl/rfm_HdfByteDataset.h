@@ -28,7 +28,8 @@ class rfm_HdfByteDataset
 public:
     /// `chunkBytes` below 1 means 1024.
     static rfm_HdfByteDataset Create(hdf_Group& group, const cow_String& name, int chunkBytes);
-    /// Throws: rfm_FileException with the file's name when what is there is no such array.
+    /// Throws: rfm_FileException with the file's name when what is there is no such array, or for update one that can't
+    /// grow.
     static rfm_HdfByteDataset Open(const hdf_Group& group, const cow_String& name);
 
     rfm_HdfByteDataset(const rfm_HdfByteDataset&) = delete;
@@ -41,8 +42,11 @@ public:
     std::int64_t Length() const noexcept;
     /// More bytes than are stored: parts that were never written claim length only.
     std::int64_t MostContent() const;
+    // Positions are not negative.
+
     /// Answers how many bytes there were to read.
     int Read(std::int64_t position, char* buffer, int count);
+    /// Of no bytes too, it makes the array reach to `position`.
     void Write(std::int64_t position, const char* buffer, int count);
     /// Makes it `length` long at least; new bytes are zero.
     void ExtendTo(std::int64_t length);

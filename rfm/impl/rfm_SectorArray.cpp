@@ -25,6 +25,7 @@ rfm_SectorArray::rfm_SectorArray(const cow_String& name, utl_FileAccess access)
     ReadHead(first, read);
     if (UsedCount() == 0) rfm_ThrowEncodedCorrupt(); // new sectors would lie over the header
     ReadDirectory(first);
+    if (!ReadOnly()) CheckCells();
 }
 
 void rfm_SectorArray::ReadHead(const char* bytes, int read)
@@ -74,6 +75,13 @@ void rfm_SectorArray::TakeCells(const char* bytes, int first, int count)
     for (int i = 0; i < count; ++i)
         if (const unsigned sector = rfm_LoadWord(bytes + i * rfm_SectorCellBytes); sector != 0)
             m_Directory.SetCell(first + i, sector);
+}
+
+// A reader finds out with the stream. A writer must not give these sectors to others: the stream would show their bytes.
+void rfm_SectorArray::CheckCells() const
+{
+    for (int cell = 0; cell < m_CellCount; ++cell)
+        if (HasChain(cell)) CheckChainSector(Cell(cell));
 }
 
 void rfm_SectorArray::PutCells(char* bytes, int first, int count) const
@@ -166,6 +174,7 @@ void rfm_SectorArray::WriteLaterSector(int which)
     WriteBytes(m_DirectorySectors[index], 0, sector, whole ? rfm_SectorBytes : count * rfm_SectorCellBytes);
 }
 
+// `WriteBytes` moves all bytes or throws, so there is no count of written bytes to look at.
 void rfm_SectorArray::WriteFirstSector()
 {
     char sector[rfm_SectorBytes] = {};

@@ -17,7 +17,7 @@ public:
     rfm_SectorArray(const cow_String& name, int userHeaderLength);
     /// Opens, for reading or update.
     /// Throws: nex_AssertException for a file that is none of these; the text of a corrupt file for numbers that the
-    /// file can't be right with.
+    /// file can't be right with; for update, a cell that leads out of the file among them.
     rfm_SectorArray(const cow_String& name, utl_FileAccess access);
 
     bool HasChain(int cell) const { return Cell(cell) != 0; }
@@ -40,6 +40,7 @@ public:
 private:
     void ReadHead(const char* bytes, int read);
     void ReadDirectory(const char* firstSector);
+    void CheckCells() const;
     void TakeCells(const char* bytes, int first, int count);
     void PutCells(char* bytes, int first, int count) const;
     int CellsInFirst() const noexcept { return rfm_CellsInFirstSector(m_UserHeaderLength); }

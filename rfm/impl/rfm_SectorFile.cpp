@@ -39,6 +39,7 @@ int rfm_Sector::Write(const char* bytes, int length, int offset)
 void rfm_Sector::SetNext(rfm_Sector next)
 {
     if (IsNull()) nex_ThrowAssert("!IsNull()");
+    if (!next.IsNull()) m_File->NoteLink(m_Number, next.m_Number);
     char link[rfm_SectorLinkBytes];
     rfm_StoreWord(link, next.m_Number);
     Write(link, sizeof link, Capacity());
@@ -50,7 +51,7 @@ rfm_Sector rfm_Sector::Next() const
     char link[rfm_SectorLinkBytes] = {};
     Read(link, sizeof link, Capacity());
     const unsigned next = rfm_LoadWord(link);
-    if (next != rfm_NullSector) m_File->CheckChainSector(next);
+    if (next != rfm_NullSector) m_File->CheckLink(m_Number, next);
     return {next, m_File};
 }
 
@@ -90,7 +91,7 @@ rfm_SectorFile::rfm_SectorFile(const cow_String& name, int sectorSize, utl_FileA
     m_File.SetReadsAhead(false);
     const std::int64_t count = m_File.FileSize().Value() / m_SectorSize;
     if (count > INT_MAX) rfm_ThrowEncodedCorrupt();
-    m_UsedCount = m_Capacity = static_cast<int>(count);
+    m_UsedCount = m_Capacity = m_UsedAtOpen = static_cast<int>(count);
 }
 
 rfm_SectorFile::~rfm_SectorFile()
@@ -122,6 +123,19 @@ void rfm_SectorFile::Trim()
 void rfm_SectorFile::CheckChainSector(unsigned number) const
 {
     if (!IsChainSector(number)) rfm_ThrowEncodedCorrupt();
+}
+
+void rfm_SectorFile::CheckLink(unsigned from, unsigned to) const
+{
+    CheckChainSector(to);
+    const auto atOpen = static_cast<unsigned>(m_UsedAtOpen);
+    if (from < atOpen && to >= atOpen && !m_Grown.contains(from)) rfm_ThrowEncodedCorrupt();
+}
+
+void rfm_SectorFile::NoteLink(unsigned from, unsigned to)
+{
+    const auto atOpen = static_cast<unsigned>(m_UsedAtOpen);
+    if (from < atOpen && to >= atOpen) m_Grown.insert(from);
 }
 
 unsigned rfm_SectorFile::TakeSector()

@@ -77,6 +77,11 @@ public:
     }
     /// Throws: the text of a corrupt file unless it is one.
     void CheckChainSector(unsigned number) const;
+    /// The same for a link that was read, but for the null sector. A link that was in the file when it was opened can't
+    /// lead to a sector taken since: in a file that was cut, such numbers come into use again.
+    void CheckLink(unsigned from, unsigned to) const;
+    /// Notes that a link leads, or will lead, from a sector to another.
+    void NoteLink(unsigned from, unsigned to);
 
     // For those that move whole sectors.
 
@@ -100,6 +105,8 @@ private:
     int m_SectorSize;
     int m_UsedCount = 0;
     int m_Capacity = 0;
+    int m_UsedAtOpen = 0;
+    std::unordered_set<unsigned> m_Grown; // of the sectors that there were at open, those linked to a new one
     utl_File m_File;
     cow_String m_Name;
     bool m_ReadOnly;

@@ -42,13 +42,20 @@ void rfm_SectorReader::LoadRun(unsigned first, int count)
     m_File.ReadSectors(first, m_RunCount, m_Block.get());
 }
 
+// As many sectors as that many bytes fill, of those that are moved at once: a length may be as large as a number gets.
+int rfm_SectorReader::SectorsFor(int count) const noexcept
+{
+    const std::int64_t capacity = m_File.SectorSize() - rfm_SectorLinkBytes;
+    return static_cast<int>(std::min<std::int64_t>((count + capacity - 1) / capacity, rfm_SectorRun));
+}
+
 int rfm_SectorReader::Read(char* bytes, int count)
 {
     const int capacity = m_File.SectorSize() - rfm_SectorLinkBytes;
     int done = 0;
     while (done < count)
     {
-        if (m_Position == capacity && !GoOn((count - done + capacity - 1) / capacity)) break;
+        if (m_Position == capacity && !GoOn(SectorsFor(count - done))) break;
         const int piece = std::min(capacity - m_Position, count - done);
         std::memcpy(bytes + done, Sector() + m_Position, static_cast<std::size_t>(piece));
         m_Position += piece;
@@ -57,12 +64,12 @@ int rfm_SectorReader::Read(char* bytes, int count)
     return done;
 }
 
-// To the next sector, of which `wanted` are to be read in all; false at the end of the chain.
+// To the next sector, of which `wanted` are worth reading at once; false at the end of the chain.
 bool rfm_SectorReader::GoOn(int wanted)
 {
     const unsigned next = rfm_LoadWord(Sector() + m_File.SectorSize() - rfm_SectorLinkBytes);
     if (next == rfm_NullSector) return false;
-    m_File.CheckChainSector(next);
+    m_File.CheckLink(m_Current, next);
     m_Trail.Enter(next);
     if (next < m_RunFirst || next - m_RunFirst >= static_cast<unsigned>(m_RunCount))
     {

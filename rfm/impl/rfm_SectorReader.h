@@ -21,6 +21,7 @@ public:
     int Read(char* bytes, int count);
 
 private:
+    int SectorsFor(int count) const noexcept;
     void LoadRun(unsigned first, int count);
     const char* Sector() const noexcept;
     bool GoOn(int wanted);

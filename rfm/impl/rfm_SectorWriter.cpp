@@ -9,10 +9,9 @@ rfm_SectorWriter::rfm_SectorWriter(rfm_SectorArray& array, int cell)
     : m_Array(array),
       m_Cell(cell),
       m_UsedBefore(array.UsedCount()),
-      m_First(array.Cell(cell)),
-      m_CurrentIsNew(m_First == 0)
+      m_First(array.Cell(cell))
 {
-    if (m_CurrentIsNew)
+    if (m_First == 0)
         m_First = array.TakeSector();
     else
         array.CheckChainSector(m_First);
@@ -50,8 +49,31 @@ void rfm_SectorWriter::AddSector()
     rfm_StoreWord(Sector() + DataBytes(), rfm_NullSector);
 }
 
+// All sectors that `count` more bytes need. A chain that is damaged, or that can't grow, shows here.
+void rfm_SectorWriter::Secure(int count)
+{
+    m_Ahead.clear();
+    m_AheadUsed = 0;
+    const std::int64_t beyond = std::int64_t{count} - (DataBytes() - m_Position);
+    if (beyond <= 0) return;
+    const std::int64_t needed = (beyond + DataBytes() - 1) / DataBytes();
+    for (unsigned last = m_Current; static_cast<std::int64_t>(m_Ahead.size()) < needed;)
+    {
+        last = SectorBehind(last);
+        m_Trail.Enter(last);
+        m_Ahead.push_back(last);
+    }
+}
+
+unsigned rfm_SectorWriter::SectorBehind(unsigned last)
+{
+    const rfm_Sector next = IsNew(last) ? rfm_Sector() : m_Array.At(last).Next();
+    return next.IsNull() ? m_Array.TakeSector() : next.Number();
+}
+
 int rfm_SectorWriter::Write(const char* bytes, int count)
 {
+    Secure(count);
     for (int done = 0; done < count;)
     {
         if (m_Position == DataBytes()) GoOn();
@@ -64,25 +86,21 @@ int rfm_SectorWriter::Write(const char* bytes, int count)
     return count;
 }
 
-// To the next sector of the chain, to a new one at its end. The link between old and new ones is left for the end.
+// To the next sector. The link between old and new ones is left for the end.
 void rfm_SectorWriter::GoOn()
 {
-    rfm_Sector next = m_CurrentIsNew ? rfm_Sector() : m_Array.At(m_Current).Next();
-    const bool nextIsNew = next.IsNull();
-    if (nextIsNew) next = m_Array.At(m_Array.TakeSector());
-    m_Trail.Enter(next.Number());
-    const bool joins = nextIsNew && !m_CurrentIsNew;
+    const unsigned next = m_Ahead[m_AheadUsed++];
+    const bool joins = IsNew(next) && !IsNew(m_Current);
     if (joins)
     {
         m_OldLast = m_Current;
-        m_FirstNew = next.Number();
+        m_FirstNew = next;
     }
     else
-        rfm_StoreWord(Sector() + DataBytes(), next.Number());
-    const bool runGoesOn = next.Number() == m_Current + 1 && !joins && m_RunCount < rfm_SectorRun;
+        rfm_StoreWord(Sector() + DataBytes(), next);
+    const bool runGoesOn = next == m_Current + 1 && !joins && m_RunCount < rfm_SectorRun;
     if (!runGoesOn) WriteRun(m_Array.SectorSize());
-    m_Current = next.Number();
-    m_CurrentIsNew = nextIsNew;
+    m_Current = next;
     if (runGoesOn)
         AddSector();
     else
@@ -102,9 +120,9 @@ void rfm_SectorWriter::WriteRun(int lastSectorBytes)
 void rfm_SectorWriter::End()
 {
     // Of an old sector nothing is touched that the stream does not need; what a new one does not use is zero.
-    if (m_CurrentIsNew)
+    if (IsNew(m_Current))
         std::memset(Sector() + m_Position, 0, static_cast<std::size_t>(DataBytes() - m_Position));
-    const int lastSectorBytes = m_CurrentIsNew ? m_Array.SectorSize() : m_Position;
+    const int lastSectorBytes = IsNew(m_Current) ? m_Array.SectorSize() : m_Position;
     char length[rfm_StreamLengthBytes];
     rfm_StoreWord(length, static_cast<std::uint32_t>(m_Length));
     if (RunHoldsFirst())

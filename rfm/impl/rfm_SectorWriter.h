@@ -2,10 +2,14 @@
 
 #include "rfm_SectorFile.h"
 
+#include <vector>
+
 class rfm_SectorArray;
 
 /// Writes the stream of one cell over its chain, with new sectors where that ends. Nothing leads to the new sectors before
 /// End has written them; without End, or when it fails, they go back to the file.
+/// Each Write has all the sectors it needs before any of its bytes goes out: a stream written in one leaves the old one
+/// as it was when there is no room for it.
 ///
 /// Sectors are gathered in runs of consecutive ones, link and all, each run one write. Order: data, then the link from
 /// the old chain to the new sectors, then the length, then the cell. A stream of one run has its length in that one write.
@@ -25,6 +29,9 @@ public:
 private:
     char* Sector() noexcept;
     int DataBytes() const noexcept;
+    bool IsNew(unsigned sector) const noexcept { return sector >= static_cast<unsigned>(m_UsedBefore); }
+    void Secure(int count);
+    unsigned SectorBehind(unsigned last);
     void BeginRun(unsigned first);
     void AddSector();
     void GoOn();
@@ -36,11 +43,14 @@ private:
     const int m_UsedBefore;
     unsigned m_First;
     unsigned m_Current;
-    bool m_CurrentIsNew;
     bool m_FirstIsOut = false; // written, but for its length
     bool m_Kept = false;       // something in the file leads to the new sectors
     int m_Position = rfm_StreamLengthBytes;
     int m_Length = rfm_StreamLengthBytes;
+
+    // The sectors that the present Write goes on in: of the old chain while that lasts, then new ones.
+    std::vector<unsigned> m_Ahead;
+    std::size_t m_AheadUsed = 0;
 
     // Where the new sectors are to be linked to: the last of the old chain.
     unsigned m_OldLast = rfm_NullSector;

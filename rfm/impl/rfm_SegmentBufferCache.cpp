@@ -11,10 +11,10 @@ constexpr int kBudget = 0x100000;
 
 rfm_SegmentBufferHolder::~rfm_SegmentBufferHolder() = default;
 
-rfm_SegmentBufferCache::rfm_SegmentBufferCache(int bufferSize)
-    : m_Capacity(kBudget / bufferSize),
-      m_BufferSize(bufferSize)
+rfm_SegmentBufferCache::rfm_SegmentBufferCache(int bufferSize) : m_BufferSize(bufferSize)
 {
+    if (bufferSize <= 0) nex_ThrowAssert("bufferSize > 0");
+    m_Capacity = kBudget / bufferSize;
 }
 
 rfm_SegmentBuffer* rfm_SegmentBufferCache::Acquire(int index)

@@ -41,6 +41,7 @@ class rfm_SegmentBufferCache
 {
 public:
     rfm_SegmentBufferCache() noexcept = default;
+    /// Throws: nex_AssertException for a size that is not above 0.
     explicit rfm_SegmentBufferCache(int bufferSize);
     rfm_SegmentBufferCache(rfm_SegmentBufferCache&&) = default;
     rfm_SegmentBufferCache& operator=(rfm_SegmentBufferCache&&) = default;

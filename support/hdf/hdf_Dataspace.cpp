@@ -26,6 +26,19 @@ hdf_DimSpaceInput hdf_Dataspace::GetDims() const
     return dims;
 }
 
+hdf_DimSpaceInput hdf_Dataspace::GetMaxDims() const
+{
+    const hdf_Call call("look at the shape of a dataset of", FileName());
+    hsize_t sizes[hdf_DimSpaceInput::kMostDimensions] = {};
+    const int rank = call.Check(H5Sget_simple_extent_dims(Id(), nullptr, sizes));
+    hdf_DimSpaceInput dims;
+    for (int i = 0; i < rank; ++i)
+        dims.Append(sizes[i] == H5S_UNLIMITED
+                        ? hdf_DimSpaceInput::kUnlimited
+                        : static_cast<std::int64_t>(std::min<hsize_t>(sizes[i], INT64_MAX)));
+    return dims;
+}
+
 void hdf_Dataspace::SetDims(const hdf_DimSpaceInput& dims)
 {
     const hdf_Call call("change the shape of a transfer with", FileName());

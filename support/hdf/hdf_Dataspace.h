@@ -18,6 +18,8 @@ public:
 
     /// Lengths beyond 2^63 - 1 are given as that.
     hdf_DimSpaceInput GetDims() const;
+    /// How long it may get in each dimension; kUnlimited where nothing bounds it.
+    hdf_DimSpaceInput GetMaxDims() const;
     /// Gives it another shape, which can't grow, and selects all of it.
     void SetDims(const hdf_DimSpaceInput& dims);
     /// `count` blocks of the size `block`, from `start` on, `stride` apart; an empty stride is 1.

@@ -185,6 +185,31 @@ TEST_F(HdfDamage, ASizeBeyondWhatADatabaseCanNameIsRefused)
     ExpectRefused(Dataset{.dims = {hsize_t{1} << 62}}, "its size");
 }
 
+// What a writer puts behind such an end could never be stored.
+TEST_F(HdfDamage, ADatasetThatCannotGrowIsReadAndRefusedForUpdate)
+{
+    for (const hsize_t most : {hsize_t{16384}, hsize_t{1} << 40})
+    {
+        HdfFileMaker::Make(Name(), Dataset{.maxDims = {most}, .bytes = "abc"});
+        EXPECT_EQ(rfm_File::Open(Name(), utl_FileAccessRead).Repr().ReadFixedString(3).View(), "abc");
+        EXPECT_EQ(Thrown<rfm_FileException>([&] { rfm_File::Open(Name(), utl_FileAccessUpdate); }),
+                  NoDatabase("it can't grow without limit"));
+    }
+}
+
+TEST_F(HdfDamage, AShapeOfNoDimensionUnderItsChunksIsRefused)
+{
+    HdfFileMaker::Make(Name(), Dataset{});
+    const std::string whole = BytesOf(Name());
+    // The version of the shape, its rank, that it has limits, and the first length.
+    const std::size_t shape = whole.find(std::string("\x01\x01\x01\0\0\0\0\0\0\x40", 10));
+    ASSERT_NE(shape, std::string::npos);
+    std::string bytes = whole;
+    bytes[shape + 1] = 0;
+    PutBytes(Name(), bytes);
+    ExpectRefused("it is no array of one dimension");
+}
+
 // --- claims
 
 // Nearly everything that such a file claims to have was never written. It reads as zeros, and takes no memory.

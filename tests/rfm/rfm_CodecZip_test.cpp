@@ -83,7 +83,8 @@ TEST_F(rfm_CodecZipTest, NoBytesAreASmallStreamAndDecodeToNothing)
 TEST_F(rfm_CodecZipTest, ATailOfFourBytesDoesNotMatter)
 {
     const std::string bytes(1000, 'q');
-    EXPECT_EQ(Decoded(BufferOf(ContentOf(Encoded(bytes, 1000)) + "\xFF\0\x12z"), 1000), bytes);
+    EXPECT_EQ(Decoded(BufferOf(ContentOf(Encoded(bytes, 1000)) + std::string("\xFF\0\x12z", 4)), 1000),
+              bytes);
 }
 
 TEST_F(rfm_CodecZipTest, AStreamThatExpandsToMoreThanTheSegmentIsCorrupt)

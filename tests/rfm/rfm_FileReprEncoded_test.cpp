@@ -10,6 +10,7 @@
 #include "utl_FileException.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
@@ -62,6 +63,15 @@ protected:
         std::string bytes(static_cast<std::size_t>(count), '?');
         bytes.resize(static_cast<std::size_t>(m_Repr->Read(bytes.data(), count)));
         return bytes;
+    }
+    /// A closed file of one full segment and nothing behind it, as another writer may leave it.
+    void PutOneFullSegment()
+    {
+        Create();
+        Write(0, std::string(kSegment, 'x'));
+        m_Repr.reset();
+        m_File.Patch(32, rfm_IntBytes(1));
+        m_File.Patch(36, rfm_IntBytes(kSegment));
     }
     /// What the closed file says: cells, segments, last length.
     std::string Says() const { return rfm_Hex(m_File.Bytes(16, 4)) + " | " + rfm_Hex(m_File.Bytes(32, 8)); }
@@ -172,44 +182,40 @@ TEST_F(rfm_FileReprEncodedTest, AReadAtTheEndIsShortAndMovesByWhatCame)
 
 TEST_F(rfm_FileReprEncodedTest, AReadToTheEndOfAFullLastSegmentMovesOnToANewEmptyOne)
 {
-    Create();
-    m_Repr->ExtendBy(kSegment - 10);
-    Write(kSegment - 10, "0123456789");
-    m_Repr->Flush();
-    Open();
-    EXPECT_EQ(Read(kSegment - 10, 10), "0123456789");
-    EXPECT_EQ(ReadOn(10), "");
+    PutOneFullSegment();
+    Open(utl_FileAccessUpdate);
+    EXPECT_EQ(Read(kSegment - 10, 10), "xxxxxxxxxx");
     EXPECT_EQ(m_Repr->Location(), kSegment);
+    EXPECT_EQ(m_Repr->Length(), kSegment);
+    m_Repr.reset();
+    EXPECT_EQ(Says(), "01 00 00 00 | 02 00 00 00 00 00 00 00");
+    Open();
+    EXPECT_EQ(Read(kSegment, 10), "");
 }
 
 TEST_F(rfm_FileReprEncodedTest, ASeekToTheEndOfFullSegmentsGrowsTheTableAndNotTheLength)
 {
-    Create();
-    Write(0, std::string(kSegment, 'x'));
-    Write(kSegment, std::string(100, 'y'));
-    m_Repr->Seek(kSegment);
-    m_Repr->ExtendBy(-kSegment + 0); // to the start: one segment of no bytes
-    m_Repr->ExtendBy(kSegment);
+    PutOneFullSegment();
+    Open(utl_FileAccessUpdate);
     m_Repr->Seek(kSegment);
     EXPECT_EQ(m_Repr->Length(), kSegment);
     m_Repr.reset();
-    EXPECT_EQ(Says().substr(14), "02 00 00 00 00 00 00 00");
+    EXPECT_EQ(Says(), "01 00 00 00 | 02 00 00 00 00 00 00 00");
 }
 
 TEST_F(rfm_FileReprEncodedTest, AReaderGrowsNothingInTheFile)
 {
-    Create();
-    Write(0, std::string(kSegment, 'x'));
-    m_Repr.reset();
-    m_File.Patch(32, rfm_IntBytes(1)); // one full segment, as another writer may leave it
-    m_File.Patch(36, rfm_IntBytes(kSegment));
+    PutOneFullSegment();
     const std::string before = m_File.Bytes();
     Open();
     EXPECT_EQ(Read(kSegment - 1, 1), "x");
     EXPECT_EQ(ReadOn(1), "");
+    EXPECT_EQ(m_Repr->Location(), kSegment);
     m_Repr->Seek(kSegment);
     EXPECT_EQ(m_Repr->Length(), kSegment);
+    testing::internal::CaptureStderr();
     m_Repr.reset();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "nor did it try to";
     EXPECT_TRUE(m_File.Bytes() == before);
 }
 
@@ -243,6 +249,7 @@ TEST_F(rfm_FileReprEncodedTest, EveryChangeOfAFileOpenedForReadingIsRefused)
     Open();
     EXPECT_TRUE(m_Repr->ReadOnly());
     EXPECT_EQ(Thrown<rfm_FileReadOnlyExc>([&] { m_Repr->Write("x", 1); }), ReadOnlyText());
+    EXPECT_EQ(Thrown<rfm_FileReadOnlyExc>([&] { m_Repr->Write(nullptr, -1); }), ReadOnlyText());
     EXPECT_EQ(Thrown<rfm_FileReadOnlyExc>([&] { m_Repr->Extend(1); }), ReadOnlyText());
     EXPECT_EQ(Thrown<rfm_FileReadOnlyExc>([&] { m_Repr->ExtendBy(-1); }), ReadOnlyText());
     EXPECT_EQ(Thrown<rfm_FileReadOnlyExc>([&] { m_Repr->Flush(); }), ReadOnlyText());
@@ -453,20 +460,20 @@ TEST_F(rfm_FileReprEncodedTest, AFailedReadLeavesThePositionAndCanBeRepeated)
     for (int failAt = 1;; ++failAt)
     {
         Open();
-        const utl_FaultPlan plan({.failRead = failAt});
+        const utl_FaultPlan plan({.failRead = failAt}); // of the reads behind the opening
         std::string read;
         while (read.size() < data.size())
         {
-            const std::int64_t place = static_cast<std::int64_t>(read.size());
             try
             {
-                const std::string piece = Read(place, 20000);
+                const std::string piece = ReadOn(3 * kSegment / 2);
                 ASSERT_FALSE(piece.empty());
                 read += piece;
             }
             catch (const utl_FileException&)
             {
                 ASSERT_TRUE(plan.Fired());
+                EXPECT_EQ(m_Repr->Location(), static_cast<std::int64_t>(read.size()));
             }
         }
         EXPECT_TRUE(read == data);
@@ -494,6 +501,45 @@ TEST_F(rfm_FileReprEncodedTest, DamageInOneSegmentHurtsThatOneAlone)
     m_Repr->Flush();
 }
 
+TEST_F(rfm_FileReprEncodedTest, AnEndThatCannotBeReadRefusesTheExtensionAndNoFlush)
+{
+    const std::string data = Noise(kSegment + 30000);
+    for (const int delta : {10, kSegment, 5 * kSegment})
+    {
+        Create();
+        Write(0, data);
+        m_Repr.reset();
+        const std::uint32_t sector = rfm_LoadWord(m_File.Bytes(44, 4).data());
+        m_File.Patch(sector * 4096 + 2000, "damage");
+        Open(utl_FileAccessUpdate);
+        EXPECT_EQ(Thrown<nex_TextException>([&] { m_Repr->ExtendBy(delta); }), kCorrupt);
+        EXPECT_EQ(m_Repr->Length(), kSegment + 30000);
+        Write(0, "news");
+        m_Repr->Flush();
+        Open();
+        EXPECT_EQ(m_Repr->Length(), kSegment + 30000);
+        EXPECT_TRUE(ReadOn(kSegment) == "news" + data.substr(4, kSegment - 4));
+    }
+}
+
+TEST_F(rfm_FileReprEncodedTest, AReadOverADamagedSegmentMovesNothing)
+{
+    const std::string data = Noise(3 * kSegment);
+    Create();
+    Write(0, data);
+    m_Repr.reset();
+    const std::uint32_t sector = rfm_LoadWord(m_File.Bytes(48, 4).data());
+    m_File.Patch(sector * 4096 + 2000, "damage");
+    Open(utl_FileAccessUpdate);
+    m_Repr->Seek(100);
+    EXPECT_EQ(Thrown<nex_TextException>([&] { ReadOn(3 * kSegment); }), kCorrupt);
+    EXPECT_EQ(m_Repr->Location(), 100);
+    EXPECT_TRUE(ReadOn(kSegment) == data.substr(100, kSegment));
+    EXPECT_EQ(Thrown<nex_TextException>([&] { ReadOn(3 * kSegment); }), kCorrupt);
+    m_Repr->Write("here", 4);
+    EXPECT_EQ(Read(100 + kSegment, 4), "here");
+}
+
 TEST_F(rfm_FileReprEncodedTest, AStreamThatInflatesToMoreThanItsSegmentIsCorrupt)
 {
     Create();
@@ -515,6 +561,47 @@ TEST_F(rfm_FileReprEncodedTest, ADecompressionBombCostsNoMoreThanItsSegment)
     m_File.Patch(28, rfm_IntBytes(kSegment));
     rfm_SegmentBuffer room(kSegment);
     EXPECT_EQ(Thrown<nex_TextException>([&] { Open(); }), kCorrupt);
+}
+
+TEST_F(rfm_FileReprEncodedTest, ALengthBeyondWhatASegmentCanTakeIsCorruptHoweverLongTheChain)
+{
+    Create();
+    Write(0, "abc");
+    m_Repr.reset();
+    const std::uint32_t stored = rfm_LoadWord(m_File.Bytes(4096, 4).data());
+    const std::string stream = m_File.Bytes(4100, stored - 4);
+    for (const std::size_t length :
+         {72101U, 72102U}) // the room that a segment is encoded in, and a byte more
+    {
+        {
+            rfm_SectorArray array(m_File.Name(), utl_FileAccessUpdate);
+            rfm_SectorWriter writer = array.GetWriter(0);
+            writer.Write((stream + Zeros(length - stream.size())).data(), static_cast<int>(length));
+            writer.End();
+        }
+        if (length == 72101)
+        {
+            Open();
+            EXPECT_EQ(ReadOn(10), "abc");
+            m_Repr.reset();
+        }
+        else
+            EXPECT_EQ(Thrown<nex_TextException>([&] { Open(); }), kCorrupt);
+    }
+}
+
+TEST_F(rfm_FileReprEncodedTest, ASparseFileThatClaimsTheLongestStreamIsCorrupt)
+{
+    Create();
+    Write(0, Noise(10000));
+    m_Repr.reset();
+    std::filesystem::resize_file(m_File.Name(), std::uintmax_t{4096} * 525001);
+    m_File.Patch(4096 + 4092, rfm_IntBytes(400000));
+    for (const std::uint32_t below : {0U, 1U, 2U, 3U})
+    {
+        m_File.Patch(4096, rfm_IntBytes(0x7FFFFFFF - below));
+        EXPECT_EQ(Thrown<nex_TextException>([&] { Open(); }), kCorrupt);
+    }
 }
 
 TEST_F(rfm_FileReprEncodedTest, FilesOfAFewBytesAreNoneOrFailAnAssertion)

@@ -140,7 +140,7 @@ TEST_F(rfm_FileReprHdfTest, AReadAcrossTheEndTakesWhatIsThereAndMovesByAll)
 TEST_F(rfm_FileReprHdfTest, ASeekGoesAnywhere)
 {
     rfm_FileReprHdf& file = Create();
-    for (const std::int64_t place : {std::int64_t{1} << 40, INT64_MAX - 1, std::int64_t{-5}})
+    for (const std::int64_t place : {std::int64_t{1} << 40, INT64_MAX - 1})
     {
         file.Seek(place);
         EXPECT_EQ(file.Location(), place);
@@ -149,6 +149,8 @@ TEST_F(rfm_FileReprHdfTest, ASeekGoesAnywhere)
         EXPECT_EQ(byte, 'x');
         EXPECT_EQ(file.Location(), place + 1);
     }
+    file.Seek(-5);
+    EXPECT_EQ(file.Location(), -5) << "where no transfer starts";
 }
 
 TEST_F(rfm_FileReprHdfTest, APositionThatWouldLeave64BitsIsRefusedAndNothingMoves)
@@ -173,6 +175,9 @@ TEST_F(rfm_FileReprHdfTest, BadParametersNameTheOperation)
     EXPECT_EQ(Thrown<rfm_FileBadParameterExc>([&] { file.Write(nullptr, 1); }), write);
     EXPECT_EQ(Thrown<rfm_FileBadParameterExc>([&] { file.Write(&byte, -1); }), write);
     file.Seek(-1);
+    EXPECT_EQ(Thrown<rfm_FileBadParameterExc>([&] { file.Read(&byte, 1); }), read);
+    EXPECT_EQ(Thrown<rfm_FileBadParameterExc>([&] { file.ReadUpToEnd(&byte, 1); }), read);
+    EXPECT_EQ(file.Location(), -1);
     EXPECT_EQ(Thrown<rfm_FileBadParameterExc>([&] { file.Write(&byte, 1); }), write);
     file.Seek(0);
     EXPECT_EQ(file.Read(&byte, 0), 0);
@@ -188,6 +193,19 @@ TEST_F(rfm_FileReprHdfTest, AWriteBeyondTheEndFillsTheGapWithZeros)
     Put(5000, "abc");
     EXPECT_EQ(Reopen(utl_FileAccessRead).Length(), 5003);
     EXPECT_EQ(BytesAt(0, 5003), Zeros(5000) + "abc");
+}
+
+TEST_F(rfm_FileReprHdfTest, AWriteOfNothingBeyondTheEndMakesTheDatasetReachToIt)
+{
+    rfm_FileReprHdf& file = Create();
+    Put(0, "abc");
+    Put(5000, "");
+    EXPECT_EQ(file.PhysicalLength(), 5000);
+    EXPECT_EQ(file.MediumSize(), 5000);
+    Put(2, "");
+    EXPECT_EQ(file.PhysicalLength(), 5000);
+    EXPECT_EQ(Reopen(utl_FileAccessRead).Length(), 5000);
+    EXPECT_EQ(BytesAt(0, 5000), "abc" + Zeros(4997));
 }
 
 TEST_F(rfm_FileReprHdfTest, AWriteInTheMiddleLeavesTheLength)
@@ -279,6 +297,7 @@ TEST_F(rfm_FileReprHdfTest, EveryChangeOfAFileOpenedForReadingIsRefused)
     Put(0, "abcdef");
     rfm_FileReprHdf& file = Reopen(utl_FileAccessRead);
     EXPECT_EQ(Thrown<rfm_FileReadOnlyExc>([&] { file.Write("x", 1); }), ReadOnlyText());
+    EXPECT_EQ(Thrown<rfm_FileReadOnlyExc>([&] { file.Write(nullptr, -1); }), ReadOnlyText());
     EXPECT_EQ(Thrown<rfm_FileReadOnlyExc>([&] { file.Flush(); }), ReadOnlyText());
     EXPECT_EQ(Thrown<rfm_FileReadOnlyExc>([&] { file.Extend(1); }), ReadOnlyText());
     EXPECT_EQ(Thrown<rfm_FileReadOnlyExc>([&] { file.ExtendBy(1); }), ReadOnlyText());

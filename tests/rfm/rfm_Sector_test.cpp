@@ -7,6 +7,8 @@
 #include "utl_FileException.h"
 
 #include <algorithm>
+#include <climits>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
@@ -70,6 +72,24 @@ protected:
         Put(*array, 0, Numbered(10000));
         Put(*array, 1, "short");
         array->Flush();
+    }
+
+    /// Writes `longer` over cell 0 with no room for it, and reads what the file, as it is then, holds.
+    void ExpectShortageLeaves(rfm_SectorArray& array, const std::string& before,
+                              const std::string& longer) const
+    {
+        array.Flush();
+        const int used = array.UsedCount();
+        utl_FaultPlan plan({.room = static_cast<std::int64_t>(m_File.Size())});
+        EXPECT_THROW(Put(array, 0, longer), utl_FileException);
+        EXPECT_TRUE(plan.Fired());
+        EXPECT_EQ(array.UsedCount(), used);
+        array.File().Flush();
+        EXPECT_TRUE(Get(*Open(), 0) == before);
+        plan.Repair();
+        Put(array, 0, longer);
+        array.Flush();
+        EXPECT_TRUE(Get(*Open(), 0) == longer);
     }
 
     rfm_TestFile m_File{".sdx"};
@@ -295,6 +315,26 @@ TEST_F(rfm_SectorArrayTest, WithoutRoomTheFailureIsToldAndTheSameStreamFitsLater
     plan.Repair();
     Put(*array, 1, Numbered(2000000));
     EXPECT_TRUE(Get(*array, 1) == Numbered(2000000));
+}
+
+// A chain of two runs that needs one sector more than there is room for.
+TEST_F(rfm_SectorArrayTest, AChainInPiecesThatCannotGrowKeepsItsStream)
+{
+    const auto array = Create();
+    Put(*array, 0, Numbered(4000));
+    Put(*array, 1, Numbered(10000)); // sectors 2 to 4
+    Put(*array, 0, Numbered(8000));  // sectors 1 and 5
+    while (array->UsedCount() < array->Capacity()) array->Allocate();
+    ExpectShortageLeaves(*array, Numbered(8000), Numbered(12000, 5));
+}
+
+// A chain of one run that needs two sectors, with room for one.
+TEST_F(rfm_SectorArrayTest, AChainThatCanGrowOnlyInPartKeepsItsStream)
+{
+    const auto array = Create();
+    Put(*array, 0, Numbered(4000));
+    while (array->UsedCount() < array->Capacity() - 1) array->Allocate();
+    ExpectShortageLeaves(*array, Numbered(4000), Numbered(12000, 5));
 }
 
 // --- sectors
@@ -611,11 +651,56 @@ TEST_F(rfm_SectorArrayTest, ACellThatLeadsOutOfTheFileIsCorruptForItsStreamAlone
     for (const std::uint32_t cell : {5U, 0x7FFFFFFFU, 0xFFFFFFFFU})
     {
         PatchWord(40, cell);
-        const auto array = Open(utl_FileAccessUpdate);
+        const auto array = Open();
         EXPECT_EQ(Thrown<nex_TextException>([&] { Get(*array, 0); }), kCorrupt) << cell;
-        EXPECT_EQ(Thrown<nex_TextException>([&] { Put(*array, 0, "x"); }), kCorrupt) << cell;
         EXPECT_EQ(Get(*array, 1), "short");
+        EXPECT_EQ(Thrown<nex_TextException>([&] { Open(utl_FileAccessUpdate); }), kCorrupt) << cell;
     }
+}
+
+// Else the sectors that it takes would have the numbers that lead out of the file.
+TEST_F(rfm_SectorArrayTest, AWriterRefusesAFileThatWasCutInFrontOfAStream)
+{
+    PutTwoStreams();
+    std::filesystem::resize_file(m_File.Name(), 4 * kSector);
+    EXPECT_EQ(Get(*Open(), 0), Numbered(10000));
+    EXPECT_EQ(Thrown<nex_TextException>([&] { Open(utl_FileAccessUpdate); }), kCorrupt);
+    EXPECT_EQ(m_File.Size(), 4 * kSector);
+}
+
+TEST_F(rfm_SectorArrayTest, AChainThatWasCutDoesNotGoOnInSectorsTakenSince)
+{
+    {
+        const auto array = Create();
+        Put(*array, 1, "short");
+        Put(*array, 0, Numbered(10000)); // sectors 2 to 4
+        array->Flush();
+    }
+    std::filesystem::resize_file(m_File.Name(), 3 * kSector);
+    const auto array = Open(utl_FileAccessUpdate);
+    Put(*array, 2, Numbered(9000, 3)); // takes sectors 3 to 5
+    EXPECT_EQ(Thrown<nex_TextException>([&] { Get(*array, 0); }), kCorrupt);
+    EXPECT_EQ(Thrown<nex_TextException>([&] { Put(*array, 0, Numbered(12000)); }), kCorrupt);
+    EXPECT_EQ(Get(*array, 2), Numbered(9000, 3));
+    Put(*array, 1, Numbered(9000, 5)); // an old chain that grows: these links are ours
+    EXPECT_EQ(Get(*array, 1), Numbered(9000, 5));
+    Put(*array, 1, Numbered(20000, 7));
+    EXPECT_EQ(Get(*array, 1), Numbered(20000, 7));
+}
+
+TEST_F(rfm_SectorArrayTest, ADirectoryThatWasCutDoesNotGrowIntoSectorsTakenSince)
+{
+    {
+        const auto array = Create();
+        Put(*array, 0, "a");
+        array->At(0).SetNext(array->Allocate()); // no cells are in it yet
+        array->Flush();
+    }
+    std::filesystem::resize_file(m_File.Name(), 2 * kSector);
+    const auto array = Open(utl_FileAccessUpdate);
+    Put(*array, 1013, Numbered(9000)); // takes sector 2
+    EXPECT_EQ(Thrown<nex_TextException>([&] { array->Flush(); }), kCorrupt);
+    EXPECT_EQ(Get(*Open(), 0), "a");
 }
 
 TEST_F(rfm_SectorArrayTest, ALengthThatNoStreamHasIsCorrupt)
@@ -628,6 +713,26 @@ TEST_F(rfm_SectorArrayTest, ALengthThatNoStreamHasIsCorrupt)
     }
     PatchWord(kSector, 4);
     EXPECT_EQ(Get(*Open(), 0), "");
+}
+
+TEST_F(rfm_SectorArrayTest, AReaderAskedForAsMuchAsANumberCanSayReadsRunsThatFit)
+{
+    constexpr std::uint32_t kFar = 400000;
+    PutTwoStreams();
+    std::filesystem::resize_file(m_File.Name(),
+                                 kSector * 525001); // sparse; a stream could have INT_MAX bytes
+    PatchWord(kSector + 4092, kFar);
+    PatchWord(kFar * kSector + 4092, 0xFFFFFFFF);
+    for (const int below : {0, 1, 2, 3})
+    {
+        PatchWord(kSector, static_cast<std::uint32_t>(INT_MAX - below));
+        const auto array = Open();
+        rfm_SectorReader reader = array->GetReader(0);
+        ASSERT_EQ(reader.Length(), INT_MAX - below);
+        std::string bytes(3 * kSector, '?'); // the chain ends before these are used up
+        EXPECT_EQ(reader.Read(bytes.data(), reader.Length()), 4088 + 4092);
+        EXPECT_TRUE(bytes.substr(0, 4088 + 4092) == Numbered(4088) + std::string(4092, '\0'));
+    }
 }
 
 TEST_F(rfm_SectorArrayTest, ALinkThatLeadsOutOfTheFileOrBackIsCorruptToReaderAndWriter)

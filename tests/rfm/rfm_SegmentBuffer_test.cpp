@@ -258,3 +258,9 @@ TEST_F(rfm_SegmentBufferCacheTest, ManyTinyBuffersTakeNoLongWalks)
     EXPECT_EQ(cache.Count(), 0x10000);
     EXPECT_EQ(m_Holder.taken.size(), 1000U);
 }
+
+TEST(rfm_SegmentBufferCache, BuffersOfNoSizeAreAFaultOfTheCaller)
+{
+    for (const int size : {0, -1, -0x100000})
+        EXPECT_EQ(Thrown<nex_AssertException>([&] { rfm_SegmentBufferCache cache(size); }), "bufferSize > 0");
+}

@@ -17,7 +17,7 @@
 #include <vector>
 
 /// The kinds of file that a database can lie in: each test of a copy goes from each to each.
-inline const std::vector<std::string> kKinds{"plain", "compressed"};
+inline const std::vector<std::string> kKinds{"plain", "compressed", "hdf5"};
 
 /// Names in a folder, sorted; the ones that begin with a dot too.
 inline std::vector<std::string> NamesIn(const std::string& folder)

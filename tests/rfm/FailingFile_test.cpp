@@ -5,6 +5,8 @@
 #include <cerrno>
 #include <csignal>
 #include <gtest/gtest.h>
+#include <memory>
+#include <optional>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -65,6 +67,7 @@ private:
 };
 
 constexpr int kIncrements = 6;
+constexpr int kCompressedIncrements = 2;
 
 // Runs `step` until it goes through; counts the failures, each of which must name the file.
 template <class Step> void Insist(const std::string& path, int& failures, Step step)
@@ -88,6 +91,67 @@ void ExpectLastFlush(const std::string& path, int flushed)
 {
     rfm_Database reader = rfm_Database::Open(rfm_File::Open(path.c_str(), utl_FileAccessRead), "TEST");
     ScriptedRun::ExpectAtLeast(reader, flushed);
+}
+
+void ExpectLastFlushWithBallast(const std::string& path, int flushed)
+{
+    rfm_Database reader = rfm_Database::Open(rfm_File::Open(path.c_str(), utl_FileAccessRead), "TEST");
+    ScriptedRun::ExpectAtLeast(reader, flushed);
+    ScriptedRun::ExpectBallast(reader, flushed);
+}
+
+// Over compressed files, with what makes them store segments between flushes.
+void RefuseEveryCallOfACompressedRun(bool tornAtHalf)
+{
+    const std::string path = ::testing::TempDir() + "failing.sdx";
+    bool fired = true;
+    int atCall = 1;
+    for (; fired && !::testing::Test::HasFailure(); ++atCall)
+    {
+        SCOPED_TRACE("refused at call " + std::to_string(atCall));
+        int failures = 0;
+        {
+            std::unique_ptr<ScriptedRun::Writer> writer;
+            std::optional<ScriptedRun::Ballast> ballast;
+            DiskFull disk(atCall, tornAtHalf);
+            Insist(path, failures,
+                   [&] {
+                       writer =
+                           std::make_unique<ScriptedRun::Writer>(rfm_File::CreateCompressed(path.c_str()));
+                   });
+            Insist(path, failures, [&] { writer->SetUp(); });
+            Insist(path, failures,
+                   [&]
+                   {
+                       if (!ballast) ballast.emplace(writer->Database());
+                   });
+            for (int n = 1; n <= kCompressedIncrements; ++n)
+            {
+                const int before = failures;
+                Insist(path, failures, [&] { ballast->WriteIncrement(n); });
+                Insist(path, failures, [&] { writer->WriteIncrement(n); });
+                Insist(path, failures, [&] { ballast->Flush(); });
+                Insist(path, failures, [&] { writer->Flush(); });
+                if (failures > before) ExpectLastFlushWithBallast(path, n);
+            }
+            ballast.reset();
+            // The file goes with the last handle, which then cuts its reserve off. Nobody can be told of what fails in
+            // that but by a line.
+            ::testing::internal::CaptureStderr();
+            Insist(path, failures, [&] { writer->Close(); });
+            const std::string said = ::testing::internal::GetCapturedStderr();
+            if (!said.empty())
+            {
+                EXPECT_NE(said.find(path), std::string::npos) << said;
+                ++failures;
+            }
+            fired = disk.Fired();
+        }
+        EXPECT_EQ(failures, fired ? 1 : 0); // nothing swallowed, nothing made up
+        ExpectLastFlushWithBallast(path, kCompressedIncrements);
+    }
+    EXPECT_GT(atCall, 16 * kCompressedIncrements);
+    ::unlink(path.c_str());
 }
 
 void RefuseEveryCall(bool tornAtHalf)
@@ -122,6 +186,15 @@ void RefuseEveryCall(bool tornAtHalf)
 
 TEST(FailingFile, AnyRefusedCallIsReportedOnceAndNothingIsLost) { RefuseEveryCall(false); }
 TEST(FailingFile, AnyWriteTakenByHalfIsReportedOnceAndNothingIsLost) { RefuseEveryCall(true); }
+
+TEST(FailingFile, AnyRefusedCallOfACompressedFileIsReportedOnceAndNothingIsLost)
+{
+    RefuseEveryCallOfACompressedRun(false);
+}
+TEST(FailingFile, AnyWriteOfACompressedFileTakenByHalfIsReportedOnceAndNothingIsLost)
+{
+    RefuseEveryCallOfACompressedRun(true);
+}
 
 TEST(FailingFile, AWriterPastItsSizeLimitFailsAndGoesOnWithARaisedLimit)
 {

@@ -1,5 +1,6 @@
 // Files that were written once and must be read for ever; tests/data/README.md draws them.
 #include "TestFolder.h"
+#include "rfm_FileRepr.h"
 #include "rfm_GoldenFiles.h"
 
 #include <rfm.h>
@@ -69,6 +70,28 @@ void ExpectLastField(rfm_Database& database, std::uint32_t handle, const char* n
     for (int i = 0; i < fields; ++i) EXPECT_EQ(row.DataIsPresent(i), i == fields - 1 ? 1 : 0) << i;
     EXPECT_EQ(row.ReadFieldInt(fields - 1), fields);
 }
+
+void ExpectRowsOfTheTables(rfm_Database database)
+{
+    database.Bind();
+    EXPECT_EQ(database.RootTableHandle(), rfm_Handle(4));
+    EXPECT_EQ(database.RootTableHandle2(), rfm_Handle(5));
+    for (int i = 0; i < 4; ++i)
+    {
+        rfm_Table table = database.Table(rfm_Handle(static_cast<std::uint32_t>(4 + i % 2)), -1, -1);
+        ASSERT_EQ(table.Length(), 2);
+        const rfm_Row row = table.ReadRow(i / 2);
+        EXPECT_EQ(row.ReadFieldInt("id"), i - 2);
+        EXPECT_EQ(row.ReadFieldDouble("x"), 0.5 * i);
+        EXPECT_EQ(row.DataIsPresent("load"), i < 2 ? 1 : 0);
+        if (i < 2)
+        {
+            EXPECT_EQ(row.ReadFieldFloat("load"), 1.25F);
+        }
+        EXPECT_EQ(row.ReadFieldString("name"), i < 2 ? "left" : "right");
+        EXPECT_EQ(row.ReadFieldHandle("next"), rfm_Handle(static_cast<std::uint32_t>(5 - i % 2)));
+    }
+}
 } // namespace
 
 class EveryGoldenFile : public testing::TestWithParam<GoldenFile>
@@ -134,28 +157,7 @@ TEST(GoldenFiles, TheEmptyDatabaseEndsBehindItsPools)
     EXPECT_EQ(file.substr(1136, 14224), std::string(14224, '\0')); // no entry behind the third
 }
 
-TEST(GoldenFiles, TheTablesHaveTheirRows)
-{
-    rfm_Database database = OpenGolden("table.rdx");
-    database.Bind();
-    EXPECT_EQ(database.RootTableHandle(), rfm_Handle(4));
-    EXPECT_EQ(database.RootTableHandle2(), rfm_Handle(5));
-    for (int i = 0; i < 4; ++i)
-    {
-        rfm_Table table = database.Table(rfm_Handle(static_cast<std::uint32_t>(4 + i % 2)), -1, -1);
-        ASSERT_EQ(table.Length(), 2);
-        const rfm_Row row = table.ReadRow(i / 2);
-        EXPECT_EQ(row.ReadFieldInt("id"), i - 2);
-        EXPECT_EQ(row.ReadFieldDouble("x"), 0.5 * i);
-        EXPECT_EQ(row.DataIsPresent("load"), i < 2 ? 1 : 0);
-        if (i < 2)
-        {
-            EXPECT_EQ(row.ReadFieldFloat("load"), 1.25F);
-        }
-        EXPECT_EQ(row.ReadFieldString("name"), i < 2 ? "left" : "right");
-        EXPECT_EQ(row.ReadFieldHandle("next"), rfm_Handle(static_cast<std::uint32_t>(5 - i % 2)));
-    }
-}
+TEST(GoldenFiles, TheTablesHaveTheirRows) { ExpectRowsOfTheTables(OpenGolden("table.rdx")); }
 
 // In the order of the names: id, load, name, next, x.
 TEST(GoldenFiles, ATableHasTheBytesOfItsPicture)
@@ -335,4 +337,67 @@ TEST(GoldenFiles, ThirtyThreeFieldsTakeASecondPresenceWord)
     ExpectBytes(file, 16512, "24 00 00 00"); // 12 + 12 * 2
     ExpectBytes(file, 16524, "02 00 00 00"); // a, a handle
     ExpectBytes(file, 16536, "04 00 00 00"); // b, a double
+}
+
+// ---- compressed.rdx: four segments, the streams of three in two sectors each ----
+
+TEST(GoldenFiles, TheCompressedFileHasTheRowsOfTheTables)
+{
+    ExpectRowsOfTheTables(OpenGolden(kCompressedGoldenName));
+}
+
+TEST(GoldenFiles, TheCompressedFileHoldsTheBytesOfThePlainOne)
+{
+    const rfm_File file = rfm_File::Open(PathOf(kCompressedGoldenName), utl_FileAccessRead);
+    std::string expected = BytesOf(PathOf("table.rdx"));
+    expected.replace(500, 12, std::string(12, '\0')); // no size stamp: the file's size says nothing
+    ASSERT_EQ(file.Repr().Length(), 15676);
+    std::string bytes(15676, '?');
+    file.Repr().Seek(0);
+    ASSERT_EQ(file.Repr().Read(bytes.data(), 15676), 15676);
+    EXPECT_TRUE(bytes == expected);
+}
+
+TEST(GoldenFiles, TheCompressedFileIsWhatTheLibraryWritesToday)
+{
+    const TestFolder folder;
+    WriteCompressedGolden(folder.Path("today.rdx"));
+    EXPECT_TRUE(BytesOf(folder.Path("today.rdx")) == BytesOf(PathOf(kCompressedGoldenName)));
+}
+
+TEST(GoldenFiles, TheFirstSectorOfACompressedFileHasTheBytesOfItsPicture)
+{
+    const std::string file = BytesOf(PathOf(kCompressedGoldenName));
+    ASSERT_EQ(file.size(), 8 * 4096U);
+    ExpectBytes(file, 0, "4D 52 4B 54 53 41 30 30");              // MRKTSA00
+    ExpectBytes(file, 8, "01 00 00 00 14 00 00 00 04 00 00 00");  // version 1, 20 bytes from 20 on, 4 cells
+    ExpectBytes(file, 20, "A5 C1 41 61 01 00 00 00 00 10 00 00"); // version 1, segments of 4096 bytes
+    ExpectBytes(file, 32, "04 00 00 00 3C 0D 00 00");             // 4 segments, 3388 bytes in the last
+    ExpectBytes(file, 40, "01 00 00 00 03 00 00 00 05 00 00 00 07 00 00 00"); // where their streams begin
+    EXPECT_EQ(file.substr(56, 4036), std::string(4036, '\0'));
+    ExpectBytes(file, 4092, "FF FF FF FF"); // no more cells
+}
+
+// 4096 bytes, 11 around them and 4 of the length are 4111: 19 more than the first sector has room for.
+TEST(GoldenFiles, AStoredStreamOfTwoSectorsHasTheBytesOfItsPicture)
+{
+    const std::string file = BytesOf(PathOf(kCompressedGoldenName));
+    ExpectBytes(file, 4096, "0F 10 00 00");                         // 4111
+    ExpectBytes(file, 4100, "78 01 01 00 10 FF EF");                // one stored block of 4096 bytes
+    ExpectBytes(file, 4107, "54 56 4E 52 47 4F 4C 44 0C 00 00 00"); // TVNRGOLD, version 12
+    ExpectBytes(file, 8188, "02 00 00 00");                         // goes on in sector 2
+    EXPECT_EQ(file.substr(8192, 15), std::string(15, '\0'));        // the last bytes of the segment
+    EXPECT_NE(file.substr(8207, 4), std::string(4, '\0'));          // their sum
+    EXPECT_EQ(file.substr(8211, 4073), std::string(4073, '\0'));    // not in use
+    ExpectBytes(file, 12284, "FF FF FF FF");                        // and the end
+}
+
+TEST(GoldenFiles, TheLastSegmentIsAsLongAsTheHeaderSays)
+{
+    const std::string file = BytesOf(PathOf(kCompressedGoldenName));
+    const std::string plain = BytesOf(PathOf("table.rdx"));
+    ExpectBytes(file, 28672, "4B 0D 00 00 78 01 01 3C 0D C3 F2"); // 3403 with itself; a block of 3388 bytes
+    EXPECT_TRUE(file.substr(28683, 3388) == plain.substr(12288));
+    EXPECT_EQ(file.substr(32075, 689), std::string(689, '\0'));
+    ExpectBytes(file, 32764, "FF FF FF FF");
 }

@@ -1,23 +1,21 @@
 #include "FileKind.h"
+#include "RandomSeed.h"
 #include "rfm.h"
 
-#include <cstdlib>
 #include <gtest/gtest.h>
 #include <memory>
 #include <optional>
 #include <random>
+#include <sstream>
 #include <string>
 #include <unistd.h>
 #include <vector>
 
 // Random operations over every kind of object, compared with plain vectors and strings at every step and through many
-// reopenings. RFM_TEST_SEED replays a run.
+// reopenings; the same ones side by side over each kind of file. RFM_TEST_SEED replays a run.
 
 namespace
 {
-// A compressed file pays for every step aside with a segment.
-int Operations() { return std::getenv("RFM_TEST_FILE_KIND") == nullptr ? 120000 : 20000; }
-
 struct ModelRow
 {
     std::optional<int> number;
@@ -45,9 +43,11 @@ rfm_TableMetadata Layout()
 class Model
 {
 public:
-    explicit Model(unsigned seed) : m_Random(seed), m_Path(::testing::TempDir() + "model.rdx")
+    Model(unsigned seed, std::string_view kind)
+        : m_Random(seed),
+          m_Path(::testing::TempDir() + "model-" + std::string(kind) + ".rdx")
     {
-        m_Database = rfm_Database::Create(NewFileOfKind(m_Path.c_str()), "TEST", "model", 9);
+        m_Database = rfm_Database::Create(NewFileOfKind(m_Path.c_str(), kind), "TEST", "model", 9);
         m_Table = m_Database.Table(m_Database.Bind(Layout()), Below(200), 1 + Below(40));
         m_Doubles = m_Database.ArrayDouble(3, Below(300), 8 + Below(500));
         m_Texts = m_Database.ArrayString(2, Below(300), 64);
@@ -95,8 +95,9 @@ public:
         ASSERT_EQ(m_Table.Length(), static_cast<int>(m_Rows.size()));
         for (int i = 0; i < m_Table.Length(); ++i)
             ExpectRow(m_Table.ReadRow(i), m_Rows[static_cast<std::size_t>(i)]);
-        ASSERT_EQ(m_Doubles.Length() * 3, static_cast<int>(m_DoubleValues.size()));
-        ASSERT_EQ(m_Space.Length(), static_cast<std::int64_t>(m_Bytes.size()));
+        ASSERT_EQ(DoublesInFile(), m_DoubleValues);
+        ASSERT_EQ(TextsInFile(), m_TextValues);
+        ASSERT_EQ(BytesInFile(), m_Bytes);
         rfm_TaggedStream walk = m_Database.TaggedStream(m_Handles[3], 64);
         for (const ModelItem& item : m_Items) ExpectItem(walk, item);
         ASSERT_FALSE(walk.Next());
@@ -115,10 +116,63 @@ public:
         m_Space = m_Database.Space(m_Handles[4], Below(300));
         // A stream is written at its end, where a walk ends.
         while (m_Stream.Next()) continue;
+        ++m_Reopenings;
         CheckAll();
     }
 
+    int Reopenings() const { return m_Reopenings; }
+    /// Equal generators have drawn equally often, so the operations were the same.
+    const std::mt19937& Random() const { return m_Random; }
+
+    /// All that is read from the file, as one text.
+    std::string Content()
+    {
+        std::ostringstream text;
+        text << std::hexfloat;
+        for (int i = 0; i < m_Table.Length(); ++i)
+        {
+            const rfm_Row row = m_Table.ReadRow(i);
+            if (row.DataIsPresent(0) == 1) text << row.ReadFieldInt(0);
+            text << '|';
+            if (row.DataIsPresent(1) == 1) text << row.ReadFieldDouble(1);
+            text << '|';
+            if (row.DataIsPresent(2) == 1) text << '"' << row.ReadFieldString(2).View() << '"';
+            text << '\n';
+        }
+        for (const double value : DoublesInFile()) text << value << '\n';
+        for (const std::string& value : TextsInFile()) text << value << '\n';
+        rfm_TaggedStream walk = m_Database.TaggedStream(m_Handles[3], 64);
+        while (walk.Next())
+            text << walk.GetID() << ' ' << walk.GetInt() << ' ' << walk.GetString().View() << '\n';
+        text << BytesInFile();
+        return text.str();
+    }
+
 private:
+    std::vector<double> DoublesInFile()
+    {
+        std::vector<double> values(static_cast<std::size_t>(m_Doubles.Length()) * 3);
+        m_Doubles.Seek(0);
+        if (!values.empty()) m_Doubles.Read(values.data(), m_Doubles.Length());
+        return values;
+    }
+    std::vector<std::string> TextsInFile()
+    {
+        std::vector<cow_String> texts(static_cast<std::size_t>(m_Texts.Length()) * 2);
+        m_Texts.Seek(0);
+        if (!texts.empty()) m_Texts.Read(texts.data(), m_Texts.Length());
+        std::vector<std::string> values;
+        for (const cow_String& text : texts) values.emplace_back(text.View());
+        return values;
+    }
+    std::string BytesInFile()
+    {
+        std::string bytes(static_cast<std::size_t>(m_Space.Length().Value()), '?');
+        m_Space.Seek(0);
+        if (!bytes.empty()) m_Space.Read(bytes.data(), static_cast<int>(bytes.size()));
+        return bytes;
+    }
+
     int Below(int bound) { return std::uniform_int_distribution<int>(0, bound - 1)(m_Random); }
     std::string AnyText()
     {
@@ -325,6 +379,7 @@ private:
     std::vector<rfm_Handle> m_Handles;
     std::vector<rfm_Row> m_Held;
     int m_LastCount = 0;
+    int m_Reopenings = 0;
 
     std::vector<ModelRow> m_Rows;
     std::vector<double> m_DoubleValues;
@@ -336,15 +391,36 @@ private:
 
 TEST(RandomModel, AnyOrderOfOperationsEqualsPlainVectors)
 {
-    const char* given = std::getenv("RFM_TEST_SEED");
-    const unsigned seed =
-        given != nullptr ? static_cast<unsigned>(std::strtoul(given, nullptr, 10)) : std::random_device{}();
-    std::printf("RFM_TEST_SEED=%u\n", seed);
-    Model model(seed);
-    for (int i = 0; i < Operations(); ++i)
+    Model model(RandomSeed(), "plain");
+    for (int i = 0; i < 120000; ++i)
     {
         model.Step();
         if (HasFatalFailure()) FAIL() << "operation " << i;
     }
     model.Reopen();
+}
+
+TEST(RandomModel, TheSameOperationsGiveTheSameContentInEveryKindOfFile)
+{
+    const unsigned seed = RandomSeed();
+    Model plain(seed, "plain");
+    Model compressed(seed, "compressed");
+    Model hdf5(seed, "hdf5");
+    int reopenings = 0;
+    const auto compare = [&]
+    {
+        const std::string content = plain.Content();
+        EXPECT_TRUE(compressed.Content() == content);
+        EXPECT_TRUE(hdf5.Content() == content);
+        reopenings = plain.Reopenings();
+    };
+    for (int i = 0; i < 20000 && !HasFailure(); ++i)
+    {
+        SCOPED_TRACE("operation " + std::to_string(i));
+        for (Model* model : {&plain, &compressed, &hdf5}) model->Step();
+        ASSERT_TRUE(compressed.Random() == plain.Random() && hdf5.Random() == plain.Random());
+        if (plain.Reopenings() != reopenings) compare();
+    }
+    for (Model* model : {&plain, &compressed, &hdf5}) model->Reopen();
+    compare();
 }

@@ -1,5 +1,6 @@
 #include "rfm_FileReprEncoded.h"
 
+#include "Forked.h"
 #include "RandomSeed.h"
 #include "Thrown.h"
 #include "rfm.h"
@@ -11,6 +12,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <memory>
@@ -78,6 +80,35 @@ protected:
     std::string ReadOnlyText() const
     {
         return std::string("*** ERROR: Attempt to write to read-only file:\n  ") + m_File.Name();
+    }
+
+    /// By how many MiB the memory of a process rises that opens the file; kRefused more when that is corrupt.
+    static constexpr int kRefused = 100;
+    int CostOfOpening() const
+    {
+        return ExitCodeOfForked(
+            [&]
+            {
+                const int before = MostMemory();
+                int result = 0;
+                try
+                {
+                    rfm_FileReprEncoded(m_File.Name(), utl_FileAccessRead, std::make_unique<rfm_CodecZip>(6));
+                }
+                catch (const nex_TextException&)
+                {
+                    result = kRefused;
+                }
+                return result + (MostMemory() - before) / 1024;
+            });
+    }
+    /// What this process had in memory at most, in KiB.
+    static int MostMemory()
+    {
+        std::ifstream status("/proc/self/status");
+        for (std::string word; status >> word;)
+            if (word == "VmHWM:" && status >> word) return std::stoi(word);
+        throw std::runtime_error("no VmHWM");
     }
 
     rfm_TestFile m_File{".sdx"};
@@ -549,18 +580,28 @@ TEST_F(rfm_FileReprEncodedTest, AStreamThatInflatesToMoreThanItsSegmentIsCorrupt
     EXPECT_EQ(Thrown<nex_TextException>([&] { Open(); }), kCorrupt);
 }
 
+// 64 MiB of zeros in a file that says its segments have 64 KiB. Made and opened in processes of their own, so that what
+// the one needed is not counted for the other.
 TEST_F(rfm_FileReprEncodedTest, ADecompressionBombCostsNoMoreThanItsSegment)
 {
-    // 64 MiB of zeros in a file that says its segments have 64 KiB.
-    {
-        rfm_FileReprEncoded bomb(m_File.Name(), std::make_unique<rfm_CodecZip>(6), 1 << 26);
-        const std::string zeros(1 << 26, '\0');
-        bomb.Write(zeros.data(), static_cast<int>(zeros.size()));
-    }
+    ASSERT_EQ(ExitCodeOfForked(
+                  [&]
+                  {
+                      rfm_FileReprEncoded bomb(m_File.Name(), std::make_unique<rfm_CodecZip>(6), 1 << 26);
+                      const std::string zeros(1 << 26, '\0');
+                      bomb.Write(zeros.data(), static_cast<int>(zeros.size()));
+                      return 0;
+                  }),
+              0);
     EXPECT_LT(m_File.Size(), 100000U);
+    constexpr int kSlack = 16; // what any process takes for its first file and its first exception, sanitized
+    const int honest = CostOfOpening();
+    EXPECT_GE(honest, 60) << "as long as it tells the truth, it costs what it says";
+    EXPECT_LE(honest, 64 + kSlack);
     m_File.Patch(28, rfm_IntBytes(kSegment));
-    rfm_SegmentBuffer room(kSegment);
-    EXPECT_EQ(Thrown<nex_TextException>([&] { Open(); }), kCorrupt);
+    const int bomb = CostOfOpening();
+    EXPECT_GE(bomb, kRefused);
+    EXPECT_LE(bomb, kRefused + kSlack);
 }
 
 TEST_F(rfm_FileReprEncodedTest, ALengthBeyondWhatASegmentCanTakeIsCorruptHoweverLongTheChain)

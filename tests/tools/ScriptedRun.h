@@ -37,10 +37,9 @@ inline rfm_TableMetadata Layout()
 class Writer
 {
 public:
-    explicit Writer(const std::string& path)
-        : m_Database(rfm_Database::Create(NewFileOfKind(path.c_str()), "TEST", "scripted", 77))
-    {
-    }
+    explicit Writer(const std::string& path) : Writer(NewFileOfKind(path.c_str())) {}
+    /// `file`: new and empty.
+    explicit Writer(const rfm_File& file) : m_Database(rfm_Database::Create(file, "TEST", "scripted", 77)) {}
 
     /// Makes the objects; may be called again until it has succeeded.
     void SetUp()
@@ -115,6 +114,49 @@ private:
 inline const rfm_Handle kTable{4};
 inline const rfm_Handle kCommon{5};
 inline const rfm_Handle kStream{6};
+inline const rfm_Handle kBallast{7};
+
+/// An array that each increment writes over in place, larger than what a compressed file keeps in memory: segments
+/// are stored between two flushes, over those that were. Made behind SetUp and gone before Close.
+class Ballast
+{
+public:
+    static constexpr int kRows = 20 * 16384; // 20 segments
+
+    explicit Ballast(rfm_Database& database) : m_Array(database.ArrayInt(1, kRows * 4, 0)) {}
+    /// May be called again until it has succeeded.
+    void WriteIncrement(int n)
+    {
+        std::vector<int> values(kRows);
+        for (int i = 0; i < kRows; ++i) values[static_cast<std::size_t>(i)] = ValueOf(i, n);
+        m_Array.Seek(0);
+        m_Array.Write(values.data(), kRows);
+    }
+    void Flush() { m_Array.Flush(); }
+
+    /// The increment in the low bits, and bits that don't compress well.
+    static int ValueOf(int row, int n)
+    {
+        return static_cast<int>((static_cast<unsigned>(row) * 2654435761U >> 12U) / 16U * 16U) + n;
+    }
+
+private:
+    rfm_Array<int, rfm_TypeInt> m_Array;
+};
+
+/// Checks that each element is what increment `n` wrote, or the one behind it.
+inline void ExpectBallast(rfm_Database& database, int n)
+{
+    auto array = database.ArrayInt(kBallast, -1, 0);
+    ASSERT_EQ(array.Length(), Ballast::kRows);
+    std::vector<int> values(Ballast::kRows);
+    ASSERT_EQ(array.Read(values.data(), Ballast::kRows), Ballast::kRows);
+    for (int i = 0; i < Ballast::kRows; ++i)
+    {
+        const int value = values[static_cast<std::size_t>(i)];
+        ASSERT_TRUE(value == Ballast::ValueOf(i, n) || value == Ballast::ValueOf(i, n + 1)) << i;
+    }
+}
 
 inline void ExpectTable(rfm_Database& database, int n)
 {

@@ -17,6 +17,7 @@ int main(int count, char** words)
     {
         for (const GoldenFile& file : kGoldenFiles) file.write(cow_String(words[1]) + "/" + file.name);
         WriteHdf5Golden(cow_String(words[1]) + "/" + kHdf5GoldenName);
+        WriteCompressedGolden(cow_String(words[1]) + "/" + kCompressedGoldenName);
     }
     catch (const nex_Exception& failure)
     {

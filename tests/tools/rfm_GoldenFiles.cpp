@@ -1,23 +1,73 @@
 #include "rfm_GoldenFiles.h"
 
 #include "EnvironmentVariable.h"
+#include "rfm_Codec.h"
+#include "rfm_FileReprEncoded.h"
 
+#include <cstring>
+#include <memory>
 #include <rfm.h>
+#include <stdexcept>
 
 namespace
 {
+rfm_Database NewDatabase(const rfm_File& file, const char* description)
+{
+    return rfm_Database::Create(file, "GOLD", description, kGoldenCreationTime);
+}
 rfm_Database NewDatabase(const cow_String& fileName, const char* description)
 {
-    return rfm_Database::Create(rfm_File::Open(fileName, utl_FileAccessCreate), "GOLD", description,
-                                kGoldenCreationTime);
+    return NewDatabase(rfm_File::Open(fileName, utl_FileAccessCreate), description);
 }
+
+// Streams that any zlib reads and whose bytes hang on no engine and no version of it: one block, stored as it is.
+//
+//   byte 0     2    3        5         7          7 + n        11 + n
+//        +-----+----+--------+---------+-----------+------------+
+//        |78 01| 01 | n      | not n   | the bytes | their sum, |
+//        |     |    | little | little  |           | big-endian |
+//        +-----+----+--------+---------+-----------+------------+
+class StoredCodec : public rfm_Codec
+{
+public:
+    void Encode(rfm_SegmentBuffer& out, const rfm_SegmentBuffer& in, int decodedLength) override
+    {
+        out.Require(decodedLength + 11);
+        char* bytes = out.Writable(decodedLength + 11);
+        const auto count = static_cast<unsigned>(decodedLength);
+        const unsigned head[] = {0x78, 0x01, 0x01, count, count >> 8U, ~count, ~count >> 8U};
+        for (const unsigned byte : head) *bytes++ = static_cast<char>(byte & 0xFFU);
+        std::memcpy(bytes, in.Data(), count);
+        bytes += count;
+        const unsigned sum = Adler32(in.Data(), decodedLength);
+        for (const unsigned shift : {24U, 16U, 8U, 0U}) *bytes++ = static_cast<char>(sum >> shift & 0xFFU);
+        out.Shrink(decodedLength + 11);
+    }
+    int Decode(rfm_SegmentBuffer&, const rfm_SegmentBuffer&) override
+    {
+        throw std::logic_error("a golden file is only written");
+    }
+
+private:
+    static unsigned Adler32(const char* bytes, int count)
+    {
+        unsigned low = 1;
+        unsigned high = 0;
+        for (int i = 0; i < count; ++i)
+        {
+            low = (low + static_cast<unsigned char>(bytes[i])) % 65521;
+            high = (high + low) % 65521;
+        }
+        return high << 16U | low;
+    }
+};
 
 void WriteEmpty(const cow_String& fileName) { NewDatabase(fileName, "nothing in it").Close(); }
 
 // Two tables of one layout in turns, so that both have two extents. Every second row lacks a field.
-void WriteTable(const cow_String& fileName)
+void WriteTableInto(const rfm_File& file)
 {
-    rfm_Database database = NewDatabase(fileName, "two tables of one layout");
+    rfm_Database database = NewDatabase(file, "two tables of one layout");
     rfm_TableMetadata layout("node", 1);
     layout.DefineStringField("name");
     layout.DefineIntField("id");
@@ -39,6 +89,11 @@ void WriteTable(const cow_String& fileName)
         }
     }
     database.Close();
+}
+
+void WriteTable(const cow_String& fileName)
+{
+    WriteTableInto(rfm_File::Open(fileName, utl_FileAccessCreate));
 }
 
 void WriteArrays(const cow_String& fileName)
@@ -165,4 +220,10 @@ void WriteHdf5Golden(const cow_String& fileName)
 {
     const EnvironmentVariable hdf("MRK_HDF_RDX", "");
     WriteTable(fileName);
+}
+
+void WriteCompressedGolden(const cow_String& fileName)
+{
+    WriteTableInto(rfm_File(
+        new rfm_FileReprEncoded(fileName, std::make_unique<StoredCodec>(), kCompressedGoldenSegment)));
 }

@@ -21,6 +21,12 @@ extern const GoldenFile kGoldenFiles[kGoldenFileCount];
 inline constexpr const char* kHdf5GoldenName = "hdf5.rdx";
 void WriteHdf5Golden(const cow_String& fileName);
 
+/// table.rdx once more, in a compressed file of small segments, so that there are several. Its streams are stored blocks:
+/// an engine's own choices would be in the bytes else.
+inline constexpr const char* kCompressedGoldenName = "compressed.rdx";
+inline constexpr int kCompressedGoldenSegment = 4096;
+void WriteCompressedGolden(const cow_String& fileName);
+
 /// Texts whose lengths lie around the rounding to 4 bytes, with a NUL inside, with bytes above 127, and longer than a
 /// buffer; the empty one is written as well.
 inline constexpr int kGoldenTextCount = 9;

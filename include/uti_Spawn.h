@@ -22,7 +22,8 @@ class RFM_EXPORT uti_Spawn
 public:
     uti_Spawn(const uti_Spawn&) = delete;
     uti_Spawn& operator=(const uti_Spawn&) = delete;
-    /// A child that still runs has a second to leave by itself, then SIGTERM, after another second SIGKILL.
+    /// A child that still runs has a second to leave by itself, then SIGTERM, after another second SIGKILL. The
+    /// signals go to the child alone: a script that stands in for a program ends in `exec`, or the program runs on.
     virtual ~uti_Spawn();
 
     /// False once the child has ended or was detached.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cstddef>
 #include <limits>
 
 namespace farend
@@ -23,6 +24,13 @@ public:
         if (m_At == Clock::time_point::max()) return -1;
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(m_At - Clock::now()).count();
         return static_cast<int>(std::clamp<decltype(left)>(left, 0, std::numeric_limits<int>::max()));
+    }
+    /// The end of the first of `parts` equal parts of the time that is left.
+    Deadline Share(std::size_t parts) const
+    {
+        if (m_At == Clock::time_point::max()) return *this;
+        const Clock::time_point now = Clock::now();
+        return Deadline(now + (m_At - now) / static_cast<Clock::rep>(parts));
     }
     friend auto operator<=>(const Deadline&, const Deadline&) = default;
 

@@ -30,6 +30,17 @@ NonBlocking::~NonBlocking()
 
 void CloseStrayDescriptors() noexcept { ::close_range(STDERR_FILENO + 1, UINT_MAX, 0); }
 
+void FillStandardDescriptors()
+{
+    for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO})
+    {
+        if (::fcntl(standard, F_GETFD) >= 0) continue;
+        // The lowest free number is given out, and all below are taken. It is open the wrong way round on purpose.
+        if (::open("/dev/null", standard == STDIN_FILENO ? O_WRONLY : O_RDONLY) != standard)
+            throw Failure("cannot open /dev/null", errno);
+    }
+}
+
 void LetGoOfStandardDescriptors()
 {
     const Descriptor nothing(::open("/dev/null", O_RDWR | O_CLOEXEC));

@@ -63,6 +63,11 @@ private:
 /// Closes everything but the three standard descriptors: what somebody left open above is none of ours.
 void CloseStrayDescriptors() noexcept;
 
+/// Fills the numbers of standard descriptors that are closed, so that no socket or pipe gets one of them and is taken for
+/// an input or an output. What is filled in refuses to be read or written, as a closed one does.
+/// Throws: Failure.
+void FillStandardDescriptors();
+
 /// Points the three standard descriptors at nothing. Whoever waits for the end of our output is let go, and no
 /// later descriptor gets one of their numbers.
 /// Throws: Failure.

@@ -5,12 +5,13 @@
 
 namespace farend
 {
-void PipeWriter::Flush()
+// Answers how many went out.
+std::size_t PipeWriter::WriteSome(std::string_view bytes)
 {
     std::size_t written = 0;
-    while (written < m_Rest.size() && !m_IsBroken)
+    while (written < bytes.size() && !m_IsBroken)
     {
-        const ssize_t put = ::write(m_Descriptor, m_Rest.data() + written, m_Rest.size() - written);
+        const ssize_t put = ::write(m_Descriptor, bytes.data() + written, bytes.size() - written);
         if (put >= 0)
             written += static_cast<std::size_t>(put);
         else if (errno == EAGAIN)
@@ -18,9 +19,19 @@ void PipeWriter::Flush()
         else if (errno != EINTR)
             m_IsBroken = true;
     }
-    if (m_IsBroken)
-        m_Rest.clear();
-    else
-        m_Rest.erase(0, written);
+    return written;
+}
+
+void PipeWriter::Put(std::string_view bytes)
+{
+    Flush();
+    if (IsIdle()) bytes.remove_prefix(WriteSome(bytes));
+    if (!m_IsBroken) m_Rest.append(bytes);
+}
+
+void PipeWriter::Flush()
+{
+    m_Rest.erase(0, WriteSome(m_Rest));
+    if (m_IsBroken) m_Rest.clear();
 }
 } // namespace farend

@@ -13,11 +13,8 @@ public:
     /// `descriptor` stays the caller's.
     explicit PipeWriter(int descriptor) noexcept : m_Descriptor(descriptor) {}
 
-    void Put(std::string_view bytes)
-    {
-        m_Rest.append(bytes);
-        Flush();
-    }
+    /// What fits into the pipe goes there without a copy: a key that comes first stays in no memory of ours.
+    void Put(std::string_view bytes);
     void Flush();
     /// Never touches the descriptor again.
     void Drop()
@@ -30,6 +27,8 @@ public:
     bool IsBroken() const { return m_IsBroken; }
 
 private:
+    std::size_t WriteSome(std::string_view bytes);
+
     int m_Descriptor;
     bool m_IsBroken = false;
     std::string m_Rest;

@@ -144,9 +144,15 @@ Answer DecodeAnswer(std::string_view payload)
     if (status > static_cast<std::uint8_t>(AnswerStatus::Refused)) RefuseMessage();
     answer.status = static_cast<AnswerStatus>(status);
     answer.text = reader.Rest();
-    std::replace_if(
-        answer.text.begin(), answer.text.end(), [](char byte) { return byte < ' ' || byte > '~'; }, '?');
+    MakePrintable(answer.text);
     return answer;
+}
+
+void MakePrintable(std::string& text, std::string_view kept)
+{
+    const auto isOdd = [kept](char byte)
+    { return (byte < ' ' || byte > '~') && kept.find(byte) == std::string_view::npos; };
+    std::replace_if(text.begin(), text.end(), isOdd, '?');
 }
 
 std::string EncodeClosed(const Closed& closed)

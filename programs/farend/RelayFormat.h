@@ -46,6 +46,9 @@ enum class HelloStatus : std::uint8_t
     Waiting = 2, // too many wrong keys came from this address
 };
 
+// For the user, wherever there is no room: at the hello, or once the relay has asked for a service.
+inline constexpr const char* kFullText = "as many connections are open as there may be; try again later";
+
 inline constexpr std::size_t kSaltBytes = 16;
 inline constexpr std::size_t kHelloBytes = 28;
 
@@ -131,6 +134,9 @@ struct Answer
 std::string EncodeAnswer(const Answer& answer);
 /// Throws: Failure. What is not printable in the text becomes a question mark: it goes to a user's terminal.
 Answer DecodeAnswer(std::string_view payload);
+
+/// Makes question marks of all bytes that a terminal could take for more than a letter, but for those of `kept`.
+void MakePrintable(std::string& text, std::string_view kept = {});
 
 struct Closed
 {

@@ -42,6 +42,7 @@ void SetUpConnection(int socket) noexcept
     set(IPPROTO_TCP, TCP_KEEPIDLE, 60);
     set(IPPROTO_TCP, TCP_KEEPINTVL, 15);
     set(IPPROTO_TCP, TCP_KEEPCNT, 4);
+    set(IPPROTO_TCP, TCP_USER_TIMEOUT, 120000); // while data are on their way nothing is asked about
 }
 
 std::size_t ReceiveBy(const Deadline& deadline, int socket, char* bytes, std::size_t count)

@@ -3,12 +3,10 @@
 #include "Failure.h"
 #include "networkDBConnector.h"
 
-#include "Descriptor.h"
+#include "Process.h"
 
-#include <csignal>
 #include <cstdio>
 #include <exception>
-#include <sys/resource.h>
 
 namespace marlek
 {
@@ -27,19 +25,17 @@ void Run(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
-    std::signal(SIGPIPE, SIG_IGN); // a reader that leaves is an answer of write()
-    farend::CloseStrayDescriptors();
-    const rlimit none = {};
-    ::setrlimit(RLIMIT_CORE, &none); // a dump would hold the key
+    int code = 1;
     try
     {
+        farend::SetUpProcess();
         marlek::Run(argc, argv);
-        return 0;
+        code = 0;
     }
     catch (const std::exception& failure)
     {
         // To standard output: whoever reads the report there knows a failure by these words.
         std::printf("*** Error: %s\n", failure.what());
     }
-    return 1;
+    farend::Leave(code);
 }

@@ -4,6 +4,7 @@
 #include "Descriptor.h"
 #include "Failure.h"
 #include "Key.h"
+#include "Socket.h"
 
 #include <poll.h>
 #include <spawn.h>
@@ -11,13 +12,16 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <climits>
 #include <csignal>
-#include <cstdio>
+#include <cstdlib>
+#include <iterator>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace marlek
@@ -30,19 +34,43 @@ namespace
 constexpr std::chrono::seconds kTimeToStart{60};
 constexpr std::size_t kMostReportBytes = 4096;
 
+constexpr std::string_view kForDaemon[] = {"-port",   "-timeout",     "-error",
+                                           "-listen", "-connections", "-prove"};
+
 // What the command line asks for. The daemon judges the values.
 struct Options
 {
     bool isAutomatic = false;
     bool hasAssignedPort = true;
+    bool hasAddress = false;
     std::vector<std::string> forDaemon;
 };
 
 void TakeOption(Options& options, const std::string& option, const std::string& value)
 {
     if (option == "-port") options.hasAssignedPort = value == "auto_assigned";
+    if (option == "-listen") options.hasAddress = true;
     options.forDaemon.push_back(option);
     options.forDaemon.push_back(value);
+}
+
+// The address at this end of a connection over the network; empty for anything else.
+std::string OwnAddressOf(int descriptor)
+{
+    sockaddr_storage address = {};
+    socklen_t bytes = sizeof address;
+    if (::getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &bytes) != 0 ||
+        (address.ss_family != AF_INET && address.ss_family != AF_INET6))
+        return "";
+    return farend::AddressText(address, bytes);
+}
+
+// A remote shell without encryption hands its connection over as the standard input and output.
+void ListenWhereTheLoginCameIn(Options& options)
+{
+    std::string address = OwnAddressOf(STDIN_FILENO);
+    if (address.empty()) address = OwnAddressOf(STDOUT_FILENO);
+    if (!address.empty()) TakeOption(options, "-listen", address);
 }
 
 Options ParseOptions(farend::Words words)
@@ -57,11 +85,12 @@ Options ParseOptions(farend::Words words)
         else if (word.rfind(error, 0) == 0)
             // One word when it comes without a shell between, two when a remote shell took it apart.
             TakeOption(options, "-error", word.substr(error.size()));
-        else if (word == "-port" || word == "-timeout" || word == "-error" || word == "-listen")
+        else if (std::find(std::begin(kForDaemon), std::end(kForDaemon), word) != std::end(kForDaemon))
             TakeOption(options, word, words.TakeValue(word));
         else
             throw Failure("networkDBConnector has no option " + word);
     }
+    if (!options.hasAddress && std::getenv("SSH_CONNECTION") == nullptr) ListenWhereTheLoginCameIn(options);
     return options;
 }
 
@@ -129,9 +158,9 @@ void Starter::HandOver(const farend::Key& key)
     {
         key.WriteTo(m_Key.Get());
     }
-    catch (const Failure&)
+    catch (const Failure& failure)
     {
-        if (errno != EPIPE) throw;
+        if (failure.Error() != EPIPE) throw;
     }
     m_Key.Close();
 }
@@ -181,10 +210,25 @@ RunningDaemon StartDaemon(const Options& options, const farend::Key& key)
     throw Failure(line.empty() ? "qlnsrvd ended without a word" : line);
 }
 
-void Print(const std::string& text)
+// Straight from where the text lies: a stream would keep a copy of the key in its buffer.
+void Print(std::string_view text)
 {
-    std::fwrite(text.data(), 1, text.size(), stdout);
-    if (std::fflush(stdout) != 0) throw Failure("cannot write the report", errno);
+    while (!text.empty())
+    {
+        const ssize_t put = ::write(STDOUT_FILENO, text.data(), text.size());
+        if (put < 0 && errno == EINTR) continue;
+        if (put < 0) throw Failure("cannot write the report", errno);
+        text.remove_prefix(static_cast<std::size_t>(put));
+    }
+}
+
+void Report(const Options& options, const RunningDaemon& daemon, const farend::Key& key)
+{
+    if (options.hasAssignedPort) Print(std::to_string(daemon.port) + "\n");
+    if (!options.isAutomatic) return;
+    Print(std::to_string(key.Bytes().size()) + "\nqlnsrvd-key:");
+    Print(key.Bytes());
+    Print("\n");
 }
 } // namespace
 
@@ -199,9 +243,7 @@ void RunNetworkDBConnector(farend::Words words)
     const RunningDaemon daemon = StartDaemon(options, key);
     try
     {
-        if (options.hasAssignedPort) Print(std::to_string(daemon.port) + "\n");
-        if (options.isAutomatic)
-            Print(std::to_string(key.Bytes().size()) + "\nqlnsrvd-key:" + std::string(key.Bytes()) + "\n");
+        Report(options, daemon, key);
     }
     catch (const Failure&)
     {

@@ -19,10 +19,11 @@ using farend::HelloStatus;
 
 namespace
 {
-// Together well below the 90 seconds after which whoever started us gives up without hearing why.
-constexpr auto kTimeToConnect = 20s; // all addresses of the host together
-constexpr auto kTimeToProve = 20s;   // the hello, the password's hash, the handshake
-constexpr auto kTimeToAnswer = 20s;
+// Whoever started us gives up after 90 seconds without hearing why. The search for the host's addresses, which the system
+// limits alone, is to fit in beside these.
+constexpr auto kTimeToConnect = 15s; // all addresses of the host together
+constexpr auto kTimeToProve = 15s;   // the hello, the password's hash, the handshake
+constexpr auto kTimeToAnswer = 15s;
 
 // Answers 0, or what the system says.
 int ConnectBy(const Deadline& deadline, int socket, const addrinfo& address)
@@ -37,6 +38,14 @@ int ConnectBy(const Deadline& deadline, int socket, const addrinfo& address)
     return ::getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &bytes) == 0 ? error : errno;
 }
 
+std::size_t CountFrom(const addrinfo* address)
+{
+    std::size_t count = 0;
+    for (; address != nullptr; address = address->ai_next) ++count;
+    return count;
+}
+
+// An address whose packets are swallowed leaves the next ones their share of the time.
 Descriptor ConnectToHost(const Options& options)
 {
     const farend::Addresses addresses = farend::FindAddresses(options.host, options.port, AI_ADDRCONFIG);
@@ -45,7 +54,7 @@ Descriptor ConnectToHost(const Options& options)
     for (const addrinfo* each = addresses.get(); each != nullptr; each = each->ai_next)
     {
         Descriptor socket(::socket(each->ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-        error = socket.IsOpen() ? ConnectBy(deadline, socket.Get(), *each) : errno;
+        error = socket.IsOpen() ? ConnectBy(deadline.Share(CountFrom(each)), socket.Get(), *each) : errno;
         if (error != 0) continue;
         farend::SetUpConnection(socket.Get());
         return socket;
@@ -61,8 +70,7 @@ Hello ReceiveHello(const Deadline& deadline, int socket)
     const Hello hello = farend::DecodeHello({bytes, count});
     switch (hello.status)
     {
-    case HelloStatus::Full:
-        throw DaemonFailure("as many connections are open as there may be; try again later");
+    case HelloStatus::Full: throw DaemonFailure(farend::kFullText);
     case HelloStatus::Waiting:
         throw DaemonFailure("too many wrong keys came from this host; try again in a few minutes");
     case HelloStatus::Welcome: break;

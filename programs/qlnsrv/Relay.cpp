@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 namespace qlnsrv
@@ -16,13 +17,16 @@ using farend::FrameType;
 namespace
 {
 constexpr char kServiceRuns = 1;
+// Whoever started us keeps it in a file, and shows its last line.
+constexpr std::size_t kMostErrorBytes = 65536;
 } // namespace
 
 Relay::Relay(Channel& channel)
     : m_Channel(channel),
       m_InputMode(STDIN_FILENO),
       m_OutputMode(STDOUT_FILENO),
-      m_Output(STDOUT_FILENO)
+      m_Output(STDOUT_FILENO),
+      m_ErrorRoom(kMostErrorBytes)
 {
 }
 
@@ -54,7 +58,7 @@ bool Relay::TakeFrame()
     switch (frame->type)
     {
     case FrameType::Data: m_Output.Put(frame->payload); break;
-    case FrameType::Error: WriteError(frame->payload); break;
+    case FrameType::Error: WriteError(std::string(frame->payload)); break;
     case FrameType::Closed:
         m_Closed = farend::DecodeClosed(frame->payload);
         m_HasClosed = true;
@@ -65,16 +69,19 @@ bool Relay::TakeFrame()
     return true;
 }
 
-// Standard error is a file or a terminal; what it does not take is lost.
-void Relay::WriteError(std::string_view bytes)
+// Standard error is a file or a terminal; what it does not take is lost, and so is what comes beyond the room.
+void Relay::WriteError(std::string bytes)
 {
     m_SaidError = m_SaidError || !bytes.empty();
-    while (!bytes.empty())
+    bytes.resize(std::min(bytes.size(), m_ErrorRoom));
+    m_ErrorRoom -= bytes.size();
+    farend::MakePrintable(bytes, "\n\t");
+    for (std::string_view rest = bytes; !rest.empty();)
     {
-        const ssize_t put = ::write(STDERR_FILENO, bytes.data(), bytes.size());
+        const ssize_t put = ::write(STDERR_FILENO, rest.data(), rest.size());
         if (put < 0 && errno == EINTR) continue;
         if (put <= 0) return;
-        bytes.remove_prefix(static_cast<std::size_t>(put));
+        rest.remove_prefix(static_cast<std::size_t>(put));
     }
 }
 

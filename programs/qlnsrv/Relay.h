@@ -27,7 +27,7 @@ public:
 
 private:
     bool TakeFrame();
-    void WriteError(std::string_view bytes);
+    void WriteError(std::string bytes);
     void Wait(bool isBusy);
     void ReadInput();
     int ExitCode(const std::string& service) const;
@@ -39,6 +39,7 @@ private:
     bool m_InputHasEnded = false;
     bool m_HasClosed = false;
     bool m_SaidError = false;
+    std::size_t m_ErrorRoom;
     farend::Closed m_Closed;
 };
 } // namespace qlnsrv

@@ -2,24 +2,16 @@
 
 #include "Connect.h"
 #include "Options.h"
+#include "Process.h"
 #include "Relay.h"
 
-#include <csignal>
 #include <cstdio>
 #include <exception>
-#include <sys/resource.h>
 
 namespace qlnsrv
 {
 namespace
 {
-// A dump of our memory would hold keys.
-void RefuseDumps()
-{
-    const rlimit none = {};
-    ::setrlimit(RLIMIT_CORE, &none);
-}
-
 farend::Channel Connect(const Options& options)
 {
     farend::Key key;
@@ -47,12 +39,11 @@ void Tell(const char* who, const std::exception& failure)
 
 int main(int argc, char** argv)
 {
-    std::signal(SIGPIPE, SIG_IGN); // a reader that leaves is an answer of write()
-    farend::CloseStrayDescriptors();
-    qlnsrv::RefuseDumps();
+    int code = 1;
     try
     {
-        return qlnsrv::Run(argc, argv);
+        farend::SetUpProcess();
+        code = qlnsrv::Run(argc, argv);
     }
     catch (const qlnsrv::DaemonFailure& failure)
     {
@@ -62,5 +53,5 @@ int main(int argc, char** argv)
     {
         qlnsrv::Tell("qlnsrv", failure);
     }
-    return 1;
+    farend::Leave(code);
 }

@@ -22,11 +22,12 @@ using farend::HelloStatus;
 
 namespace
 {
-// Who has not proved the key may hold this many places, each for the time to prove it.
-constexpr std::size_t kMostUnproved = 16;
+// Who runs no service may hold this many places, each for the time to prove the key and to ask. Relays that kill and ping
+// have theirs here, so they get in when all services are taken.
+constexpr std::size_t kMostWithoutService = 16;
 // A service gets 2 seconds after SIGTERM from its session, and a session a little more.
 constexpr auto kPatience = 5s;
-constexpr int kMostNotices = 2; // of one session: that it proved the key, and a kill
+constexpr int kMostNotices = 2; // of one session: that it proved the key, and what it wants
 constexpr auto kPauseWithoutDescriptors = 100ms;
 
 // Whose tries are counted together: IPv6 hosts have a whole network of addresses each.
@@ -104,7 +105,7 @@ bool Daemon::TurnAway(int socket, const Peer& peer) const
     farend::Hello hello = m_Setting.hello;
     if (m_FailedTries.MustWait(peer.network))
         hello.status = HelloStatus::Waiting;
-    else if (CountVisitors(true) >= m_Options.mostConnections || CountVisitors(false) >= kMostUnproved)
+    else if (CountVisitors(&Visitor::runsService, false) >= kMostWithoutService)
         hello.status = HelloStatus::Full;
     else
         return false;
@@ -159,13 +160,25 @@ void Daemon::TakeNotice(Visitor& visitor)
         visitor.isProved = true;
         m_FailedTries.Clear(visitor.network);
     }
-    else if (visitor.isProved)
+    else if (!visitor.isProved)
+        return;
+    else if (notice == static_cast<char>(Notice::Run))
+    {
+        visitor.runsService = CountVisitors(&Visitor::runsService, true) < m_Options.mostConnections;
+        Answer(visitor, visitor.runsService ? Notice::MayRun : Notice::NoRoom);
+    }
+    else if (notice == static_cast<char>(Notice::Kill))
     {
         visitor.hasKilled = true;
         Stop("a relay asked for the end");
-        const auto answer = static_cast<char>(Notice::ListensNoMore);
-        ::send(visitor.notices.Get(), &answer, 1, MSG_NOSIGNAL | MSG_DONTWAIT);
+        Answer(visitor, Notice::ListensNoMore);
     }
+}
+
+void Daemon::Answer(const Visitor& visitor, Notice notice) const
+{
+    const auto byte = static_cast<char>(notice);
+    ::send(visitor.notices.Get(), &byte, 1, MSG_NOSIGNAL | MSG_DONTWAIT);
 }
 
 void Daemon::TakeSignals()
@@ -216,12 +229,11 @@ void Daemon::EndVisitors(int signal)
     if (signal == SIGKILL) m_EndOfPatience = Deadline(); // nothing is left to try
 }
 
-bool Daemon::HasProvedVisitor() const { return CountVisitors(true) > 0; }
+bool Daemon::HasProvedVisitor() const { return CountVisitors(&Visitor::isProved, true) > 0; }
 
-std::size_t Daemon::CountVisitors(bool proved) const
+std::size_t Daemon::CountVisitors(bool Visitor::*state, bool value) const
 {
     return static_cast<std::size_t>(std::count_if(m_Visitors.begin(), m_Visitors.end(),
-                                                  [proved](const Visitor& each)
-                                                  { return each.isProved == proved; }));
+                                                  [=](const Visitor& each) { return each.*state == value; }));
 }
 } // namespace qlnsrvd

@@ -38,6 +38,7 @@ private:
         farend::Descriptor notices;
         std::string network;
         bool isProved = false;
+        bool runsService = false;
         bool hasKilled = false; // its relay still waits for the answer
     };
 
@@ -48,13 +49,14 @@ private:
     [[noreturn]] void BecomeSession(pid_t parent, farend::Descriptor socket, farend::Descriptor daemon,
                                     const std::string& address);
     void TakeNotice(Visitor& visitor);
+    void Answer(const Visitor& visitor, Notice notice) const;
     void TakeSignals();
     void ReapVisitors();
     void ForgetVisitor(const Visitor& visitor, int status);
     void Stop(const char* reason);
     void EndVisitors(int signal);
     bool HasProvedVisitor() const;
-    std::size_t CountVisitors(bool proved) const;
+    std::size_t CountVisitors(bool Visitor::*state, bool value) const;
     farend::Deadline NextDeadline() const;
 
     Listener m_Listener;

@@ -21,19 +21,38 @@ namespace
 constexpr auto kTimeAfterEndOfInput = 2s;
 constexpr auto kTimeAfterTerminate = 2s;
 
-// In the child: the program, or the system's error number into `failed`. Makes no memory, for nothing needs to.
-[[noreturn]] void Become(const char* program, char* const* words, const Pipe& in, const Pipe& out,
-                         const Pipe& err, int failed)
+struct ServicePipes
+{
+    Pipe in;
+    Pipe out;
+    Pipe err;
+    Pipe failed; // the system's error number, should the program not start
+};
+
+ServicePipes MakePipes(const std::string& name)
+{
+    try
+    {
+        return {};
+    }
+    catch (const farend::Failure& failure)
+    {
+        throw CannotStart("cannot start " + name + ": " + failure.what());
+    }
+}
+
+// In the child: the program, or the system's error number. Makes no memory, for nothing needs to.
+[[noreturn]] void Become(const char* program, char* const* words, const ServicePipes& pipes)
 {
     ::setpgid(0, 0);
     ::prctl(PR_SET_PDEATHSIG, SIGTERM); // whatever ends us, the service does not stay alone
     std::signal(SIGPIPE, SIG_DFL);
     Signals::Release();
-    if (::dup2(in.read.Get(), STDIN_FILENO) >= 0 && ::dup2(out.write.Get(), STDOUT_FILENO) >= 0 &&
-        ::dup2(err.write.Get(), STDERR_FILENO) >= 0)
+    if (::dup2(pipes.in.read.Get(), STDIN_FILENO) >= 0 && ::dup2(pipes.out.write.Get(), STDOUT_FILENO) >= 0 &&
+        ::dup2(pipes.err.write.Get(), STDERR_FILENO) >= 0)
         ::execv(program, words);
     const int error = errno;
-    [[maybe_unused]] const ssize_t told = ::write(failed, &error, sizeof error);
+    [[maybe_unused]] const ssize_t told = ::write(pipes.failed.write.Get(), &error, sizeof error);
     ::_exit(127);
 }
 
@@ -45,10 +64,7 @@ void SetNonBlocking(int descriptor)
 
 ServiceProcess::ServiceProcess(const std::string& program, const std::vector<std::string>& words)
 {
-    Pipe in;
-    Pipe out;
-    Pipe err;
-    Pipe failed;
+    ServicePipes pipes = MakePipes(words.front());
     std::vector<char*> arguments;
     arguments.reserve(words.size() + 1);
     for (const std::string& word : words) arguments.push_back(const_cast<char*>(word.c_str()));
@@ -56,21 +72,21 @@ ServiceProcess::ServiceProcess(const std::string& program, const std::vector<std
 
     m_Process = ::fork();
     if (m_Process < 0) throw CannotStart("cannot start " + words.front(), errno);
-    if (m_Process == 0) Become(program.c_str(), arguments.data(), in, out, err, failed.write.Get());
+    if (m_Process == 0) Become(program.c_str(), arguments.data(), pipes);
     ::setpgid(m_Process, m_Process); // here too: whoever comes first
-    failed.write.Close();
+    pipes.failed.write.Close();
     int error = 0;
     ssize_t told = 0;
-    do told = ::read(failed.read.Get(), &error, sizeof error);
+    do told = ::read(pipes.failed.read.Get(), &error, sizeof error);
     while (told < 0 && errno == EINTR);
     if (told == sizeof error)
     {
         ::waitpid(m_Process, nullptr, 0);
         throw CannotStart("cannot start " + words.front(), error);
     }
-    input = std::move(in.write);
-    output = std::move(out.read);
-    errors = std::move(err.read);
+    input = std::move(pipes.in.write);
+    output = std::move(pipes.out.read);
+    errors = std::move(pipes.err.read);
     for (const farend::Descriptor* each : {&input, &output, &errors}) SetNonBlocking(each->Get());
 }
 

@@ -14,7 +14,7 @@ namespace qlnsrvd
 {
 class Signals;
 
-/// The system can't run a program.
+/// The system can't run a program, or has no pipes for it.
 class CannotStart : public farend::Failure
 {
 public:
@@ -26,7 +26,7 @@ public:
 class ServiceProcess
 {
 public:
-    /// Throws: CannotStart; farend::Failure where there are no pipes.
+    /// Throws: CannotStart.
     ServiceProcess(const std::string& program, const std::vector<std::string>& words);
     ServiceProcess(const ServiceProcess&) = delete;
     ServiceProcess& operator=(const ServiceProcess&) = delete;

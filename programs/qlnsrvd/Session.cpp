@@ -41,6 +41,7 @@ public:
 private:
     void Log(const std::string& event) const { m_Setting.log.Write(m_Peer, event); }
     void Tell(Notice notice) const;
+    Notice Ask(Notice notice) const;
     void SendHello() const;
     SessionEnd Refuse(Channel::Proof proof);
     Request AwaitRequest(const Deadline& deadline);
@@ -105,6 +106,14 @@ void Session::Tell(Notice notice) const
     if (::send(m_Daemon, &byte, 1, MSG_NOSIGNAL) != 1) throw Failure("the daemon has gone");
 }
 
+Notice Session::Ask(Notice notice) const
+{
+    Tell(notice);
+    char answer = 0;
+    if (::recv(m_Daemon, &answer, 1, 0) != 1) throw Failure("the daemon has gone");
+    return static_cast<Notice>(answer);
+}
+
 Request Session::AwaitRequest(const Deadline& deadline)
 {
     const auto frame = m_Channel.NextBy(deadline);
@@ -134,9 +143,7 @@ void Session::Reply(AnswerStatus status, const std::string& text)
 void Session::StopDaemon()
 {
     Log("kill");
-    Tell(Notice::Kill);
-    char answer = 0;
-    if (::recv(m_Daemon, &answer, 1, 0) != 1) throw Failure("the daemon has gone");
+    Ask(Notice::Kill);
     Reply(AnswerStatus::Done);
 }
 
@@ -146,6 +153,7 @@ void Session::RunService(const std::vector<std::string>& words)
     const auto* service = std::find_if(std::begin(kServices), std::end(kServices),
                                        [&name](const Service& each) { return each.name == name; });
     if (service == std::end(kServices)) return Reply(AnswerStatus::Refused, "there is no service " + name);
+    if (Ask(Notice::Run) != Notice::MayRun) return Reply(AnswerStatus::Refused, farend::kFullText);
     const Signals signals({SIGCHLD, SIGTERM});
     try
     {

@@ -21,12 +21,15 @@ struct SessionSetting
     std::string programFolder;
 };
 
-/// What a session's process tells the daemon over their socket pair, and the daemon's answer. One byte each.
+/// What a session's process tells the daemon over their socket pair, and the daemon's answers. One byte each.
 enum class Notice : char
 {
     Proved = 'P',
     Kill = 'K',
+    Run = 'R',
     ListensNoMore = 'L', // the answer to Kill
+    MayRun = 'Y',        // the answers to Run
+    NoRoom = 'N',
 };
 
 /// The exit code of a session's process.

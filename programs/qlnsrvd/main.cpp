@@ -3,15 +3,13 @@
 #include "Daemon.h"
 #include "Failure.h"
 #include "Options.h"
+#include "Process.h"
 
-#include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <climits>
-#include <csignal>
 #include <cstdio>
 #include <exception>
 
@@ -20,14 +18,6 @@ namespace qlnsrvd
 namespace
 {
 using farend::Failure;
-
-// Neither a dump nor another process of the same user may see the key.
-void KeepSecrets()
-{
-    const rlimit none = {};
-    ::setrlimit(RLIMIT_CORE, &none);
-    ::prctl(PR_SET_DUMPABLE, 0);
-}
 
 // Services lie beside this program, whatever name it was called by.
 std::string FolderOfThisProgram()
@@ -39,34 +29,57 @@ std::string FolderOfThisProgram()
     return file.substr(0, file.rfind('/'));
 }
 
-// The process that was started tells that the daemon listens, and ends.
-[[noreturn]] void ReportAndLeave(farend::Pipe& ready, pid_t child, int port)
+// The process that was started and the daemon: its number in one direction, a byte that it was told in the other.
+struct BackgroundPipes
 {
-    ready.write.Close();
+    farend::Pipe number;
+    farend::Pipe told;
+};
+
+// The process that was started tells that the daemon listens, and ends. A daemon of which it could not tell, or did not
+// live to tell, hears no byte and ends too: nobody would know its key.
+[[noreturn]] void ReportAndLeave(BackgroundPipes& pipes, pid_t child, int port)
+{
+    pipes.number.write.Close();
     int status = 0;
     while (::waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
     pid_t daemon = 0;
-    const bool isThere = ::read(ready.read.Get(), &daemon, sizeof daemon) == sizeof daemon;
-    if (isThere)
-        std::printf("listening %d %d\n", port, static_cast<int>(daemon));
-    else
+    if (::read(pipes.number.read.Get(), &daemon, sizeof daemon) != sizeof daemon)
+    {
         std::fprintf(stderr, "qlnsrvd, cannot go to the background\n");
-    ::_exit(std::fflush(stdout) == 0 && isThere ? 0 : 1);
+        farend::Leave(1);
+    }
+    std::printf("listening %d %d\n", port, static_cast<int>(daemon));
+    const bool isTold = std::fflush(stdout) == 0 && ::write(pipes.told.write.Get(), "", 1) == 1;
+    farend::Leave(isTold ? 0 : 1);
+}
+
+// In the daemon: comes back when somebody has been told of it.
+void AwaitReport(BackgroundPipes& pipes)
+{
+    const pid_t self = ::getpid();
+    pipes.told.write.Close();
+    const bool hasSaid = ::write(pipes.number.write.Get(), &self, sizeof self) == sizeof self;
+    pipes.number.write.Close();
+    char byte = 0;
+    ssize_t got = 0;
+    do got = ::read(pipes.told.read.Get(), &byte, 1);
+    while (got < 0 && errno == EINTR);
+    if (!hasSaid || got != 1) farend::Leave(1);
 }
 
 // Comes back in the daemon alone: in a session of its own that can't get a terminal, its parent gone, and nothing left
 // of the pipes and sockets on which whoever started us waits.
 void GoToTheBackground(int port)
 {
-    farend::Pipe ready;
+    BackgroundPipes pipes;
     const pid_t child = ::fork();
     if (child < 0) throw Failure("cannot go to the background", errno);
-    if (child > 0) ReportAndLeave(ready, child, port);
+    if (child > 0) ReportAndLeave(pipes, child, port);
     ::setsid();
     if (::fork() != 0) ::_exit(0);
     farend::LetGoOfStandardDescriptors();
-    const pid_t self = ::getpid();
-    [[maybe_unused]] const ssize_t told = ::write(ready.write.Get(), &self, sizeof self);
+    AwaitReport(pipes);
 }
 
 int Run(int argc, char** argv)
@@ -90,19 +103,15 @@ int Run(int argc, char** argv)
 
 int main(int argc, char** argv)
 {
-    std::signal(SIGPIPE, SIG_IGN); // a peer that leaves is an answer of write()
-    farend::CloseStrayDescriptors();
-    qlnsrvd::KeepSecrets();
     int code = 1;
     try
     {
+        farend::SetUpProcess();
         code = qlnsrvd::Run(argc, argv);
     }
     catch (const std::exception& failure)
     {
         std::fprintf(stderr, "qlnsrvd, %s\n", failure.what());
     }
-    // The daemon leaves without the clean-up of a program that was started and ended: there is nobody to see it.
-    std::fflush(stderr);
-    ::_exit(code);
+    farend::Leave(code);
 }

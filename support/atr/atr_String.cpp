@@ -1,5 +1,6 @@
 #include "atr_String.h"
 
+#include "atr_Translate.h"
 #include "mem_Alloc.h"
 #include "nex_Exception.h"
 
@@ -11,7 +12,8 @@
 static int CheckedLength(std::size_t length)
 {
     // One byte less than an int holds: room for the NUL.
-    if (length > INT_MAX - 1) nex_ThrowText("***ERROR: A text of 2 GiB or more can't be held in a string.");
+    if (length > INT_MAX - 1)
+        nex_ThrowText(atr_Message("***ERROR: A text of 2 GiB or more can't be held in a string."));
     return static_cast<int>(length);
 }
 

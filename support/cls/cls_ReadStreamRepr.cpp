@@ -44,6 +44,7 @@ int cls_ReadStreamRepr::TakeContent(cls_BodyCursor& cursor, int collectionType, 
                          .uid = {}});
     if (!isPart) m_Numbered.push_back(owner);
     Owner(owner).itsClass = TakeClass(cursor);
+    AttributeSet met;
     for (std::uint32_t item = cursor.TakeNumber(); item != cls_ItemEnd; item = cursor.TakeNumber())
     {
         if (item == cls_ItemBase)
@@ -51,7 +52,7 @@ int cls_ReadStreamRepr::TakeContent(cls_BodyCursor& cursor, int collectionType, 
         else if (item == cls_ItemElement)
             TakeElement(cursor, owner, depth);
         else
-            TakeAttribute(cursor, owner, item - cls_ItemFirstAttribute, depth);
+            TakeAttribute(cursor, owner, met, item - cls_ItemFirstAttribute, depth);
     }
     Owner(owner).ended = true;
     return owner;
@@ -86,18 +87,18 @@ void cls_ReadStreamRepr::TakeElement(cls_BodyCursor& cursor, int owner, int dept
     Owner(owner).elements.push_back({key, place});
 }
 
-void cls_ReadStreamRepr::TakeAttribute(cls_BodyCursor& cursor, int owner, std::uint32_t number, int depth)
+void cls_ReadStreamRepr::TakeAttribute(cls_BodyCursor& cursor, int owner, AttributeSet& met,
+                                       std::uint32_t number, int depth)
 {
     if (Owner(owner).collectionType != 0) cls_ThrowDamaged("a collection has attributes");
     Class& itsClass = m_Classes[static_cast<std::size_t>(Owner(owner).itsClass)];
     if (number > itsClass.attributes.size())
         cls_ThrowDamaged("it refers to an attribute that it does not name");
     if (number == itsClass.attributes.size()) TakeAttributeName(cursor, itsClass);
-    Attribute& attribute = itsClass.attributes[number];
-    if (attribute.lastOwner == owner) cls_ThrowDamaged("an object has an attribute twice");
-    attribute.lastOwner = owner;
-    const Attribute described = attribute; // what follows may bring new classes and so move this one
-    Value value = TakeValue(cursor, described, depth);
+    if (!met.insert(number).second) cls_ThrowDamaged("an object has an attribute twice");
+    const Attribute attribute =
+        itsClass.attributes[number]; // what follows may bring new classes and so move this one
+    Value value = TakeValue(cursor, attribute, depth);
     value.attribute = static_cast<int>(number);
     Owner(owner).values.push_back(std::move(value));
 }
@@ -115,7 +116,7 @@ void cls_ReadStreamRepr::TakeAttributeName(cls_BodyCursor& cursor, Class& itsCla
     const int next = static_cast<int>(itsClass.attributes.size());
     if (!itsClass.attributeNumbers.try_emplace(name, next).second)
         cls_ThrowDamaged("a class has two attributes of one name");
-    itsClass.attributes.push_back({kind, collectionType, -1});
+    itsClass.attributes.push_back({kind, collectionType});
 }
 
 cls_ReadStreamRepr::Value cls_ReadStreamRepr::TakeValue(cls_BodyCursor& cursor, const Attribute& attribute,

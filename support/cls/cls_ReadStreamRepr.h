@@ -4,7 +4,9 @@
 #include "cls_Uid.h"
 #include "cow_String.h"
 
+#include <deque>
 #include <map>
+#include <set>
 #include <string_view>
 #include <vector>
 
@@ -22,7 +24,6 @@ public:
     {
         cls_StreamKind kind;
         int collectionType;
-        int lastOwner; // the object in which it was met last
     };
     struct Class
     {
@@ -66,6 +67,8 @@ public:
     const Value* Find(const Object& object, const char* name, cls_StreamKind kind) const;
 
 private:
+    using AttributeSet = std::set<std::uint32_t>; // of one object, by number
+
     const Class& ClassAt(int index) const { return m_Classes[static_cast<std::size_t>(index)]; }
 
     Place TakeObject(cls_BodyCursor& cursor, int collectionType, int depth);
@@ -73,7 +76,7 @@ private:
     int TakeClass(cls_BodyCursor& cursor);
     void TakeBase(cls_BodyCursor& cursor, int owner, int depth);
     void TakeElement(cls_BodyCursor& cursor, int owner, int depth);
-    void TakeAttribute(cls_BodyCursor& cursor, int owner, std::uint32_t number, int depth);
+    void TakeAttribute(cls_BodyCursor& cursor, int owner, AttributeSet& met, std::uint32_t number, int depth);
     void TakeAttributeName(cls_BodyCursor& cursor, Class& itsClass);
     Value TakeValue(cls_BodyCursor& cursor, const Attribute& attribute, int depth);
     Place Reference(std::uint32_t number, int collectionType) const;
@@ -81,7 +84,7 @@ private:
 
     std::vector<Class> m_Classes;
     std::map<int, int> m_ClassNumbers; // by type id
-    std::vector<Object> m_Objects;     // parts of base classes among them
+    std::deque<Object> m_Objects;      // parts of base classes among them; never copied to a larger place
     std::vector<int> m_Numbered;       // the objects that can be referred to
     std::vector<Place> m_Top;
 };

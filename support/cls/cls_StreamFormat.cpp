@@ -9,7 +9,7 @@
 
 void cls_ThrowDamaged(const char* what)
 {
-    nex_ThrowText(atr_Message("*** Error: The stream of objects is damaged: %s.", what));
+    nex_ThrowText(atr_Message("*** Error: The stream of objects is damaged: %s.", atr_Message(what)));
 }
 
 void cls_AppendNumber(std::string& bytes, std::uint32_t number)
@@ -69,10 +69,15 @@ static void AppendWord(std::string& bytes, std::uint32_t word)
     bytes.append(stored, sizeof stored);
 }
 
+static void CheckBodyLength(std::size_t length)
+{
+    if (length > cls_MostBodyBytes)
+        nex_ThrowText(atr_Message("*** Error: A stream of objects can't hold more than 16 MiB."));
+}
+
 std::string cls_WrapBody(std::string_view body)
 {
-    if (body.size() > std::numeric_limits<std::uint32_t>::max())
-        nex_ThrowText("*** Error: A stream of objects can't hold more than 4 GiB.");
+    CheckBodyLength(body.size());
     std::string stream(cls_StreamMagic);
     stream += static_cast<char>(cls_StreamVersion);
     AppendWord(stream, static_cast<std::uint32_t>(body.size()));
@@ -84,13 +89,15 @@ std::string cls_WrapBody(std::string_view body)
 std::uint64_t cls_StreamLength(std::string_view head)
 {
     if (head.size() < cls_StreamHeadBytes) cls_ThrowDamaged("it ends inside its head");
-    if (!head.starts_with(cls_StreamMagic)) nex_ThrowText("*** Error: This is no stream of objects.");
+    if (!head.starts_with(cls_StreamMagic))
+        nex_ThrowText(atr_Message("*** Error: This is no stream of objects."));
     const int version = static_cast<unsigned char>(head[cls_StreamMagic.size()]);
     if (version != cls_StreamVersion)
         nex_ThrowText(
             atr_Message("*** Error: The stream of objects has version %d; only version %d is known.", version,
                         cls_StreamVersion));
     const auto body = omi_Load<std::uint32_t>(head.data() + cls_StreamMagic.size() + 1, s_Swapped);
+    CheckBodyLength(body);
     return std::uint64_t{cls_StreamHeadBytes} + body + cls_StreamCheckBytes;
 }
 

@@ -40,6 +40,8 @@ inline constexpr std::string_view cls_StreamMagic = "clsS";
 inline constexpr int cls_StreamVersion = 1;
 inline constexpr std::size_t cls_StreamHeadBytes = 9;
 inline constexpr std::size_t cls_StreamCheckBytes = 4;
+/// The longest body: a reader needs up to some thirty times its length, and no file is to claim all memory.
+inline constexpr std::uint32_t cls_MostBodyBytes = 16U << 20;
 /// Objects in objects, deeper than any class of ours goes: a reader's stack stays small.
 inline constexpr int cls_DeepestObject = 32;
 
@@ -88,10 +90,11 @@ private:
 };
 
 /// The stream of a body.
-/// Throws: nex_TextException when the body is longer than its length word can say.
+/// Throws: nex_TextException when the body is longer than `cls_MostBodyBytes`.
 std::string cls_WrapBody(std::string_view body);
 /// The length of the whole stream that begins with these `cls_StreamHeadBytes` bytes.
-/// Throws: nex_TextException when they are no head of a stream, or one of a later version.
+/// Throws: nex_TextException when they are no head of a stream, or one of a later version, or of a body that is longer
+/// than `cls_MostBodyBytes`.
 std::uint64_t cls_StreamLength(std::string_view head);
 /// The body, inside `stream`, of a stream that is whole and unchanged.
 /// Throws: nex_TextException for any other.

@@ -1,5 +1,6 @@
 #include "cls_WriteVisitor.h"
 
+#include "atr_Translate.h"
 #include "cls_ClassMetadata.h"
 #include "cls_StreamFormat.h"
 #include "nex_Exception.h"
@@ -246,5 +247,5 @@ void cls_WriteStream::WriteTo(std::ostream& target)
 {
     const cow_String bytes = Bytes();
     target.write(bytes.CString(), bytes.Length());
-    if (!target) nex_ThrowText("*** Error: The stream of objects can't be written.");
+    if (!target) nex_ThrowText(atr_Message("*** Error: The stream of objects can't be written."));
 }

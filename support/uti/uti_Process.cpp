@@ -139,11 +139,13 @@ pid_t Spawn(const cow_String& program, TextTable& arguments, char* const* enviro
     return child;
 }
 
+// None for a child that has ended and that nobody can ask about any more.
 utl_Descriptor DescriptorOf(pid_t child, const cow_String& program)
 {
     utl_Descriptor process(::pidfd_open(child, 0));
-    if (process.IsOpen()) return process;
     const int error = errno;
+    // Somebody else has heard of its end already, so the number is no longer the child's to be killed by.
+    if (process.IsOpen() || error == ESRCH) return process;
     ::kill(child, SIGKILL);
     while (::waitpid(child, nullptr, 0) < 0 && errno == EINTR)
     {

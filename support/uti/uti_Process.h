@@ -22,9 +22,10 @@ struct uti_StandardStreams
     int error = -1;
 };
 
-/// Starts `program` with these arguments behind its name, and gives the descriptor of the process. The child has the
-/// three standard descriptors and no other one, no blocked signal, the system's own handling of SIGPIPE and SIGCHLD, and
-/// the parent's environment with the variables of `environment` added or replaced.
+/// Starts `program` with these arguments behind its name, and gives the descriptor of the process: none when the child
+/// has ended already in a program that ignores SIGCHLD or waits for children it did not start. The child has the three
+/// standard descriptors and no other one, no blocked signal, the system's own handling of SIGPIPE and SIGCHLD, and the
+/// parent's environment with the variables of `environment` added or replaced.
 /// Throws: nex_TextException with the system's words when it can't be started; there is no child then.
 utl_Descriptor uti_Start(const cow_String& program, const cow_1DArrayList<cow_String>& arguments,
                          const cow_Map<cow_String, cow_String>& environment,

@@ -1,5 +1,6 @@
 #include "utl_BinIStream.h"
 
+#include "atr_Translate.h"
 #include "mem_Alloc.h"
 #include "utl_BinStreamFormat.h"
 #include "utl_SystemText.h"
@@ -36,7 +37,7 @@ void utl_BinIStream::Read(char* bytes, int count)
         if (moved > 0)
             done += static_cast<int>(moved);
         else if (moved == 0)
-            utl_BinStreamEOF("read", "It has ended").Throw(__FILE__, __LINE__);
+            utl_BinStreamEOF("read", atr_Message("It has ended")).Throw(__FILE__, __LINE__);
         else if (utl_WouldBlock(errno))
             utl_WaitUntilReadable(m_Descriptor);
         else if (errno != EINTR)
@@ -55,7 +56,8 @@ cow_String utl_BinIStream::ReadString()
 {
     const unsigned claimed = ReadUInt();
     if (claimed > utl_MostStringBytes)
-        utl_BinStreamReadError("read", "A text claims to be longer than 16 MiB").Throw(__FILE__, __LINE__);
+        utl_BinStreamReadError("read", atr_Message("A text claims to be longer than 16 MiB"))
+            .Throw(__FILE__, __LINE__);
     const int length = static_cast<int>(claimed);
     if (length == 0) return {};
     Block block;

@@ -1,5 +1,6 @@
 #include "utl_BinOStream.h"
 
+#include "atr_Translate.h"
 #include "utl_BinStreamFormat.h"
 #include "utl_PipeSignal.h"
 #include "utl_SystemText.h"
@@ -61,7 +62,8 @@ void utl_BinOStream::WriteString(const cow_String& text)
 {
     const auto length = static_cast<unsigned>(text.Length());
     if (length > utl_MostStringBytes)
-        utl_BinStreamReadError("write", "The text is longer than 16 MiB").Throw(__FILE__, __LINE__);
+        utl_BinStreamReadError("write", atr_Message("The text is longer than 16 MiB"))
+            .Throw(__FILE__, __LINE__);
     // Length and bytes in one piece: a short text is one transfer, not two.
     std::string bytes(utl_StringLengthBytes, '\0');
     omi_Store(bytes.data(), length, m_Swapped);

@@ -178,6 +178,13 @@ protected:
         ASSERT_TRUE(report && word == "listening") << result.err;
         m_Key = key;
     }
+    /// `words` under a shell's redirection, such as "2>&-".
+    static Words Redirected(const std::string& redirection, const Words& words)
+    {
+        Words all = {"/bin/sh", "-c", "exec \"$0\" \"$@\" " + redirection};
+        all.insert(all.end(), words.begin(), words.end());
+        return all;
+    }
     /// Waits for the daemon's end, and answers its exit code.
     int AwaitDaemon()
     {

@@ -12,9 +12,20 @@ protected:
         const farend::Descriptor socket = Listening();
         return PortOf(socket);
     }
-    static farend::Descriptor Listening()
+    static std::string LinesFrom(const farend::Descriptor& socket, int count)
     {
-        const auto address = farend::FindAddresses("127.0.0.1", "0", AI_NUMERICHOST);
+        std::string lines;
+        while (std::count(lines.begin(), lines.end(), '\n') < count)
+        {
+            const std::string byte = Received(socket, 1);
+            if (byte.empty()) break;
+            lines += byte;
+        }
+        return lines;
+    }
+    static farend::Descriptor Listening(const std::string& host = "127.0.0.1")
+    {
+        const auto address = farend::FindAddresses(host, "0", AI_NUMERICHOST);
         farend::Descriptor socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
         if (::bind(socket.Get(), address->ai_addr, address->ai_addrlen) != 0 ||
             ::listen(socket.Get(), 1) != 0)
@@ -196,6 +207,63 @@ TEST_F(MarlekProgram, TheDaemonListensOnTheAddressOnWhichTheLoginCameIn)
     Start();
     EXPECT_FALSE(ConnectTo(m_Port, "127.0.0.1").IsOpen());
     EXPECT_TRUE(ConnectTo(m_Port, "127.0.0.2").IsOpen());
+}
+
+// As a remote shell without encryption starts it: there is no SSH_CONNECTION, and the connection itself is the input.
+TEST_F(MarlekProgram, TheDaemonListensOnTheAddressOfTheConnectionThatIsTheInputOrOutput)
+{
+    const farend::Descriptor listener = Listening("127.0.0.2");
+    const farend::Descriptor client = ConnectTo(PortOf(listener), "127.0.0.2");
+    const farend::Descriptor login(::accept(listener.Get(), nullptr, nullptr));
+    const std::string number = std::to_string(login.Get());
+    ASSERT_LT(login.Get(), 10); // a shell's redirection takes one digit
+    for (const std::string& redirection : {"<&" + number, ">&" + number})
+    {
+        const Words words = {Program("marlek"), "networkDBConnector", "-automaticServer"};
+        const ChildResult result = BoundedChild(Redirected(redirection, words)).Finish();
+        ASSERT_EQ(result.code, 0) << result.out;
+        const std::string out = redirection[0] == '>' ? LinesFrom(client, 3) : result.out;
+        const int port = std::stoi(out);
+        EXPECT_FALSE(ConnectTo(port, "127.0.0.1").IsOpen());
+        EXPECT_TRUE(ConnectTo(port, "127.0.0.2").IsOpen());
+    }
+    ::setenv("SSH_CONNECTION", "127.0.0.9 50000 127.0.0.3 22", 1);
+    const ChildResult result =
+        BoundedChild(Redirected("<&" + number, {Program("marlek"), "networkDBConnector", "-automaticServer"}))
+            .Finish();
+    EXPECT_TRUE(ConnectTo(std::stoi(result.out), "127.0.0.3").IsOpen());
+}
+
+TEST_F(MarlekProgram, OptionsOfTheDaemonReachIt)
+{
+    ExpectFailure(Marlek({"-connections", "0", "-automaticServer"}),
+                  "qlnsrvd, -connections wants a whole number from 1 to 1000, not \"0\"");
+    ExpectFailure(Marlek({"-prove", "0", "-automaticServer"}),
+                  "qlnsrvd, -prove wants a whole number from 1 to 2147483647, not \"0\"");
+    Start({"-connections", "1", "-prove", "9000"});
+    const auto relay = OpenRelay({kBrowsing, "echo"});
+    EXPECT_EQ(Relay({kBrowsing, "echo"}).err,
+              "qlnsrvd, as many connections are open as there may be; try again later\n");
+}
+
+TEST_F(MarlekProgram, WithoutStandardDescriptorsItWorksOrLeavesNothing)
+{
+    const Words words = {Program("marlek"), "networkDBConnector", "-port", "auto_assigned",
+                         "-automaticServer"};
+    for (const std::string redirection : {"<&-", "2>&-"})
+    {
+        const ChildResult result = BoundedChild(Redirected(redirection, words)).Finish();
+        EXPECT_EQ(result.code, 0);
+        ASSERT_THAT(result.out, MatchesRegex("[1-9][0-9]+\n64\nqlnsrvd-key:[0-9a-f]+\n"));
+        m_Port = std::stoi(result.out);
+        m_Key = result.out.substr(result.out.find(':') + 1, 64);
+        EXPECT_EQ(Relay({"-kill"}).code, 0);
+        EXPECT_TRUE(Eventually([] { return ReapAll() && Descendants().empty(); }));
+    }
+    EXPECT_EQ(BoundedChild(Redirected(">&-", words)).Finish().code, 1);
+    EXPECT_TRUE(Eventually([] { return ReapAll() && Descendants().empty(); }));
+    ExpectFailure(BoundedChild(Redirected("<&-", {Program("marlek"), "networkDBConnector"})).Finish(),
+                  "cannot read the key: Bad file descriptor");
 }
 
 TEST_F(MarlekProgram, AnAddressThatIsNamedWinsOverThatOfTheLogin)

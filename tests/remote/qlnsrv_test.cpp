@@ -121,6 +121,33 @@ TEST_F(RelayProgram, WhatAFailingServiceSaysIsTheLastLine)
     EXPECT_EQ(result.code, 1);
 }
 
+TEST_F(RelayProgram, WhatAServiceSaysOfErrorsIsKeptUpToABound)
+{
+    EXPECT_EQ(Relay({kBrowsing, "chatter", "65536"}).err, std::string(65536, 'c'));
+    const ChildResult result = Relay({kBrowsing, "chatter", "1000000"}, "");
+    EXPECT_EQ(result.err, std::string(65536, 'c'));
+    EXPECT_EQ(result.out, "\x01");
+    EXPECT_EQ(result.code, 0);
+}
+
+TEST_F(RelayProgram, WhatAServiceSaysOfErrorsIsNoCommandToTheTerminal)
+{
+    EXPECT_EQ(Relay({kAssistant, "complain", "\x1b[2Jgone\x07\r\tA\x7f\x9b"}).err,
+              "assistant, ?[2Jgone??\tA??\n");
+}
+
+TEST_F(RelayProgram, AClosedStandardDescriptorIsNotTakenForTheConnection)
+{
+    const auto relay = [this](const std::string& redirection, const Words& words)
+    { return BoundedChild(Redirected(redirection, RelayWords(words))).Finish(KeyMessage(m_Key)); };
+    ExpectFailure(relay("<&-", {kBrowsing, "echo"}), "qlnsrv, cannot read the key: Bad file descriptor");
+    ExpectFailure(relay(">&-", {kBrowsing, "echo"}), "qlnsrv, nobody reads the standard output any more");
+    const ChildResult result = relay("2>&-", {kBrowsing, "count"});
+    EXPECT_EQ(result.out, "\x01"
+                          "0");
+    EXPECT_EQ(result.code, 0);
+}
+
 TEST_F(RelayProgram, AServiceThatLeavesAChildWithItsOutputStillEndsTheRelay)
 {
     const ChildResult result = Relay({kBrowsing, "leave"});

@@ -1,4 +1,5 @@
 #include "FarEnd.h"
+#include "ServiceProcess.h"
 
 using namespace farend;
 using namespace std::chrono_literals;
@@ -70,6 +71,61 @@ TEST_F(DaemonProgram, AServiceThatCannotBeStartedIsTold)
     EXPECT_EQ(result.out, "");
     EXPECT_NE(result.code, 0);
     EXPECT_TRUE(DaemonAnswers());
+}
+
+TEST_F(DaemonProgram, AServiceForWhichThereAreNoPipesCannotBeStarted)
+{
+    const auto refusalAmong = [this](rlim_t descriptors)
+    {
+        rlimit limit = {};
+        ::getrlimit(RLIMIT_NOFILE, &limit);
+        const rlimit low = {descriptors, limit.rlim_max};
+        ::setrlimit(RLIMIT_NOFILE, &low);
+        std::string text;
+        try
+        {
+            const qlnsrvd::ServiceProcess process(Program("nothing"), {kBrowsing});
+        }
+        catch (const qlnsrvd::CannotStart& failure)
+        {
+            text = failure.what();
+        }
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+        return text;
+    };
+    // A sanitizer takes a descriptor for its first look at each class of exceptions.
+    EXPECT_STREQ(Failure("x", EMFILE).what(), "x: Too many open files");
+    EXPECT_EQ(refusalAmong(100), "cannot start rdsT_FileBrowsing: No such file or directory");
+    EXPECT_EQ(refusalAmong(3), "cannot start rdsT_FileBrowsing: cannot make a pipe: Too many open files");
+}
+
+// Without a standard error nothing is missing but words; without the other two it can't begin.
+TEST_F(DaemonProgram, AClosedStandardDescriptorIsNotTakenForTheListener)
+{
+    const auto start = [this](const std::string& redirection)
+    {
+        return BoundedChild(Redirected(redirection, {Program("qlnsrvd")}))
+            .Finish(KeyMessage(std::string(64, 'a')));
+    };
+    EXPECT_EQ(start("<&-").err, "qlnsrvd, cannot read the key: Bad file descriptor\n");
+    EXPECT_EQ(start(">&-").code, 1);
+    EXPECT_TRUE(Eventually([] { return ReapAll() && Descendants().empty(); }));
+    std::istringstream report(start("2>&-").out);
+    std::string word;
+    report >> word >> m_Port >> m_Daemon;
+    ASSERT_EQ(word, "listening");
+    m_Key = std::string(64, 'a');
+    EXPECT_TRUE(DaemonAnswers());
+    EXPECT_EQ(Relay({kBrowsing, "descriptors"}).out, "\x01"
+                                                     "0 1 2 ");
+}
+
+TEST_F(DaemonProgram, ADaemonOfWhichNobodyCouldBeToldEnds)
+{
+    const ChildResult result =
+        BoundedChild({Program("qlnsrvd")}, "/dev/full").Finish(KeyMessage(std::string(64, 'a')));
+    EXPECT_EQ(result.code, 1);
+    EXPECT_TRUE(Eventually([] { return ReapAll() && Descendants().empty(); }));
 }
 
 TEST_F(DaemonProgram, AServiceHasItsThreeStandardDescriptorsAndNoOther)
@@ -197,6 +253,21 @@ TEST_F(DaemonProgram, AsManyServicesRunAsThereMayBe)
     EXPECT_TRUE(Eventually([this] { return Relay({kBrowsing, "echo"}).code == 0; }));
 }
 
+TEST_F(DaemonProgram, ADaemonWhoseServicesAreAllTakenAnswersAndEndsAllTheSame)
+{
+    StartDaemon({"-connections", "1", "-error", Path("log")});
+    const auto relay = OpenRelay({kBrowsing, "echo"});
+    EXPECT_EQ(Relay({kBrowsing, "echo"}).err,
+              "qlnsrvd, as many connections are open as there may be; try again later\n");
+    EXPECT_THAT(
+        LogText(),
+        HasSubstr(" 127.0.0.1: refused: as many connections are open as there may be; try again later\n"));
+    EXPECT_EQ(Relay({"-ping"}).code, 0);
+    EXPECT_EQ(Relay({"-kill"}).code, 0);
+    EXPECT_EQ(AwaitDaemon(), 0);
+    EXPECT_NE(relay->Finish().code, 0);
+}
+
 TEST_F(DaemonProgram, ManyWrongKeysMakeTheirHostWaitEvenWithTheRightOne)
 {
     StartDaemon({"-error", Path("log")});
@@ -268,9 +339,8 @@ TEST_F(DaemonProgram, KillEndsEvenServicesThatDoNotWantTo)
     EXPECT_EQ(relay->Read(5), "ready");
     EXPECT_EQ(Relay({"-kill"}).code, 0);
     EXPECT_EQ(AwaitDaemon(), 0);
-    EXPECT_TRUE(
-        Eventually([] { return ReapAll() && Descendants().size() <= 1; })); // the relay, which we hold
     EXPECT_NE(relay->Finish().code, 0);
+    EXPECT_TRUE(Eventually([] { return ReapAll() && Descendants().empty(); }));
 }
 
 TEST_F(DaemonProgram, ASignalEndsItInGoodOrder)

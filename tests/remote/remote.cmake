@@ -1,8 +1,10 @@
 add_executable(remote_test_service remote/service.cpp)
 add_area(remote_tests
   remote/Key_test.cpp
+  remote/Process_test.cpp
   remote/Proof_test.cpp
   remote/RelayFormat_test.cpp
+  remote/Socket_test.cpp
   remote/marlek_test.cpp
   remote/qlnsrv_test.cpp
   remote/qlnsrvd_test.cpp

@@ -159,6 +159,19 @@ TEST_F(RemoteWire, AfterTheHelloNoByteOfKeyOrContentIsInTheClear)
             EXPECT_FALSE(HoldsPieceOf(secret, record)) << secret;
 }
 
+TEST_F(RemoteWire, WithoutAStandardErrorWhatTheServiceSaysThereIsNotInTheClearEither)
+{
+    Start();
+    RecordingProxy proxy(m_Port);
+    const ChildResult result =
+        BoundedChild(
+            Redirected("2>&-", RelayWords({kAssistant, "complain", "a secret of the service"}, proxy.Port())))
+            .Finish(KeyMessage(m_Key));
+    proxy.Finish();
+    EXPECT_EQ(result.code, 1);
+    EXPECT_FALSE(HoldsPieceOf("a secret of the service", proxy.FromRelay()));
+}
+
 TEST_F(RemoteWire, APasswordIsNotInTheClearEither)
 {
     StartDaemon({}, "a person's password");

@@ -84,6 +84,7 @@ int Behave(const std::string& how, const std::string& value, const Arguments& ar
     if (how == "exit") return std::stoi(value);
     if (how == "complain") Say(2, "assistant, " + value + "\n");
     if (how == "complain") return 5;
+    if (how == "chatter") Say(2, std::string(std::stoul(value), 'c'));
     if (how == "raise") std::raise(std::stoi(value));
     if (how == "stubborn") return Stubborn();
     if (how == "leave") return LeaveChild();

@@ -432,11 +432,33 @@ TEST_F(AStream, AHeadIsJudgedBeforeAnythingElse)
     EXPECT_EQ(refusal(Bytes("'clsS' 01 00000000 00000000")), Damaged("its bytes were changed"));
 }
 
-TEST_F(AStream, ALengthThatNothingStandsBehindCostsNoMemory)
+TEST_F(AStream, ALengthThatNothingStandsBehindIsRefused)
 {
-    std::stringstream file(Bytes("'clsS' 01 ffffffff 'little'"));
+    std::stringstream file(Bytes("'clsS' 01 00000001 'little'"));
     EXPECT_EQ(Thrown<nex_TextException>([&] { const cls_ReadStream stream(file); }),
               Damaged("it ends before its end"));
+}
+
+TEST_F(AStream, ABodyOfMoreThanSixteenMebibytesIsNeitherReadNorWritten)
+{
+    const std::string refusal = "*** Error: A stream of objects can't hold more than 16 MiB.";
+    for (const char* head : {"'clsS' 01 01000001", "'clsS' 01 ffffffff"})
+    {
+        std::stringstream file(Bytes(head));
+        EXPECT_EQ(Thrown<nex_TextException>([&] { const cls_ReadStream stream(file); }), refusal);
+    }
+    std::string body(16 << 20, 'x');
+    EXPECT_EQ(cls_UnwrapBody(cls_WrapBody(body)), body);
+    body += 'x';
+    EXPECT_EQ(Thrown<nex_TextException>([&] { cls_WrapBody(body); }), refusal);
+}
+
+TEST_F(AStream, AnAttributeThatComesTwiceIsSeenBehindAnObjectOfTheSameClassToo)
+{
+    const std::string inner = "04 01'b' 04 01 00 03 0a 00"; // an object of the class, with attribute a
+    EXPECT_EQ(RefusalOf("01" + kSampleClass + "03 01'a' 01 00" + inner + "03 00"),
+              Damaged("an object has an attribute twice"));
+    EXPECT_EQ(cls_ReadStream(StreamOf("01" + kSampleClass + "03 01'a' 01 00" + inner + "00")).Count(), 1);
 }
 
 TEST_F(AStream, EachKindOfDamageInABodyIsNamed)

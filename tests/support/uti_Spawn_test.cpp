@@ -709,6 +709,29 @@ TEST_F(uti_SpawnTest, AProgramThatTakesTheStatusAwayGetsAFailureAndNoHang)
     EXPECT_EQ(answer, 0);
 }
 
+// Such a child may be gone without a trace before anything but its number is known; its words are there all the same.
+TEST_F(uti_SpawnTest, AProgramThatTakesTheStatusAwayHearsEvenTheShortestChild)
+{
+    const TestFolder folder;
+    const int answer = ExitCodeOfForked(
+        [&]
+        {
+            ::signal(SIGCHLD, SIG_IGN);
+            for (int round = 0; round < 200; ++round)
+            {
+                uti_Redirection redirection("2>", folder.Path("errors"));
+                uti_SpawnSource child("/bin/sh", Script("echo out; echo bad >&2"), redirection,
+                                      kSameEnvironment);
+                if (Line(child) != "out\n" || !Line(child).empty() || child.Reap(kLong) != -1) return 1;
+                uti_SpawnSource silent("/bin/true", Words({}), m_NoRedirection, kSameEnvironment);
+                if (!Line(silent).empty() || silent.Reap(kLong) != -1 || silent.IsRunning()) return 2;
+                if (BytesOf(folder.Path("errors")) != "bad\n") return 3;
+            }
+            return 0;
+        });
+    EXPECT_EQ(answer, 0);
+}
+
 TEST_F(uti_SpawnTest, AForkOfTheProgramDoesNotEndTheChild)
 {
     auto child = WithSink("cat");

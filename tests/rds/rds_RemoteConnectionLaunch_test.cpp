@@ -1,5 +1,6 @@
 #include "LaunchScene.h"
 #include "rds_KeyExchange.h"
+#include "utl_FileException.h"
 
 #include <csignal>
 #include <fcntl.h>
@@ -575,6 +576,32 @@ TEST_F(ALaunch, NeitherCommandLinesNorEnvironmentsHoldTheKey)
     EXPECT_THAT(Text("seen"), HasSubstr("-ping"));
     EXPECT_THAT(Text("seen"), HasSubstr("StrictHostKeyChecking"));
     EXPECT_THAT(Text("seen"), Not(HasSubstr("a long password")));
+}
+
+TEST_F(ALaunch, WhatCannotBeStartedLeavesNothingBehind)
+{
+    for (const char* path : {"bin/ssh", "mrl/External/qlnsrv/qlnsrv"}) Put(path, "#!/no/such/shell\n", 0700);
+    auto connection = Connection(0, 40001);
+    const std::string reason = "No such file or directory";
+    EXPECT_THAT(StartFailure(connection), HasSubstr(reason));
+    EXPECT_THAT(RunFailure(connection), HasSubstr(reason));
+    EXPECT_THAT(Failure([&] { connection.KillRemoteFileServer(); }), HasSubstr(reason));
+    EXPECT_THAT(Failure([&] { connection.PingRemoteFileServer(); }), HasSubstr(reason));
+    EXPECT_THAT(Failure([&] { connection.ReadRemotePasswordFile(); }), HasSubstr(reason));
+    EXPECT_EQ(connection.RemoteConnectionStatus(), Status::DISCONNECTED);
+}
+
+TEST_F(ALaunch, WithoutRoomForTheErrorTextNothingIsStarted)
+{
+    Shell(Print(kReport));
+    Relay("printf 1");
+    const EnvironmentVariable temp("TMPDIR", Path("nowhere").c_str());
+    auto connection = Connection(0, 40001);
+    const std::string missing = "No such file or directory";
+    EXPECT_THAT(Thrown<utl_FileException>([&] { connection.StartRemoteFileServer(); }), HasSubstr(missing));
+    EXPECT_THAT(Thrown<utl_FileException>([&] { End(connection.RunRemoteFileService("service")); }),
+                HasSubstr(missing));
+    EXPECT_FALSE(Exists("words"));
 }
 
 // --- kill and ping ---------------------------------------------------------------------------------------------

@@ -3,7 +3,6 @@
 // The system's sshd on a port of its own, with keys and configuration made for the run in a folder of the test's, and a
 // program "ssh" there that reaches it.
 
-#include "BoundedChild.h"
 #include "FarEnd.h"
 
 #include <arpa/inet.h>
@@ -29,9 +28,6 @@ inline int FreePort()
 class OwnSshd
 {
 public:
-    static constexpr const char* kProgram = "/usr/sbin/sshd";
-    static bool IsInstalled() { return std::filesystem::exists(kProgram); }
-
     /// Logins stand in `home` and first print the file "noise" of `folder`.
     OwnSshd(const std::string& folder, const std::string& home) : m_Folder(folder)
     {
@@ -95,7 +91,7 @@ private:
         m_Process = ::fork();
         if (m_Process == 0)
         {
-            ::execl(kProgram, kProgram, "-D", "-E", log.c_str(), "-f", config.c_str(), nullptr);
+            ::execl(RFM_SSHD, RFM_SSHD, "-D", "-E", log.c_str(), "-f", config.c_str(), nullptr);
             ::_exit(126);
         }
         AwaitStart();

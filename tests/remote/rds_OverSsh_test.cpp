@@ -32,7 +32,6 @@ protected:
     void SetUp() override
     {
         FarEnd::SetUp();
-        if (!OwnSshd::IsInstalled()) GTEST_SKIP() << "there is no " << OwnSshd::kProgram << " here";
         for (const char* name : {"home", "far", "temp", "mrl/External/qlnsrv"})
             std::filesystem::create_directories(Path(name));
         std::filesystem::create_symlink(Program("qlnsrv"), Path("mrl/External/qlnsrv/qlnsrv"));
@@ -51,12 +50,9 @@ protected:
     }
     void TearDown() override
     {
-        if (m_Sshd)
-        {
-            EXPECT_EQ(OpenDescriptorCount(), m_DescriptorsBefore);
-            EXPECT_TRUE(std::filesystem::is_empty(Path("temp")));
-            m_Sshd->Stop();
-        }
+        EXPECT_EQ(OpenDescriptorCount(), m_DescriptorsBefore);
+        EXPECT_TRUE(std::filesystem::is_empty(Path("temp")));
+        m_Sshd.reset();
         FarEnd::TearDown();
     }
 

@@ -10,12 +10,19 @@ add_area(remote_tests
 )
 target_link_libraries(remote_tests PRIVATE qlnsrvd_impl)
 
-# The library and the programs together, over the system's own sshd.
-add_area(ssh_tests
-  remote/rds_OverSsh_test.cpp
-)
+set(RFM_REMOTE_AREAS remote_tests)
 
-foreach(area remote_tests ssh_tests)
+# The library and the programs together, over the system's own sshd.
+find_program(RFM_SSHD sshd PATHS /usr/sbin /usr/local/sbin)
+if(RFM_SSHD)
+  add_area(ssh_tests remote/rds_OverSsh_test.cpp)
+  target_compile_definitions(ssh_tests PRIVATE RFM_SSHD="${RFM_SSHD}")
+  list(APPEND RFM_REMOTE_AREAS ssh_tests)
+else()
+  message(STATUS "rfm: there is no sshd here; the tests over ssh are left out")
+endif()
+
+foreach(area IN LISTS RFM_REMOTE_AREAS)
   target_include_directories(${area} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/remote)
   target_link_libraries(${area} PRIVATE farend)
   target_compile_definitions(${area} PRIVATE

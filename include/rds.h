@@ -1,6 +1,8 @@
 #pragma once
 
 /// Everything that a program needs for connections to other hosts.
+#include "rds_Client.h"
+#include "rds_InterpretStdErr.h"
 #include "rds_Library.h"
 #include "rds_RemoteConnection.h"
 #include "rds_RemoteConnectionsRep.h"

@@ -3,3 +3,8 @@ add_area(connection_tests
   rds/rds_RemoteConnection_test.cpp
   rds/rds_RemoteConnectionsRep_test.cpp
 )
+add_area(launch_tests
+  rds/rds_InterpretStdErr_test.cpp
+  rds/rds_RemoteConnectionCredentials_test.cpp
+  rds/rds_RemoteConnectionLaunch_test.cpp
+)

@@ -10,11 +10,27 @@ add_area(remote_tests
   remote/qlnsrvd_test.cpp
   remote/remote_wire_test.cpp
 )
-target_include_directories(remote_tests PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/remote)
-target_link_libraries(remote_tests PRIVATE qlnsrvd_impl farend)
-target_compile_definitions(remote_tests PRIVATE
-  RFM_MARLEK="$<TARGET_FILE:marlek>"
-  RFM_QLNSRV="$<TARGET_FILE:qlnsrv>"
-  RFM_QLNSRVD="$<TARGET_FILE:qlnsrvd>"
-  RFM_TEST_SERVICE="$<TARGET_FILE:remote_test_service>")
-add_dependencies(remote_tests marlek qlnsrv qlnsrvd remote_test_service)
+target_link_libraries(remote_tests PRIVATE qlnsrvd_impl)
+
+set(RFM_REMOTE_AREAS remote_tests)
+
+# The library and the programs together, over the system's own sshd.
+find_program(RFM_SSHD sshd PATHS /usr/sbin /usr/local/sbin)
+if(RFM_SSHD)
+  add_area(ssh_tests remote/rds_OverSsh_test.cpp)
+  target_compile_definitions(ssh_tests PRIVATE RFM_SSHD="${RFM_SSHD}")
+  list(APPEND RFM_REMOTE_AREAS ssh_tests)
+else()
+  message(STATUS "rfm: there is no sshd here; the tests over ssh are left out")
+endif()
+
+foreach(area IN LISTS RFM_REMOTE_AREAS)
+  target_include_directories(${area} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/remote)
+  target_link_libraries(${area} PRIVATE farend)
+  target_compile_definitions(${area} PRIVATE
+    RFM_MARLEK="$<TARGET_FILE:marlek>"
+    RFM_QLNSRV="$<TARGET_FILE:qlnsrv>"
+    RFM_QLNSRVD="$<TARGET_FILE:qlnsrvd>"
+    RFM_TEST_SERVICE="$<TARGET_FILE:remote_test_service>")
+  add_dependencies(${area} marlek qlnsrv qlnsrvd remote_test_service)
+endforeach()

@@ -125,6 +125,11 @@ void rfm_EncodedSegment::Store(const rfm_SegmentBuffer* buffer)
     if (!m_Dirty) nex_ThrowAssert("m_Dirty");
     rfm_SegmentBuffer& encoded = m_Cache->WorkBuffer();
     m_Codec->Encode(encoded, *buffer, m_DecodedLength);
+    StoreEncoded(encoded);
+}
+
+void rfm_EncodedSegment::StoreEncoded(const rfm_SegmentBuffer& encoded)
+{
     rfm_SectorWriter writer = m_SectorArray->GetWriter(m_Index);
     writer.Write(encoded.Data(), encoded.Size());
     writer.End();
@@ -148,4 +153,12 @@ void rfm_EncodedSegment::Flush()
     const rfm_ArmedSegment armed(this);
     // Arming may have made room by storing others, never this one.
     Store(m_Buffer);
+}
+
+void rfm_EncodedSegment::Prepare(rfm_SegmentBuffer& encoded)
+{
+    if (!m_Dirty) nex_ThrowAssert("m_Dirty");
+    const rfm_ArmedSegment armed(this);
+    m_Codec->Encode(encoded, *m_Buffer, m_DecodedLength);
+    m_SectorArray->LengthenChain(m_Index, encoded.Size());
 }

@@ -34,6 +34,11 @@ public:
     void SetDecodedLength(int length);
     /// Stores what is dirty.
     void Flush();
+    /// What Flush does, in two steps between which others may be stored: gives `encoded` the stored form of a dirty
+    /// segment, and its chain the sectors for it;
+    void Prepare(rfm_SegmentBuffer& encoded);
+    /// writes that form.
+    void StoreEncoded(const rfm_SegmentBuffer& encoded);
     void BufferTaken(int index, rfm_SegmentBuffer* buffer) override;
 
     int Index() const noexcept { return m_Index; }

@@ -128,6 +128,18 @@ utl_FileOffset rfm_EncodedSegmentTable::LogicalSize() const
     return std::int64_t{m_NumSegments - 1} * m_SegmentSize + LastLength();
 }
 
+// Sectors are taken in the order of the segments. Segment 0, with the header and the table of the database, leads to all
+// others and is still written last: a writer that dies before has changed nothing of what the last flush leads to but the
+// segments that were written over.
+void rfm_EncodedSegmentTable::StoreAll(const std::vector<int>& indices)
+{
+    const bool firstGoesLast = indices.size() > 1 && indices.front() == 0 && HasChain(0);
+    if (firstGoesLast) Find(0)->Prepare(m_FirstEncoded);
+    for (const int index : indices)
+        if (index > 0 || !firstGoesLast) Find(index)->Flush();
+    if (firstGoesLast) Find(0)->StoreEncoded(m_FirstEncoded);
+}
+
 // kept: a flush without any news writes both headers and the directory all the same.
 // Test: AFlushWithoutNewsWritesHeaderAndDirectory.
 void rfm_EncodedSegmentTable::Flush()
@@ -136,7 +148,7 @@ void rfm_EncodedSegmentTable::Flush()
     for (const auto& [index, segment] : m_Segments)
         if (segment->IsDirty()) dirty.push_back(index);
     std::sort(dirty.begin(), dirty.end());
-    for (const int index : dirty) Find(index)->Flush();
+    StoreAll(dirty);
     char bytes[rfm_EncodedHeaderBytes];
     rfm_EncodeEncodedHeader(
         {.segmentSize = m_SegmentSize, .segmentCount = m_NumSegments, .lastLength = LastLength()}, bytes);

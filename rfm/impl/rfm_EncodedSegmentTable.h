@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <unordered_map>
+#include <vector>
 
 /// All segments of a compressed file, and what they share: the sectors, the buffers, the codec.
 /// Segments have an object from the first time they are asked for, and lose it only when a new one would be the same; so
@@ -40,6 +41,7 @@ private:
     void GrowTo(int count);
     void Sweep();
     int LastLength() const;
+    void StoreAll(const std::vector<int>& indices);
 
     rfm_SegmentBufferCache m_Cache;
     std::unique_ptr<rfm_Codec> m_Codec;
@@ -48,4 +50,5 @@ private:
     int m_LastLength = 0; // while the last segment has no object
     std::unordered_map<int, std::unique_ptr<rfm_EncodedSegment>> m_Segments;
     std::size_t m_SweepAt;
+    rfm_SegmentBuffer m_FirstEncoded; // the stored form of segment 0, while others are written before it
 };

@@ -105,6 +105,21 @@ rfm_SectorReader rfm_SectorArray::GetReader(int cell)
 
 rfm_SectorWriter rfm_SectorArray::GetWriter(int cell) { return {*this, cell}; }
 
+void rfm_SectorArray::LengthenChain(int cell, int bytes)
+{
+    if (!HasChain(cell)) nex_ThrowAssert("cell && *cell");
+    CheckChainSector(Cell(cell));
+    rfm_SectorTrail trail;
+    rfm_Sector sector = At(Cell(cell));
+    trail.Enter(sector.Number());
+    for (std::int64_t room = rfm_SectorDataBytes - rfm_StreamLengthBytes; room < bytes;
+         room += rfm_SectorDataBytes)
+    {
+        sector = sector.NextOrAllocate();
+        trail.Enter(sector.Number());
+    }
+}
+
 int rfm_SectorArray::ReadUserHeader(char* bytes, int length) const
 {
     const int moved = std::min(length, static_cast<int>(m_UserHeader.size()));

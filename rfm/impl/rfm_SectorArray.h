@@ -29,6 +29,9 @@ public:
     int WriteUserHeader(const char* bytes, int length);
     int UserHeaderLength() const noexcept { return m_UserHeaderLength; }
 
+    /// Links new sectors to the end of a chain until a stream of `bytes` fits it. What the chain holds stays as it is.
+    void LengthenChain(int cell, int bytes);
+
     /// Writes directory and headers, and hands all that is gathered to the system.
     void Flush();
 

@@ -182,5 +182,6 @@ void rfm_SectorFile::WriteBytes(unsigned first, int offset, const char* bytes, i
 std::unique_ptr<char[]> rfm_SectorFile::BorrowBlock()
 {
     if (m_Block != nullptr) return std::move(m_Block);
-    return std::make_unique_for_overwrite<char[]>(static_cast<std::size_t>(rfm_SectorRun * m_SectorSize));
+    return std::make_unique_for_overwrite<char[]>(std::size_t{rfm_SectorRun} *
+                                                  static_cast<std::size_t>(m_SectorSize));
 }

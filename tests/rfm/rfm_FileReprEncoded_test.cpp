@@ -445,6 +445,57 @@ TEST_F(rfm_FileReprEncodedTest, AFailureAnywhereIsReportedAndNothingIsLostWhenIt
     }
 }
 
+// Segment 0 leads to the others: whatever call of a flush is the last, it's touched only when they are new.
+TEST_F(rfm_FileReprEncodedTest, SegmentZeroTakesItsSectorsInItsTurnAndIsWrittenLast)
+{
+    const std::string first = Noise(9000, 1);
+    const std::string second = Noise(9000, 2);
+    bool secondWasNewBeforeFirst = false;
+    for (int failAt = 1;; ++failAt)
+    {
+        SCOPED_TRACE(failAt);
+        ASSERT_LT(failAt, 100);
+        Create();
+        Write(0, std::string(2 * kSegment, 'x'));
+        m_Repr->Flush();
+        Write(0, first);
+        Write(kSegment, second);
+        bool fired = false;
+        {
+            const utl_FaultPlan plan({.failWrite = failAt, .staysBroken = true});
+            const std::string text = Thrown<utl_FileException>([&] { m_Repr->Flush(); });
+            fired = plan.Fired();
+            EXPECT_EQ(text != "nothing was thrown", fired);
+        }
+        const auto inFile = [&](std::int64_t place)
+        {
+            try
+            {
+                rfm_FileReprEncoded reader(m_File.Name(), utl_FileAccessRead,
+                                           std::make_unique<rfm_CodecZip>(6));
+                std::string bytes(9000, '?');
+                reader.Seek(place);
+                reader.Read(bytes.data(), 9000);
+                return bytes;
+            }
+            catch (const nex_TextException&)
+            {
+                return std::string("torn");
+            }
+        };
+        const bool firstIsOld = inFile(0) == std::string(9000, 'x');
+        EXPECT_TRUE(inFile(0) != first || inFile(kSegment) == second);
+        secondWasNewBeforeFirst |= firstIsOld && inFile(kSegment) == second;
+        if (!fired) break;
+    }
+    EXPECT_TRUE(secondWasNewBeforeFirst);
+    const auto link = [&](int sector)
+    { return m_File.Bytes(static_cast<std::size_t>(sector) * 4096 + 4092, 4); };
+    EXPECT_EQ(link(1), rfm_IntBytes(3)) << "as if it had been written first";
+    EXPECT_EQ(link(3), rfm_IntBytes(4));
+    EXPECT_EQ(link(2), rfm_IntBytes(5));
+}
+
 TEST_F(rfm_FileReprEncodedTest, AFullDiskIsReportedAndWithRoomAgainTheFlushIsWhole)
 {
     const std::string data = Noise(40 * kSegment);

@@ -32,8 +32,8 @@ class StoredCodec : public rfm_Codec
 public:
     void Encode(rfm_SegmentBuffer& out, const rfm_SegmentBuffer& in, int decodedLength) override
     {
-        out.Require(decodedLength + 11);
-        char* bytes = out.Writable(decodedLength + 11);
+        out.Require(MostEncoded(decodedLength));
+        char* bytes = out.Writable(MostEncoded(decodedLength));
         const auto count = static_cast<unsigned>(decodedLength);
         const unsigned head[] = {0x78, 0x01, 0x01, count, count >> 8U, ~count, ~count >> 8U};
         for (const unsigned byte : head) *bytes++ = static_cast<char>(byte & 0xFFU);
@@ -41,12 +41,13 @@ public:
         bytes += count;
         const unsigned sum = Adler32(in.Data(), decodedLength);
         for (const unsigned shift : {24U, 16U, 8U, 0U}) *bytes++ = static_cast<char>(sum >> shift & 0xFFU);
-        out.Shrink(decodedLength + 11);
+        out.Shrink(MostEncoded(decodedLength));
     }
     int Decode(rfm_SegmentBuffer&, const rfm_SegmentBuffer&) override
     {
         throw std::logic_error("a golden file is only written");
     }
+    int MostEncoded(int decodedLength) const noexcept override { return decodedLength + 11; }
 
 private:
     static unsigned Adler32(const char* bytes, int count)

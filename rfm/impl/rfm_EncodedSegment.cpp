@@ -102,8 +102,8 @@ void rfm_EncodedSegment::SetDecodedLength(int length)
     const bool isToStore =
         length != m_DecodedLength && m_SectorArray->HasChain(m_Index) && !m_SectorArray->ReadOnly();
     // A stream that can't be read fails here, not in every flush to come.
-    if (isToStore && !m_Loaded && m_StoredLength > 0) const rfm_ArmedSegment loaded(this);
-    if (length < m_DecodedLength && m_Loaded)
+    const bool isToLoad = isToStore && !m_Loaded && m_StoredLength > 0;
+    if (isToLoad || (length < m_DecodedLength && m_Loaded))
     {
         const rfm_ArmedSegment armed(this);
         m_Buffer->ClearFrom(length);

@@ -3,6 +3,8 @@
 //
 // The cases of a file run in a forked child, which tells the number of the case that it is at through shared memory.
 // Where it dies the case is a failure, and another child goes on behind it.
+#include "EnvironmentVariable.h"
+#include "FileKind.h"
 #include "RandomSeed.h"
 #include "TestFolder.h"
 #include "rfm_GoldenFiles.h"
@@ -277,6 +279,21 @@ std::size_t EndOfEntries(const std::string& sound)
     return entry + kEntryBytes;
 }
 
+// The bytes of a file of that kind whose database has these.
+std::string InKind(const char* kind, const std::string& bytes)
+{
+    const TestFolder folder;
+    const cow_String plain = folder.Path("plain");
+    const cow_String other = folder.Path("other");
+    PutBytes(plain, bytes);
+    {
+        const EnvironmentVariable wanted("RFM_TEST_FILE_KIND", kind);
+        rfm_File file = NewFileOfKind(other);
+        file.Copy(rfm_File::Open(plain, utl_FileAccessRead));
+    }
+    return BytesOf(other);
+}
+
 class EveryDamagedFile : public testing::TestWithParam<GoldenFile>
 {
 protected:
@@ -327,6 +344,26 @@ TEST_P(EveryDamagedFile, SurvivesEveryNumberOfItsData)
         if (offset + 8 <= m_Sound.size()) m_Damage.Double(offset);
     }
     ExpectAllSurvived(m_Damage.Cases());
+}
+
+// What is damaged in the database is damaged in whatever keeps its bytes.
+TEST_P(EveryDamagedFile, SurvivesInsideEveryOtherKindOfFile)
+{
+    for (const std::size_t offset : {0, 4, 8, 492, 496, 500, 508, 512, 516, 520}) m_Damage.Word(offset);
+    m_Damage.Double(504);
+    for (std::size_t entry = kFirstEntry; entry < EndOfEntries(m_Sound); entry += kEntryBytes)
+    {
+        m_Damage.Word(entry + 24);
+        for (std::size_t number = 0; number < 24; number += 8) m_Damage.Double(entry + number);
+    }
+    for (const char* kind : {"compressed", "hdf5"})
+    {
+        std::vector<Damage> cases = {{std::string("sound ") + kind, InKind(kind, m_Sound)}};
+        EXPECT_NE(cases.front().bytes.substr(0, 4), m_Sound.substr(0, 4));
+        for (const Damage& damage : m_Damage.Cases())
+            cases.push_back({damage.what + " in a file that is " + kind, InKind(kind, damage.bytes)});
+        ExpectAllSurvived(cases);
+    }
 }
 
 // With the stamp of the whole file, which refuses it at once, and with none, which lets it in.

@@ -5,6 +5,7 @@
 #include "uti_FilePermissions.h"
 #include "utl_FilePath.h"
 #include "utl_SystemText.h"
+#include "utl_UrlParser.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -23,10 +24,14 @@ static std::optional<cow_String> HomeDirectory()
 {
     const char* drive = std::getenv("HOMEDRIVE");
     const char* path = std::getenv("HOMEPATH");
-    if (drive != nullptr && path != nullptr) return cow_String(drive) + path;
     const char* home = std::getenv("HOME");
-    if (drive != nullptr || path != nullptr || home == nullptr || *home == '\0') return std::nullopt;
-    return cow_String(home);
+    cow_String directory;
+    if (drive != nullptr && path != nullptr)
+        directory = cow_String(drive) + path;
+    else if (drive == nullptr && path == nullptr && home != nullptr)
+        directory = home;
+    if (directory.IsEmpty() || utl_UrlParser::IsUrl(directory)) return std::nullopt;
+    return directory;
 }
 
 // The empty text when there is no such file, or none that may be read.
@@ -36,6 +41,13 @@ static cow_String FindInHome(const cow_String& fileName)
     if (!home) return {};
     const utl_FilePath file(*home + "/" + fileName, "");
     return file.Exists() && file.IsReadable() ? file.AbsolutePathName() : cow_String();
+}
+
+[[noreturn]] static void FailAsTooOpen(const cow_String& path)
+{
+    rds_Fail("*** Error: Permissions for %s are too open: reason: Your file should not be accessible by "
+             "everyone. Remove privileges for everyone and try again \n",
+             path);
 }
 
 [[noreturn]] static void FailToRead(const cow_String& path, const cow_String& reason)
@@ -53,6 +65,8 @@ static utl_Descriptor OpenPassword(const cow_String& path)
     {
     };
     if (::fstat(file.Get(), &status) != 0) FailToRead(path, utl_SystemText(errno));
+    // What was looked at by its name may have been another file.
+    if ((status.st_mode & S_IRWXO) != 0) FailAsTooOpen(path);
     // A directory says so itself when it is read.
     if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) FailToRead(path, "It is no regular file");
     return file;
@@ -85,10 +99,7 @@ bool rds_RemoteConnection::ReadPasswordFile(const cow_String& fileName)
 {
     const cow_String path = FindInHome(fileName);
     if (path.IsEmpty()) return false;
-    if (uti_GetFilePermissionsForEveryone(path.CString()) != 0)
-        rds_Fail("*** Error: Permissions for %s are too open: reason: Your file should not be accessible by "
-                 "everyone. Remove privileges for everyone and try again \n",
-                 path);
+    if (uti_GetFilePermissionsForEveryone(path.CString()) != 0) FailAsTooOpen(path);
     char text[kMostKeyBytes + 1] = {};
     ReadBytes(OpenPassword(path), path, text, sizeof text);
     const std::size_t length = ::strnlen(text, sizeof text);
@@ -107,11 +118,13 @@ bool rds_RemoteConnection::ReadRemotePasswordFile()
     command.arguments.Append(cow_String("cat ") + kNetPasswordFile);
     rds_RemoteShell shell(command);
     char line[kMostKeyBytes + 2] = {}; // one byte more than a key may have, so that a longer one shows
-    if (shell.Child().GetLine(line, sizeof line) != 0) StoreKey(line);
+    const bool came = shell.Child().GetLine(line, sizeof line) != 0;
+    const bool fits = std::strlen(line) <= kMostKeyBytes;
+    if (came && fits) StoreKey(line);
     if (shell.Child().Reap(kMostReapSeconds) != 0)
         rds_Fail("*** Error: Can't get password from remote server %s:\nreason: %s", m_HostName,
                  shell.Reason());
-    if (std::strlen(line) > kMostKeyBytes)
+    if (!fits)
         rds_Fail("*** Error: Password from remote server %s can't have more than %d characters. \n",
                  m_HostName, kMostKeyBytes);
     return true;

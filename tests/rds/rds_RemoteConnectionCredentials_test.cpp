@@ -276,6 +276,7 @@ TEST_F(ACredential, ARemotePasswordMayHave255BytesAndALongerOneIsRefused)
         EXPECT_EQ(RemoteRefusal(),
                   "*** Error: Password from remote server hpc7 can't have more than 255 characters. \n");
     }
+    EXPECT_EQ(Key(), std::string(254, 'p') + "\n") << "a refused one leaves the key";
 }
 
 // --- the search ------------------------------------------------------------------------------------------------
@@ -286,7 +287,10 @@ class ASearch : public ACredential
 {
 protected:
     // The relay keeps what it is given, and answers.
-    void SetUp() override { Relay("head -c 1 > length; printf 1; cat > key"); }
+    void SetUp() override
+    {
+        Relay("head -c 1 > length; head -c $(od -An -tu1 length) > key; printf 1; exec cat > rest");
+    }
     // The key that the relay got.
     std::string SentKey()
     {
@@ -308,6 +312,20 @@ TEST_F(ASearch, TheHostsOwnFileComesFirstThenTheOneOfAllHostsThenTheRemoteOne)
     std::filesystem::remove(Path(kNet));
     EXPECT_EQ(SentKey(), "the remote one");
     EXPECT_EQ(m_Connection.RemoteConnectionStatus(), Status::CONNECTED);
+}
+
+TEST_F(ASearch, KillAndPingOfAServerThatIsNotOursSearchToo)
+{
+    Relay("head -c 1 > length; exec head -c 11 > key");
+    Put(kHost, "of the host");
+    m_Connection.PingRemoteFileServer();
+    EXPECT_EQ(Text("key"), "of the host");
+    std::filesystem::remove(Path("key"));
+    m_Connection.KillRemoteFileServer();
+    EXPECT_EQ(Text("key"), "of the host");
+    Put(kHost, "of the host", 0644);
+    EXPECT_EQ(Failure([&] { m_Connection.PingRemoteFileServer(); }), TooOpen(kHost));
+    EXPECT_EQ(Failure([&] { m_Connection.KillRemoteFileServer(); }), TooOpen(kHost));
 }
 
 TEST_F(ASearch, AServerThatIsOursToStartNeedsNone)

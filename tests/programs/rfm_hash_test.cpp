@@ -10,7 +10,6 @@
 
 namespace
 {
-using testing::HasSubstr;
 
 /// The bytes that enter the digest, put together by hand from what docs/cli.md says.
 class Bytes

@@ -10,7 +10,6 @@ namespace
 using rfm_tool::ProgressLine;
 using testing::AllOf;
 using testing::HasSubstr;
-using testing::Not;
 
 TEST(RfmProgress, ALineHasPartRateAndTimeLeft)
 {

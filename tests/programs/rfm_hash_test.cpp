@@ -1,7 +1,6 @@
 // `rfm hash`: what enters the digest, and that nothing else does.
 #include "NewFiles.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <bit>
@@ -10,7 +9,6 @@
 
 namespace
 {
-
 /// The bytes that enter the digest, put together by hand from what docs/cli.md says.
 class Bytes
 {

@@ -115,7 +115,8 @@ public:
     /// The status is `CONNECTED` in both cases.
     rds_Client* RunRemoteFileService(const cow_String& service);
     /// Ends the server, and the services that run. The status is `DISCONNECTED` then, and as it was after a failure.
-    /// A server that is not this side's to start is asked with the password that is found, as for a service.
+    /// Without a key in the record, the password of a server that is not this side's to start is searched for, as for a
+    /// service.
     void KillRemoteFileServer();
     /// Returns when the server answers. Otherwise it throws, and the status is `DISCONNECTED`. The password is searched
     /// for as there; a search that fails throws its own text and leaves the status.

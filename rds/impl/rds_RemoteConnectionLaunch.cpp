@@ -229,7 +229,7 @@ void rds_RemoteConnection::KillRemoteFileServer()
 {
     const utl_FilePath relay = RequireRelay("*** Error: Can't locate qlnsrv executable",
                                             "*** Error: Can't execute qlnsrv executable");
-    if (!m_StartRemoteServer) FindPassword();
+    if (!m_StartRemoteServer && !HasKey()) FindPassword();
     if (AskServer(relay.Path(), *this, "-kill") != 0) rds_Fail("*** Error: kill remote server failed");
     m_RemoteConnectionStatus = rds_RemoteConnectionStatusEnm::DISCONNECTED;
 }
@@ -238,7 +238,7 @@ void rds_RemoteConnection::PingRemoteFileServer()
 {
     const utl_FilePath relay = RequireRelay("*** Error: Can't locate qlnsrv executable.",
                                             "*** Error: Can't execute qlnsrv executable.");
-    if (!m_StartRemoteServer) FindPassword();
+    if (!m_StartRemoteServer && !HasKey()) FindPassword();
     if (AskServer(relay.Path(), *this, "-ping") == 0) return;
     m_RemoteConnectionStatus = rds_RemoteConnectionStatusEnm::DISCONNECTED;
     rds_Fail("*** Error: Ping remote server failed.");

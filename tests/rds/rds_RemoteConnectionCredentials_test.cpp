@@ -314,16 +314,19 @@ TEST_F(ASearch, TheHostsOwnFileComesFirstThenTheOneOfAllHostsThenTheRemoteOne)
     EXPECT_EQ(m_Connection.RemoteConnectionStatus(), Status::CONNECTED);
 }
 
-TEST_F(ASearch, KillAndPingOfAServerThatIsNotOursSearchToo)
+TEST_F(ASearch, KillAndPingOfAServerThatIsNotOursSearchWhenThereIsNoKey)
 {
     Relay("head -c 1 > length; exec head -c 11 > key");
     Put(kHost, "of the host");
     m_Connection.PingRemoteFileServer();
     EXPECT_EQ(Text("key"), "of the host");
     std::filesystem::remove(Path("key"));
+    m_Connection.SetqlnsrvdKey("");
     m_Connection.KillRemoteFileServer();
     EXPECT_EQ(Text("key"), "of the host");
     Put(kHost, "of the host", 0644);
+    m_Connection.PingRemoteFileServer(); // with the key that it has
+    m_Connection.SetqlnsrvdKey("");
     EXPECT_EQ(Failure([&] { m_Connection.PingRemoteFileServer(); }), TooOpen(kHost));
     EXPECT_EQ(Failure([&] { m_Connection.KillRemoteFileServer(); }), TooOpen(kHost));
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ChangeReports.h"
 #include "cls_ReadVisitor.h"
 #include "cls_WriteVisitor.h"
 #include "rds.h"
@@ -22,20 +23,6 @@ protected:
     {
         History().Clear();
         rfm_finalize(m_Count);
-    }
-
-    static omu_ChangeHistory& History() { return thr_ThreadSingleton<omu_ChangeHistory>::Instance(); }
-    // The reports since the last call, one a line.
-    static std::string Reports()
-    {
-        std::string reports;
-        for (const auto& report : History().Changes())
-        {
-            reports += report.ConstGet().AsString().View();
-            reports += "\n";
-        }
-        History().Clear();
-        return reports;
     }
 
     static rds_RemoteConnectionsRep& Registry()

@@ -208,12 +208,12 @@ TEST_F(ARegistry, TheDirectoryGoesWhereItStandsFirst)
 
 TEST_F(ARegistry, AnEmptyDirectoryLeavesThePathAsItIs)
 {
-    Connections().Insert("root", Connection("root", "hpc9", 7, ""));
-    EXPECT_EQ(Mapped("mrkrdb://hpc9:7//data/a"), "Network connectors/root/data/a");
-    EXPECT_EQ(Mapped("mrkrdb://hpc9:7/a"), "Network connectors/roota")
+    Connections().Insert("bare", Connection("bare", "hpc9", 7, ""));
+    EXPECT_EQ(Mapped("mrkrdb://hpc9:7//data/a"), "Network connectors/bare/data/a");
+    EXPECT_EQ(Mapped("mrkrdb://hpc9:7/a"), "Network connectors/barea")
         << "nothing is put between name and path";
-    EXPECT_EQ(Url("Network connectors/root/a"), "mrkrdb://hpc9:7//a");
-    EXPECT_EQ(There("Network connectors/root/a"), "/a");
+    EXPECT_EQ(Url("Network connectors/bare/a"), "mrkrdb://hpc9:7//a");
+    EXPECT_EQ(There("Network connectors/bare/a"), "/a");
 }
 
 TEST_F(ARegistry, ATextThatIsNoUrlIsLeftAlone)

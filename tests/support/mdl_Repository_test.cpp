@@ -1,3 +1,4 @@
+#include "ChangeReports.h"
 #include "mdl_MapOfCowsRepository.h"
 
 #include "DamagedStream.h"
@@ -41,19 +42,6 @@ protected:
     {
         History().Clear();
         mdl_finalize(m_Count);
-    }
-    static omu_ChangeHistory& History() { return thr_ThreadSingleton<omu_ChangeHistory>::Instance(); }
-    // The reports since the last call, one a line.
-    static std::string Reports()
-    {
-        std::string reports;
-        for (const auto& report : History().Changes())
-        {
-            reports += report.ConstGet().AsString().View();
-            reports += "\n";
-        }
-        History().Clear();
-        return reports;
     }
     static std::string Joined(const cow_List<cow_String>& keys)
     {

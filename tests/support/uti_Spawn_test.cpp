@@ -74,6 +74,16 @@ protected:
         EXPECT_EQ(buffer[static_cast<std::size_t>(length)], '\0');
         return {buffer.data(), static_cast<std::size_t>(length)};
     }
+    // A child that says "up" and then overruns: it is asked to end, and can still tidy up.
+    static void ExpectTidiesUp(const char* script)
+    {
+        utl_TempFile told("");
+        uti_Redirection redirection("2>", told.Name());
+        uti_SpawnSource child(kShell, Script(script), redirection, kSameEnvironment);
+        EXPECT_EQ(Line(child), "up\n");
+        EXPECT_EQ(child.Reap(1), -1);
+        EXPECT_EQ(BytesOf(told.Name()), "tidy\n");
+    }
     static std::string AllLines(uti_SpawnSource& child)
     {
         std::string all;
@@ -501,13 +511,7 @@ TEST_F(uti_SpawnTest, AChildThatOverrunsIsEndedPolitelyAndHasFailed)
 
 TEST_F(uti_SpawnTest, PolitenessLetsTheChildTidyUp)
 {
-    utl_TempFile told("");
-    uti_Redirection redirection("2>", told.Name());
-    uti_SpawnSource child(kShell, Script("trap 'echo tidy >&2; exit 0' TERM; echo up; while :; do :; done"),
-                          redirection, kSameEnvironment);
-    EXPECT_EQ(Line(child), "up\n");
-    EXPECT_EQ(child.Reap(1), -1);
-    EXPECT_EQ(BytesOf(told.Name()), "tidy\n");
+    ExpectTidiesUp("trap 'echo tidy >&2; exit 0' TERM; echo up; while :; do :; done");
 }
 
 TEST_F(uti_SpawnTest, AChildThatIgnoresPolitenessIsEndedAllTheSame)
@@ -521,13 +525,7 @@ TEST_F(uti_SpawnTest, AChildThatIgnoresPolitenessIsEndedAllTheSame)
 
 TEST_F(uti_SpawnTest, AStoppedChildIsEndedPolitely)
 {
-    utl_TempFile told("");
-    uti_Redirection redirection("2>", told.Name());
-    uti_SpawnSource child(kShell, Script("trap 'echo tidy >&2; exit 0' TERM; echo up; kill -STOP $$; exit 1"),
-                          redirection, kSameEnvironment);
-    EXPECT_EQ(Line(child), "up\n");
-    EXPECT_EQ(child.Reap(1), -1);
-    EXPECT_EQ(BytesOf(told.Name()), "tidy\n");
+    ExpectTidiesUp("trap 'echo tidy >&2; exit 0' TERM; echo up; kill -STOP $$; exit 1");
 }
 
 TEST_F(uti_SpawnTest, AChildThatPrintsForEverIsEndedInTime)

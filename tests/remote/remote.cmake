@@ -12,7 +12,16 @@ add_area(remote_tests
 )
 target_link_libraries(remote_tests PRIVATE qlnsrvd_impl)
 
-set(RFM_REMOTE_AREAS remote_tests)
+# The browser against scripted services, the service against scripted clients, and both over relay and daemon.
+add_area(browsing_tests
+  rds/rds_CFileBrowsing_test.cpp
+  rds/rds_DirectoryEntity_test.cpp
+  rds/rds_HostFiles_test.cpp
+  rds/rds_SFileBrowsing_test.cpp
+  remote/rds_FileBrowsing_test.cpp
+)
+
+set(RFM_REMOTE_AREAS remote_tests browsing_tests)
 
 # The library and the programs together, over the system's own sshd.
 find_program(RFM_SSHD sshd PATHS /usr/sbin /usr/local/sbin)
@@ -28,9 +37,10 @@ foreach(area IN LISTS RFM_REMOTE_AREAS)
   target_include_directories(${area} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/remote)
   target_link_libraries(${area} PRIVATE farend)
   target_compile_definitions(${area} PRIVATE
+    RFM_FILE_BROWSING="$<TARGET_FILE:rdsT_FileBrowsing>"
     RFM_MARLEK="$<TARGET_FILE:marlek>"
     RFM_QLNSRV="$<TARGET_FILE:qlnsrv>"
     RFM_QLNSRVD="$<TARGET_FILE:qlnsrvd>"
     RFM_TEST_SERVICE="$<TARGET_FILE:remote_test_service>")
-  add_dependencies(${area} marlek qlnsrv qlnsrvd remote_test_service)
+  add_dependencies(${area} rdsT_FileBrowsing marlek qlnsrv qlnsrvd remote_test_service)
 endforeach()

@@ -91,8 +91,10 @@ template <class Ask, class Send> void rds_SFileBrowsing::Answer(Ask ask, Send se
         m_Out->WriteString(refusal.UserReport());
         return;
     }
+    m_Out->Hold();
     SendInt(rds_DoneStatus);
     send(*answer);
+    m_Out->Send();
 }
 
 void rds_SFileBrowsing::ListDirRequest(const cow_String& path, int filter, char flag)

@@ -12,6 +12,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+static constexpr int kPieceBytes = 64 * 1024;
+
 static bool IsSocket(int descriptor)
 {
     struct stat status
@@ -43,6 +45,30 @@ static ssize_t WriteOnce(int descriptor, bool isSocket, const char* bytes, std::
 }
 
 void utl_BinOStream::Write(const char* bytes, int count)
+{
+    if (!m_Holds || count >= kPieceBytes)
+    {
+        TransferHeld();
+        Transfer(bytes, count);
+        return;
+    }
+    m_Held.append(bytes, static_cast<std::size_t>(count));
+    if (m_Held.size() >= std::size_t{kPieceBytes}) TransferHeld();
+}
+
+void utl_BinOStream::Send()
+{
+    m_Holds = false;
+    TransferHeld();
+}
+
+void utl_BinOStream::TransferHeld()
+{
+    Transfer(m_Held.data(), static_cast<int>(m_Held.size())); // less than two pieces
+    m_Held.clear();
+}
+
+void utl_BinOStream::Transfer(const char* bytes, int count)
 {
     int done = 0;
     while (done < count)

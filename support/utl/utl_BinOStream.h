@@ -5,10 +5,12 @@
 #include "utl_BinStreamException.h"
 
 #include <cstdint>
+#include <string>
 
 /// Writes typed values to a file descriptor, a pipe or socket as a rule; utl_BinStreamFormat.h draws their bytes.
-/// The stream keeps nothing back: when a call returns, the system has all of it. It does not own the descriptor, which
-/// must stay open as long as the stream is used; several streams may write to one descriptor in turn.
+/// The stream keeps nothing back, except between `Hold` and `Send`: when a call returns, the system has all of it. It
+/// does not own the descriptor, which must stay open as long as the stream is used; several streams may write to one
+/// descriptor in turn.
 /// Throws: utl_BinStreamEOF when the reader has gone, utl_BinStreamReadError for everything else that the system refuses
 /// and for a text of more than 16 MiB. What was written before the failure has been written. A reader that has gone
 /// never ends the program: SIGPIPE is kept from it, and its own handling of the signal stays as it is.
@@ -29,6 +31,12 @@ public:
     /// The bytes as given. Waits as long as the reader takes nothing.
     void Write(const char* bytes, int count);
 
+    /// From here on writes are gathered into pieces of 64 KiB and more, and `Send` ends that with the last piece. For a
+    /// message of many small fields: field by field a listing through a relay takes five times as long. What was not sent when the stream
+    /// goes is lost.
+    void Hold() noexcept { m_Holds = true; }
+    void Send();
+
 private:
     template <class T> void WriteNumber(T value)
     {
@@ -39,8 +47,12 @@ private:
             omi_Store(bytes, value, m_Swapped);
         Write(bytes, sizeof bytes);
     }
+    void Transfer(const char* bytes, int count);
+    void TransferHeld();
 
     int m_Descriptor;
     bool m_Swapped;
     bool m_IsSocket;
+    bool m_Holds = false;
+    std::string m_Held; // empty unless m_Holds
 };

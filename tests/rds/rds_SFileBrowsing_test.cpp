@@ -31,6 +31,27 @@ std::string Int(std::size_t number)
 }
 std::string String(const std::string& text) { return Int(text.size()) + text; }
 
+// As long as it lives, a descriptor of this process leads to a file.
+class StandsFor
+{
+public:
+    StandsFor(int descriptor, const std::string& path, int flags)
+        : m_Descriptor(descriptor),
+          m_Before(::fcntl(descriptor, F_DUPFD_CLOEXEC, 3))
+    {
+        std::fflush(nullptr); // what this process has printed before goes where it belongs
+        const farend::Descriptor file(::open(path.c_str(), flags | O_CLOEXEC, 0600));
+        ::dup2(file.Get(), descriptor);
+    }
+    StandsFor(const StandsFor&) = delete;
+    StandsFor& operator=(const StandsFor&) = delete;
+    ~StandsFor() { ::dup2(m_Before.Get(), m_Descriptor); }
+
+private:
+    int m_Descriptor;
+    farend::Descriptor m_Before;
+};
+
 // A folder with "d", in which a file of known attributes, a folder and a FIFO lie.
 class BrowsingService : public ::testing::Test
 {
@@ -61,24 +82,17 @@ protected:
         EXPECT_EQ(result.code, 0);
         return result.out;
     }
-    // ProcessRequest itself: its answer is the code.
+    // ProcessRequest itself, in this process: its answer is the code.
     ChildResult Process(const std::string& input) const
     {
         PutBytes(cow_String(Path("in")), input);
-        const pid_t child = ::fork();
-        if (child == 0)
-        {
-            const auto open = [&](const char* name, int flags, int as)
-            { ::dup2(::open(Path(name).c_str(), flags, 0600), as); };
-            open("in", O_RDONLY, STDIN_FILENO);
-            open("out", O_WRONLY | O_CREAT | O_TRUNC, STDOUT_FILENO);
-            open("err", O_WRONLY | O_CREAT | O_TRUNC, STDERR_FILENO);
-            ::_exit(ProcessRequest());
-        }
-        int status = 0;
-        ::waitpid(child, &status, 0);
         ChildResult result;
-        result.code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+        {
+            const StandsFor in(STDIN_FILENO, Path("in"), O_RDONLY);
+            const StandsFor out(STDOUT_FILENO, Path("out"), O_WRONLY | O_CREAT | O_TRUNC);
+            const StandsFor err(STDERR_FILENO, Path("err"), O_WRONLY | O_CREAT | O_TRUNC);
+            result.code = ProcessRequest();
+        }
         result.out = BytesOf(cow_String(Path("out")));
         result.err = BytesOf(cow_String(Path("err")));
         return result;

@@ -461,6 +461,41 @@ TEST(utl_BinStream, NoBytesAreNoTransfer)
 
 // --- whose the descriptor is
 
+TEST(utl_BinStream, HeldWritesGoOutWhenTheyAreSentAndInTheirOrder)
+{
+    Pipe pipe;
+    ::fcntl(pipe.ReadEnd(), F_SETFL, O_NONBLOCK);
+    utl_BinOStream out(pipe.WriteEnd(), kPipe);
+    out.Hold();
+    WriteOneOfEach(out);
+    EXPECT_EQ(All(pipe.ReadEnd()), "");
+    out.Send();
+    EXPECT_EQ(All(pipe.ReadEnd()), Bytes(kOneOfEachOnAPipe));
+    WriteOneOfEach(out); // no longer held
+    EXPECT_EQ(All(pipe.ReadEnd()), Bytes(kOneOfEachOnAPipe));
+}
+
+TEST(utl_BinStream, HeldWritesGoOutBySixtyFourKibibytesAndLongOnesAtOnce)
+{
+    Pipe pipe;
+    ::fcntl(pipe.WriteEnd(), F_SETPIPE_SZ, 1024 * 1024);
+    ::fcntl(pipe.ReadEnd(), F_SETFL, O_NONBLOCK);
+    utl_BinOStream out(pipe.WriteEnd(), kPipe);
+    const std::string most(65535, 'm');
+    const std::string longText(65536, 'l');
+    out.Hold();
+    out.Write(most.data(), 65535);
+    EXPECT_EQ(All(pipe.ReadEnd()), "");
+    out.WriteSchar('1');
+    EXPECT_EQ(All(pipe.ReadEnd()), most + "1");
+    out.WriteSchar('2');
+    out.Write(longText.data(), 65536);
+    EXPECT_EQ(All(pipe.ReadEnd()), "2" + longText);
+    out.WriteSchar('3');
+    out.Send();
+    EXPECT_EQ(All(pipe.ReadEnd()), "3");
+}
+
 TEST(utl_BinStream, AStreamLeavesItsDescriptorOpenAndTheBytesBehindItsOwn)
 {
     Pipe pipe;

@@ -53,6 +53,13 @@ elseif(STEP STREQUAL "relay")
     message(FATAL_ERROR "marlek answered ${result}:\n${output}")
   endif()
 
+  # The service that the daemon starts lies beside it, and ends when its input does.
+  execute_process(COMMAND ${prefix}/${BINDIR}/rdsT_FileBrowsing INPUT_FILE /dev/null
+                  RESULT_VARIABLE result ERROR_VARIABLE error)
+  if(NOT result EQUAL 0 OR NOT error STREQUAL "SFileBrowsing: client terminated. Normal exit.\n")
+    message(FATAL_ERROR "rdsT_FileBrowsing answered ${result}:\n${error}")
+  endif()
+
 elseif(STEP STREQUAL "headers")
   file(GLOB headers RELATIVE ${prefix}/${INCLUDEDIR} ${prefix}/${INCLUDEDIR}/*.h)
   list(LENGTH headers headerCount)

@@ -39,3 +39,26 @@ std::string rfm_EncodeRemotePageRequest(std::span<const std::int64_t> dropped, s
     Append(bytes, pageSize);
     return bytes;
 }
+
+std::string rfm_EncodeRemoteReplyHead(signed char status, std::span<const std::int64_t> changed)
+{
+    std::string bytes{'\0', static_cast<char>(status)};
+    if (status != rfm_RemoteUpdated) return bytes;
+    Append(bytes, static_cast<int>(changed.size()));
+    for (const std::int64_t page : changed) Append(bytes, page);
+    return bytes;
+}
+
+std::string rfm_EncodeRemoteSize(std::int64_t size)
+{
+    std::string bytes;
+    Append(bytes, size);
+    return bytes;
+}
+
+std::string rfm_EncodeRemotePageLength(int length)
+{
+    std::string bytes;
+    Append(bytes, length);
+    return bytes;
+}

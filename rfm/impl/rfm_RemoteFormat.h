@@ -90,3 +90,10 @@ std::string rfm_EncodeRemoteSizeRequest();
 std::string rfm_EncodeRemotePageRequest(std::span<const std::int64_t> dropped, std::int64_t start,
                                         int pageSize);
 std::string rfm_EncodeRemoteStatusRequest();
+
+// What the assistant sends behind its version: the head of a reply, then what was asked for.
+
+/// `changed`, at most rfm_RemoteMostWatchedPages: the list, which is there for rfm_RemoteUpdated alone.
+std::string rfm_EncodeRemoteReplyHead(signed char status, std::span<const std::int64_t> changed);
+std::string rfm_EncodeRemoteSize(std::int64_t size);
+std::string rfm_EncodeRemotePageLength(int length);

@@ -366,8 +366,15 @@ TEST_F(FileAssistant, AUrlIsNotFollowedToAnotherHost)
 
 TEST_F(FileAssistant, ADamagedCompressedFileEndsItWithTheReason)
 {
-    EXPECT_EQ(RefusedFile({Put("c.rdx", "MRKTSA and nothing that is due behind it")}),
+    EXPECT_EQ(RefusedFile({Put("c.rdx", GoldenBytes("compressed.rdx").substr(0, 3000))}),
               "assistant, ***ERROR: VDX database is corrupt.\n");
+}
+
+TEST_F(FileAssistant, AnHdf5FileThatAWriterHasOpenIsRefusedWithTheReason)
+{
+    const std::string path = Path("h.rdx");
+    const rfm_File writer = NewFileOfKind(cow_String(path), "hdf5");
+    EXPECT_THAT(RefusedFile({path}), HasSubstr("unable to lock file"));
 }
 
 TEST_F(FileAssistant, OtherArgumentsAreRefused)

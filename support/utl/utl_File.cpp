@@ -346,6 +346,20 @@ utl_FileOffset utl_File::FileSize() const
     return std::max<std::int64_t>(status.st_size, gatheredEnd);
 }
 
+std::int64_t utl_File::LastChange() const
+{
+    struct stat status
+    {
+    };
+    if (::fstat(m_Descriptor, &status) != 0) Refuse("look at", errno);
+    return std::int64_t{status.st_ctim.tv_sec} * 1000000000 + status.st_ctim.tv_nsec;
+}
+
+void utl_File::Expect(const utl_FileOffset& position, int count) const noexcept
+{
+    ::posix_fadvise(m_Descriptor, position.Value(), count, POSIX_FADV_WILLNEED);
+}
+
 void utl_File::Extend(const utl_FileOffset& size)
 {
     Drain();

@@ -53,6 +53,10 @@ public:
     int Read(char* buffer, int count);
     int Write(const char* buffer, int count);
     utl_FileOffset FileSize() const;
+    /// When anything of the file was changed last, in nanoseconds of the clock by which the system stamps files.
+    std::int64_t LastChange() const;
+    /// Tells the system that these bytes will be read soon, so that a disk gets to work.
+    void Expect(const utl_FileOffset& position, int count) const noexcept;
     /// Tells this file from any other that had or gets its name.
     const utl_FileIdentity& Identity() const noexcept { return m_Identity; }
     /// Sets the size, up or down. Upwards it reserves real blocks, so that a full disk shows here.

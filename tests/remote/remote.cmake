@@ -21,7 +21,16 @@ add_area(browsing_tests
   remote/rds_FileBrowsing_test.cpp
 )
 
-set(RFM_REMOTE_AREAS remote_tests browsing_tests)
+# The assistant as a process; one test plays all its input to it from inside.
+add_area(assistant_tests
+  remote/rfmT_FileAssistant_following_test.cpp
+  remote/rfmT_FileAssistant_test.cpp
+)
+target_link_libraries(assistant_tests PRIVATE assistant_impl)
+target_compile_definitions(assistant_tests PRIVATE RFM_FILE_ASSISTANT="$<TARGET_FILE:rfmT_FileAssistant>")
+add_dependencies(assistant_tests rfmT_FileAssistant)
+
+set(RFM_REMOTE_AREAS remote_tests browsing_tests assistant_tests)
 
 # The library and the programs together, over the system's own sshd.
 find_program(RFM_SSHD sshd PATHS /usr/sbin /usr/local/sbin)

@@ -824,6 +824,27 @@ TEST_F(utl_FileTest, WithoutReservationTheSizeAloneIsSet)
     EXPECT_THAT(plan.ExtendLog(), ElementsAre(5));
 }
 
+TEST_F(utl_FileTest, TheLastChangeIsTheOneOfTheSystem)
+{
+    PutBytes(Name(), "content");
+    struct stat status
+    {
+    };
+    ASSERT_EQ(::stat(Name().CString(), &status), 0);
+    const utl_File file(Name(), utl_FileAccessRead, 0);
+    EXPECT_EQ(file.LastChange(), std::int64_t{status.st_ctim.tv_sec} * 1000000000 + status.st_ctim.tv_nsec);
+}
+
+TEST_F(utl_FileTest, WhatIsExpectedNeedNotBeThere)
+{
+    PutBytes(Name(), "content");
+    utl_File file(Name(), utl_FileAccessRead, 0);
+    file.Expect(1000000, 1000000);
+    char bytes[8] = {};
+    EXPECT_EQ(file.Read(bytes, sizeof bytes), 7);
+    EXPECT_STREQ(bytes, "content");
+}
+
 TEST_F(utl_FileTest, AFullDiskShowsInTheGrowthAndLeavesTheSize)
 {
     utl_File file(Name(), utl_FileAccessCreate, 0);

@@ -5,8 +5,14 @@ add_compile_options(-Wall -Wextra -Wconversion -Wshadow -Werror)
 add_compile_options(-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=)
 
 if(RFM_SANITIZE)
-  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
-  add_link_options(-fsanitize=address,undefined)
+  # "thread" looks for races; anything else that is on, for wrong memory and undefined behaviour.
+  if(RFM_SANITIZE STREQUAL "thread")
+    set(RFM_SANITIZERS thread)
+  else()
+    set(RFM_SANITIZERS address,undefined)
+  endif()
+  add_compile_options(-fsanitize=${RFM_SANITIZERS} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${RFM_SANITIZERS})
 endif()
 
 # The fuzzer steers by what a run reached in the library, so all of it is instrumented, not the targets alone.

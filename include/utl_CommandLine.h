@@ -11,6 +11,7 @@
 ///
 ///     nrdx_page_size=KIB      size of one page of a remote file; read when the first remote file is opened
 ///     nrdx_cache_limit=MIB    most that the pages of remote files may take on the disk; read at the same time
+///     nrdx_debug=             one line on standard error for each request of a remote file; read at each open
 ///
 /// The library does not look at the arguments of a program by itself. A program that has options of this kind hands
 /// them over at its start, before it opens anything:

@@ -1,6 +1,5 @@
 #include "rfm_File.h"
 
-#include "atr_Translate.h"
 #include "hdf_File.h"
 #include "nex_Exception.h"
 #include "rfm_CodecZip.h"
@@ -8,6 +7,7 @@
 #include "rfm_FileReprEncoded.h"
 #include "rfm_FileReprHdf.h"
 #include "rfm_FileReprLocal.h"
+#include "rfm_FileReprRemote.h"
 #include "rfm_SectorFormat.h"
 #include "utl_File.h"
 #include "utl_FilePath.h"
@@ -46,13 +46,6 @@ bool StartsWith(const cow_String& name, std::string_view magic)
 bool IsCompressed(const cow_String& name) { return StartsWith(name, rfm_SectorMagicStart); }
 // HDF5 looks for its mark at 0 and at powers of two from 512 on, where a plain database may hold anything.
 bool IsHdf5(const cow_String& name) { return !StartsWith(name, kPlainMagic) && hdf_File::IsHdf5(name); }
-
-[[noreturn]] void ThrowNoRemote(const cow_String& name)
-{
-    rfm_FileException(
-        atr_Message("*** ERROR: Remote database files are not supported by this version:\n  %s", name))
-        .Throw(__FILE__, __LINE__);
-}
 
 std::unique_ptr<rfm_Codec> NewCodec() { return std::make_unique<rfm_CodecZip>(kCompressionLevel); }
 
@@ -116,7 +109,7 @@ rfm_FileRepr* OpenForReading(const cow_String& name)
     const utl_FilePath path(name, "");
     if (!path.Exists()) rfm_FileNoSuchFile(name).Throw(__FILE__, __LINE__);
     if (!path.IsReadable()) rfm_FileNotReadable(name).Throw(__FILE__, __LINE__);
-    if (utl_UrlParser::IsUrl(name)) ThrowNoRemote(name);
+    if (utl_UrlParser::IsUrl(name)) return new rfm_FileReprRemote(name);
     if (IsCompressed(name))
         return OpenCompressed("*** Informational: Opening Compressed File based SDX.\n", name,
                               utl_FileAccessRead);

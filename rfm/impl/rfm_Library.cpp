@@ -9,6 +9,7 @@
 #include "omni_Library.h"
 #include "omu_Library.h"
 #include "rds_Library.h"
+#include "rfm_FileCache.h"
 #include "thr_Library.h"
 #include "typ_Library.h"
 #include "uti_Library.h"
@@ -40,6 +41,7 @@ void rfm_initialize(int& count)
 void rfm_finalize(int& count)
 {
     if (!s_Calls.Leave(count)) return;
+    rfm_FileCache::Finalize();
     rds_finalize(count);
     mdl_finalize(count);
     omu_finalize(count);

@@ -11,12 +11,6 @@ template <class T> static void Append(std::string& bytes, T value)
     bytes.append(stored, sizeof stored);
 }
 
-std::string rfm_EncodeRemoteKey(std::string_view key)
-{
-    assert(key.size() <= rfm_RemoteMostKeyBytes);
-    return std::string(1, static_cast<char>(key.size())).append(key);
-}
-
 std::string rfm_EncodeRemoteAnswer(short version, int pageSize)
 {
     std::string bytes;

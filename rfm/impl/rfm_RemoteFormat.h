@@ -34,7 +34,6 @@
 #include <cstdint>
 #include <span>
 #include <string>
-#include <string_view>
 
 inline constexpr short rfm_RemoteVersion = 1;
 
@@ -80,10 +79,8 @@ inline constexpr bool rfm_IsRemoteListLength(int count)
     return count >= 0 && count <= rfm_RemoteMostWatchedPages;
 }
 
-// What the reader sends, each message in one piece, so that it is one transfer.
+// What the reader sends, but for the key, each message in one piece, so that it is one transfer.
 
-/// `key`: at most rfm_RemoteMostKeyBytes.
-std::string rfm_EncodeRemoteKey(std::string_view key);
 std::string rfm_EncodeRemoteAnswer(short version, int pageSize);
 std::string rfm_EncodeRemoteSizeRequest();
 /// `dropped`: at most rfm_RemoteMostDroppedPages.

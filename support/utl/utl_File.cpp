@@ -60,7 +60,9 @@ void utl_File::Open(const cow_String& name, utl_FileAccess access, utl_FileShari
 
 void utl_File::Refuse(const char* action, int error, const char* sourceName, int line) const
 {
-    utl_FileException(action, m_Name, error).Throw(sourceName, line);
+    // A text of its own: the count of a shared one is plain, and positioned transfers of several threads may be refused
+    // at once.
+    utl_FileException(action, cow_String(m_Name.View()), error).Throw(sourceName, line);
 }
 
 void utl_File::RefuseKind(const char* action, const char* sourceName, int line) const
@@ -255,7 +257,7 @@ void utl_File::Forget() noexcept
     m_BlockCount = 0;
 }
 
-int utl_File::ReadThrough(char* buffer, int count, std::int64_t position)
+int utl_File::ReadThrough(char* buffer, int count, std::int64_t position) const
 {
     int done = 0;
     while (done < count)
@@ -300,7 +302,7 @@ int utl_File::Write(const char* buffer, int count)
 }
 
 void utl_File::WriteThrough(const char* buffer, std::int64_t count, std::int64_t position,
-                            std::int64_t& written)
+                            std::int64_t& written) const
 {
     while (written < count)
     {
@@ -312,6 +314,20 @@ void utl_File::WriteThrough(const char* buffer, std::int64_t count, std::int64_t
         if (moved == 0) Refuse("write", ENOSPC);
         written += moved;
     }
+}
+
+int utl_File::ReadAt(char* buffer, int count, std::int64_t position) const
+{
+    if (position < 0) Refuse("read", EINVAL);
+    return count > 0 ? ReadThrough(buffer, count, position) : 0;
+}
+
+void utl_File::WriteAt(const char* buffer, int count, std::int64_t position) const
+{
+    if (position < 0) Refuse("write", EINVAL);
+    if (position > INT64_MAX - std::max(count, 0)) Refuse("write", EFBIG);
+    std::int64_t written = 0;
+    WriteThrough(buffer, count, position, written);
 }
 
 void utl_File::Drain()

@@ -63,6 +63,13 @@ public:
     void Extend(const utl_FileOffset& size);
     /// Hands what is gathered to the system.
     void Flush();
+
+    /// Positioned transfers, straight to the system: they neither use nor move the position of the file, nor its block.
+    /// Threads: any number at once on one file, as long as nobody uses the operations above meanwhile.
+    /// `ReadAt` is short at the end of the file, `WriteAt` never.
+    int ReadAt(char* buffer, int count, std::int64_t position) const;
+    void WriteAt(const char* buffer, int count, std::int64_t position) const;
+
     /// Off for whoever reads in large pieces of his own choice; on at the start.
     void SetReadsAhead(bool readsAhead) noexcept { m_ReadsAhead = readsAhead; }
     /// Drops what was read ahead: another process may have written since.
@@ -87,11 +94,12 @@ private:
     void StepAside(std::int64_t position);
     bool IsSequential() const noexcept;
     int ReadRest(std::int64_t start, char* buffer, int count, int done);
-    int ReadThrough(char* buffer, int count, std::int64_t position);
+    int ReadThrough(char* buffer, int count, std::int64_t position) const;
     int TakeFromBlock(char* buffer, int count) noexcept;
     void ReadAhead();
     void Drain();
-    void WriteThrough(const char* buffer, std::int64_t count, std::int64_t position, std::int64_t& written);
+    void WriteThrough(const char* buffer, std::int64_t count, std::int64_t position,
+                      std::int64_t& written) const;
     char* Block();
 
     int m_Descriptor = -1;

@@ -7,6 +7,7 @@
 #include "hdf_Exception.h"
 #include "hdf_File.h"
 #include "rfm_Database.h"
+#include "rfm_FileCache.h"
 #include "rfm_FileRepr.h"
 #include "utl_FileException.h"
 
@@ -284,9 +285,12 @@ TEST_F(rfm_FileTest, TheVariableForNewFilesPlaysNoPartForACompressedOne)
 TEST_F(rfm_FileTest, ReadingAUrlIsLeftToTheRemoteBackendWithoutALog)
 {
     const EnvironmentVariable log("MRK_RFM_LOGIFY", "");
-    EXPECT_EQ(LogOf([] { rfm_File::Open(kUrl, utl_FileAccessRead); }), "refused");
-    EXPECT_EQ(Thrown<rfm_FileException>([] { rfm_File::Open(kUrl, utl_FileAccessRead); }),
-              std::string("*** ERROR: Remote database files are not supported by this version:\n  ") + kUrl);
+    const EnvironmentVariable path("PATH", m_Folder.Path().c_str()); // no assistant is there
+    const EnvironmentVariable temp("TMPDIR", m_Folder.Path().c_str());
+    const auto open = [] { rfm_File::Open("mrkrdb://localhost/job.rdx", utl_FileAccessRead); };
+    EXPECT_EQ(LogOf(open), "refused");
+    EXPECT_NE(Thrown<rfm_FileConnectExc>(open), "nothing was thrown");
+    rfm_FileCache::Finalize();
 }
 
 TEST_F(rfm_FileTest, ACompressedFileIsToldByItsMagic)

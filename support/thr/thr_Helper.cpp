@@ -50,11 +50,11 @@ void thr_Helper::Crew::RunFirst(std::unique_lock<std::mutex>& lock)
 
 namespace
 {
-bool HasSeveralProcessors() noexcept
+int ProcessorCount() noexcept
 {
     cpu_set_t usable;
     // It fails where there are more than fit.
-    return ::sched_getaffinity(0, sizeof usable, &usable) != 0 || CPU_COUNT(&usable) > 1;
+    return ::sched_getaffinity(0, sizeof usable, &usable) == 0 ? CPU_COUNT(&usable) : CPU_SETSIZE;
 }
 
 /// Threads that are started while it lives have all signals blocked.
@@ -80,9 +80,15 @@ private:
 
 thr_Job::~thr_Job() = default;
 
+int& thr_Helper::LeastProcessors() noexcept
+{
+    static int s_Least = 2;
+    return s_Least;
+}
+
 std::unique_ptr<thr_Helper> thr_Helper::Start()
 {
-    if (!HasSeveralProcessors()) return nullptr;
+    if (ProcessorCount() < LeastProcessors()) return nullptr;
     std::unique_ptr<thr_Helper> helper(new thr_Helper(std::make_unique<Crew>()));
     Crew& crew = *helper->m_Crew;
     try

@@ -31,9 +31,11 @@ private:
 class thr_Helper
 {
 public:
-    /// Null where one processor is all there is, or where the system has no thread to give. The thread takes no signals:
+    /// Null where there are too few processors, or where the system has no thread to give. The thread takes no signals:
     /// they are for those of the program.
     static std::unique_ptr<thr_Helper> Start();
+    /// How many make a helper worth its while: 2. Tests also want one where there is a single one.
+    static int& LeastProcessors() noexcept;
     thr_Helper(const thr_Helper&) = delete;
     thr_Helper& operator=(const thr_Helper&) = delete;
     /// Returns when the thread has ended, which does no further job before.

@@ -96,7 +96,6 @@ class rfm_SegmentsAheadTest : public testing::Test
 protected:
     void SetUp() override
     {
-        if (!HasSeveralProcessors()) GTEST_SKIP() << "nothing is decoded ahead on one processor";
         MakeFile(m_File);
         Open();
         m_Threads = ThreadCount();
@@ -185,6 +184,7 @@ protected:
         return rfm_LoadWord(m_File.Bytes(40 + 4 * static_cast<std::size_t>(index), 4).data()) * 4096;
     }
 
+    const AnyProcessors m_AnyProcessors;
     rfm_TestFile m_File{".sdx"};
     Traffic m_Traffic;
     std::unique_ptr<rfm_FileReprEncoded> m_Repr;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "thr_Helper.h"
+
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
@@ -7,6 +9,7 @@
 #include <sched.h>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 /// How many threads this process has.
 inline int ThreadCount()
@@ -33,13 +36,20 @@ inline bool ThreadCountBecomes(int count)
     return Comes([&] { return ThreadCount() == count; });
 }
 
-inline bool HasSeveralProcessors()
+/// While it lives, there are helpers also on a machine with one processor.
+class AnyProcessors
 {
-    cpu_set_t usable;
-    return ::sched_getaffinity(0, sizeof usable, &usable) == 0 && CPU_COUNT(&usable) > 1;
-}
+public:
+    AnyProcessors() : m_Before(std::exchange(thr_Helper::LeastProcessors(), 1)) {}
+    AnyProcessors(const AnyProcessors&) = delete;
+    AnyProcessors& operator=(const AnyProcessors&) = delete;
+    ~AnyProcessors() { thr_Helper::LeastProcessors() = m_Before; }
 
-/// While it lives, this thread has one processor, as on a machine that has no other.
+private:
+    const int m_Before;
+};
+
+/// While it lives, this thread has one processor, as on a machine that has no other, and that is too few.
 class OneProcessor
 {
 public:
@@ -52,11 +62,17 @@ public:
         while (!CPU_ISSET(first, &m_Before)) ++first;
         CPU_SET(first, &one);
         ::sched_setaffinity(0, sizeof one, &one);
+        thr_Helper::LeastProcessors() = 2;
     }
     OneProcessor(const OneProcessor&) = delete;
     OneProcessor& operator=(const OneProcessor&) = delete;
-    ~OneProcessor() { ::sched_setaffinity(0, sizeof m_Before, &m_Before); }
+    ~OneProcessor()
+    {
+        ::sched_setaffinity(0, sizeof m_Before, &m_Before);
+        thr_Helper::LeastProcessors() = m_LeastBefore;
+    }
 
 private:
     cpu_set_t m_Before{};
+    const int m_LeastBefore = thr_Helper::LeastProcessors();
 };

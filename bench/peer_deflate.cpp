@@ -135,8 +135,9 @@ Peer DeflatePeer()
 {
     return {.name = "deflate",
             .note = DeflaterName() +
-                    ", level 6, memory to memory in pieces of 64 KiB, on the bytes that our file "
-                    "gets: its ratio is the share of our time that is the compressor's",
+                    ", level 6, one thread, memory to memory in pieces of 64 KiB, on the bytes that our "
+                    "file gets: its ratio is the share of our time that is the compressor's, twice it "
+                    "where two threads inflate",
             .make = Make};
 }
 

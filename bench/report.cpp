@@ -338,7 +338,8 @@ void PrintHeader(const std::vector<Peer>& peers, const Setting& setting, int rou
                 "every result checked by checksum\n",
                 rounds);
     if (CountsProcessorTime())
-        std::printf("          times are this process's on processors, but for flush-to-visible\n");
+        std::printf("          times are this process's on processors, all threads together, but for "
+                    "flush-to-visible\n");
     std::printf("          times per unit; in parentheses the peer's time or size over ours: above 1 ours is "
                 "faster or smaller\n\n");
 }

@@ -1,5 +1,6 @@
 # What the shared library itself stands on. Found here, so that all folders see the targets.
 find_package(ZLIB REQUIRED)
+find_package(Threads REQUIRED)
 find_package(HDF5 REQUIRED COMPONENTS C)
 
 # libdeflate does zlib's work faster where it is there; each reads what the other writes.

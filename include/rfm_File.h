@@ -15,7 +15,9 @@ template <> struct RFM_EXPORT cow_Deleter<rfm_FileRepr>
 
 /// A counted handle on the file that a database lives in, whatever its kind. Copies share one file and its
 /// position; the last one to go closes it.
-/// Threads: all copies, and the database on them, belong to one thread at a time.
+/// Threads: all copies, and the database on them, belong to one thread at a time. A compressed file that is only read,
+/// and in sequence, starts a thread that inflates ahead, where there is a second processor; it takes no signals and
+/// ends with the last handle. A process that forks may read on in the child, which goes without.
 class RFM_EXPORT rfm_File : public cow_CountedHld<rfm_FileRepr>
 {
 public:

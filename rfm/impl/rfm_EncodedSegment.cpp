@@ -4,16 +4,20 @@
 #include "rfm_ArmedSegment.h"
 #include "rfm_Exc.h"
 #include "rfm_SectorArray.h"
+#include "rfm_SegmentsAhead.h"
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 
 rfm_EncodedSegment::rfm_EncodedSegment(int index, rfm_SectorArray* sectorArray, rfm_SegmentBufferCache* cache,
-                                       rfm_Codec* codec, int decodedLength, int storedLength)
+                                       rfm_Codec* codec, int decodedLength, int storedLength,
+                                       rfm_SegmentsAhead* ahead)
     : m_Index(index),
       m_SectorArray(sectorArray),
       m_Cache(cache),
       m_Codec(codec),
+      m_Ahead(ahead),
       m_DecodedLength(decodedLength),
       m_StoredLength(storedLength)
 {
@@ -57,23 +61,28 @@ void rfm_EncodedSegment::Load()
     m_Loaded = true;
 }
 
-// kept: as many bytes are asked for as the stored length says, which counts its own four, and up to four less will do:
-// what follows a stream doesn't matter. Test: ATailOfFourBytesOfAnyValueDoesNotMatter.
 int rfm_EncodedSegment::LoadStream()
 {
+    if (m_Ahead != nullptr)
+        if (const std::optional<int> length = m_Ahead->Load(m_Index, *m_Buffer)) return *length;
     rfm_SegmentBuffer& encoded = m_Cache->WorkBuffer();
-    {
-        rfm_SectorReader reader = m_SectorArray->GetReader(m_Index);
-        const int length = reader.Length();
-        // Before there is memory for it: the file's size, which bounds it too, may be that of a sparse one.
-        if (length - rfm_StreamLengthBytes > m_Codec->MostEncoded(m_Buffer->Size()))
-            rfm_ThrowEncodedCorrupt();
-        encoded.Require(length);
-        const int read = reader.Read(encoded.Writable(length), length);
-        if (read < length - rfm_StreamLengthBytes) rfm_ThrowEncodedCorrupt();
-        encoded.Shrink(read);
-    }
+    ReadStream(*m_SectorArray, m_Index, m_Codec->MostEncoded(m_Buffer->Size()), encoded);
     return m_Codec->Decode(*m_Buffer, encoded);
+}
+
+// kept: as many bytes are asked for as the stored length says, which counts its own four, and up to four less will do:
+// what follows a stream doesn't matter. Test: ATailOfFourBytesOfAnyValueDoesNotMatter.
+void rfm_EncodedSegment::ReadStream(rfm_SectorArray& sectorArray, int index, int mostEncoded,
+                                    rfm_SegmentBuffer& encoded)
+{
+    rfm_SectorReader reader = sectorArray.GetReader(index);
+    const int length = reader.Length();
+    // Before there is memory for it: the file's size, which bounds it too, may be that of a sparse one.
+    if (length - rfm_StreamLengthBytes > mostEncoded) rfm_ThrowEncodedCorrupt();
+    encoded.Require(length);
+    const int read = reader.Read(encoded.Writable(length), length);
+    if (read < length - rfm_StreamLengthBytes) rfm_ThrowEncodedCorrupt();
+    encoded.Shrink(read);
 }
 
 void rfm_EncodedSegment::Read(char* target, int first, int length) const

@@ -4,6 +4,7 @@
 #include "rfm_SegmentBufferCache.h"
 
 class rfm_SectorArray;
+class rfm_SegmentsAhead;
 
 /// One piece of a compressed file: whether its bytes are in memory, whether they are newer than the file, and how many
 /// use them.
@@ -21,9 +22,10 @@ class rfm_EncodedSegment : public rfm_SegmentBufferHolder
 {
 public:
     /// `storedLength`: how much of the stored stream counts; 0 when one that is there was left by a segment that a
-    /// truncation dropped.
+    /// truncation dropped. `ahead`, where there is one, decodes what comes next.
     rfm_EncodedSegment(int index, rfm_SectorArray* sectorArray, rfm_SegmentBufferCache* cache,
-                       rfm_Codec* codec, int decodedLength, int storedLength);
+                       rfm_Codec* codec, int decodedLength, int storedLength,
+                       rfm_SegmentsAhead* ahead = nullptr);
 
     /// When it throws, the segment is not armed.
     void Arm();
@@ -39,6 +41,10 @@ public:
     void Prepare(rfm_SegmentBuffer& encoded);
     /// writes that form.
     void StoreEncoded(const rfm_SegmentBuffer& encoded);
+    /// The stored bytes of a segment that has a stream, with what follows them.
+    /// Throws: the text of a corrupt file, also for more of them than the `mostEncoded` of a segment.
+    static void ReadStream(rfm_SectorArray& sectorArray, int index, int mostEncoded,
+                           rfm_SegmentBuffer& encoded);
     void BufferTaken(int index, rfm_SegmentBuffer* buffer) override;
 
     int Index() const noexcept { return m_Index; }
@@ -58,6 +64,7 @@ private:
     rfm_SectorArray* m_SectorArray;
     rfm_SegmentBufferCache* m_Cache;
     rfm_Codec* m_Codec;
+    rfm_SegmentsAhead* m_Ahead;
     rfm_SegmentBuffer* m_Buffer = nullptr; // set while armed
     int m_DecodedLength;
     int m_StoredLength; // the bytes of the stored stream from here on no longer count

@@ -12,6 +12,8 @@ namespace
 {
 // Objects that may be there before it's worth looking which of them say anything: half a MiB.
 constexpr std::size_t kFirstSweep = 4096;
+// Larger segments are not decoded ahead: that takes the memory of three.
+constexpr int kMostAheadSegment = 0x100000;
 } // namespace
 
 rfm_EncodedSegmentTable::rfm_EncodedSegmentTable(const cow_String& name, std::unique_ptr<rfm_Codec> codec,
@@ -48,6 +50,8 @@ void rfm_EncodedSegmentTable::ReadTableHeader()
     m_Cache = rfm_SegmentBufferCache(m_SegmentSize);
     m_NumSegments = header.segmentCount;
     m_LastLength = header.lastLength;
+    if (ReadOnly() && m_SegmentSize <= kMostAheadSegment)
+        m_Ahead = std::make_unique<rfm_SegmentsAhead>(*this, m_Cache, *m_Codec, m_NumSegments);
 }
 
 rfm_EncodedSegment* rfm_EncodedSegmentTable::Find(int index) const
@@ -59,7 +63,7 @@ rfm_EncodedSegment* rfm_EncodedSegmentTable::Find(int index) const
 rfm_EncodedSegment* rfm_EncodedSegmentTable::Make(int index, int decodedLength, int storedLength)
 {
     auto made = std::make_unique<rfm_EncodedSegment>(index, this, &m_Cache, m_Codec.get(), decodedLength,
-                                                     storedLength);
+                                                     storedLength, m_Ahead.get());
     return m_Segments.emplace(index, std::move(made)).first->second.get();
 }
 
@@ -154,4 +158,9 @@ void rfm_EncodedSegmentTable::Flush()
         {.segmentSize = m_SegmentSize, .segmentCount = m_NumSegments, .lastLength = LastLength()}, bytes);
     WriteUserHeader(bytes, sizeof bytes);
     rfm_SectorArray::Flush();
+}
+
+void rfm_EncodedSegmentTable::ForgetAhead() noexcept
+{
+    if (m_Ahead != nullptr) m_Ahead->Forget();
 }

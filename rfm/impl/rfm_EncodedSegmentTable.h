@@ -3,6 +3,7 @@
 #include "rfm_EncodedFormat.h"
 #include "rfm_EncodedSegment.h"
 #include "rfm_SectorArray.h"
+#include "rfm_SegmentsAhead.h"
 
 #include <memory>
 #include <unordered_map>
@@ -29,6 +30,8 @@ public:
     void Truncate(int count);
     utl_FileOffset LogicalSize() const;
     void Flush();
+    /// Forgets what was decoded ahead.
+    void ForgetAhead() noexcept;
 
     const rfm_SegmentBufferCache& Cache() const noexcept { return m_Cache; }
     /// How many objects there are.
@@ -51,4 +54,5 @@ private:
     std::unordered_map<int, std::unique_ptr<rfm_EncodedSegment>> m_Segments;
     std::size_t m_SweepAt;
     rfm_SegmentBuffer m_FirstEncoded; // the stored form of segment 0, while others are written before it
+    std::unique_ptr<rfm_SegmentsAhead> m_Ahead; // of a file that is only read
 };

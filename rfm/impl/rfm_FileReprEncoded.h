@@ -33,6 +33,7 @@ public:
     /// Only checks: the physical file is cut when it is closed.
     void TrimToLength() override { CheckWritable(); }
     utl_FileOffset MostContent() const override;
+    void Refresh() override { m_Table.ForgetAhead(); }
 
 private:
     void CheckWritable() const;

@@ -7,6 +7,7 @@ add_area(model_tests
   support/omu_ChangeHistory_test.cpp
   support/omu_PrimEnum_test.cpp
   support/omu_Primitive_test.cpp
+  support/thr_Helper_test.cpp
   support/thr_Singleton_test.cpp
   support/typ_ArchCompTable_test.cpp
 )

@@ -95,6 +95,7 @@ private:
     [[noreturn]] void RefuseKind(const char* action, const char* sourceName = __builtin_FILE(),
                                  int line = __builtin_LINE()) const;
     void StepAside(std::int64_t position);
+    bool Follows() const noexcept;
     bool IsSequential() const noexcept;
     int ReadRest(std::int64_t start, char* buffer, int count, int done);
     int ReadPast(char* buffer, int count);
@@ -104,6 +105,7 @@ private:
     int ReadByPages(char* buffer, int count);
     int ReadInPage(char* buffer, int count, std::int64_t position);
     utl_PageCache::Page* LoadPage(std::int64_t number);
+    bool LoadsPageFor(int count);
     bool OverwritePages(const char* buffer, int count);
     void LetGoOfPages(std::int64_t start, std::int64_t count);
     void WriteOutBefore(std::int64_t start, std::int64_t count);

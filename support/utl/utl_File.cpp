@@ -11,6 +11,7 @@
 #include <fcntl.h>
 #include <string>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 namespace
@@ -27,6 +28,13 @@ constexpr int kMostByPages = 2048;
 // A file that is opened, looked into at some places and closed has no use for pages.
 constexpr int kJumpsBeforePages = 16;
 constexpr int kPageBytes = utl_PageCache::kPageBytes;
+
+// What is known of an open file without its times: where these are exact, a look at them makes the next write of any
+// process to the file 1.2 us dearer (2.8), and a follower looks all the time.
+bool LookAt(int descriptor, unsigned wanted, struct statx& status)
+{
+    return ::statx(descriptor, "", AT_EMPTY_PATH, wanted, &status) == 0;
+}
 
 std::int64_t PageOf(std::int64_t position) { return position / kPageBytes; }
 int PlaceInPage(std::int64_t position) { return static_cast<int>(position % kPageBytes); }
@@ -92,16 +100,16 @@ void utl_File::OpenExisting(const cow_String& name, int flags)
 
 void utl_File::RefuseUnlessRegular(const char* action)
 {
-    struct stat status
+    struct statx status
     {
     };
-    const bool known = ::fstat(m_Descriptor, &status) == 0;
-    if (known && S_ISREG(status.st_mode))
+    const bool known = LookAt(m_Descriptor, STATX_TYPE | STATX_INO, status);
+    if (known && S_ISREG(status.stx_mode))
     {
-        m_Identity = {status.st_dev, status.st_ino};
+        m_Identity = {makedev(status.stx_dev_major, status.stx_dev_minor), status.stx_ino};
         return;
     }
-    const int error = !known ? errno : S_ISDIR(status.st_mode) ? EISDIR : 0;
+    const int error = !known ? errno : S_ISDIR(status.stx_mode) ? EISDIR : 0;
     ::close(m_Descriptor);
     m_Descriptor = -1;
     if (error != 0) Refuse(action, error);
@@ -385,12 +393,12 @@ void utl_File::Flush()
 
 utl_FileOffset utl_File::FileSize() const
 {
-    struct stat status
+    struct statx status
     {
     };
-    if (::fstat(m_Descriptor, &status) != 0) Refuse("look at", errno);
+    if (!LookAt(m_Descriptor, STATX_SIZE, status)) Refuse("look at", errno);
     const std::int64_t gatheredEnd = m_Mode == Mode::Gathering ? m_BlockStart + m_BlockCount : 0;
-    return std::max<std::int64_t>(status.st_size, gatheredEnd);
+    return std::max(static_cast<std::int64_t>(status.stx_size), gatheredEnd);
 }
 
 void utl_File::Extend(const utl_FileOffset& size)

@@ -10,6 +10,7 @@ rfm_DBStatusChecker::~rfm_DBStatusChecker() = default;
 
 rfm_DBStatusCheckerFile::rfm_DBStatusCheckerFile(const cow_String& fileName) : m_FileName(fileName)
 {
+    if (!utl_UrlParser::IsUrl(fileName)) m_SemaphorePath = rfm_SemaphorePath(fileName);
     const Seen now = Look();
     m_FlushCount = now.flushCount;
     m_CreationTime = now.creationTime;
@@ -29,7 +30,7 @@ rfm_DBStatusCheckerFile::Seen rfm_DBStatusCheckerFile::Look() const
 
 bool rfm_DBStatusCheckerFile::SemaphoreIsPresent() const
 {
-    return !utl_UrlParser::IsUrl(m_FileName) && utl_Stat(rfm_SemaphorePath(m_FileName)).Exists();
+    return !m_SemaphorePath.IsEmpty() && utl_Stat(m_SemaphorePath).Exists();
 }
 
 rfm_FileStatus::RfmFileStatus rfm_DBStatusCheckerFile::Tell(rfm_FileStatus::RfmFileStatus status)

@@ -35,6 +35,7 @@ private:
     rfm_FileStatus::RfmFileStatus Tell(rfm_FileStatus::RfmFileStatus status);
 
     cow_String m_FileName;
+    cow_String m_SemaphorePath; // empty for a URL, which has none
     int m_FlushCount;
     int m_CreationTime;
     utl_FileIdentity m_Identity; // two databases may have been made within one tick of the creation time

@@ -265,7 +265,9 @@ void rfm_DatabaseReprFile::Flush()
     Metadata().Flush();
     m_Strings.Flush();
     if (m_ReadOnly) return;
+    OrderWrites();
     WriteDirtyBlocks();
+    OrderWrites();
     PublishFlushCount(); // last: a reader takes the count as the mark that table and data belong together
     File().Flush();
 }
@@ -554,6 +556,13 @@ void rfm_DatabaseReprFile::ReadAt(std::int64_t offset, char* bytes, int count)
     const int read = File().ReadUpToEnd(bytes, count);
     std::memset(bytes + read, 0, static_cast<std::size_t>(count - read));
 }
+
+void rfm_DatabaseReprFile::OrderWrites()
+{
+    if (!m_File.IsNull()) File().OrderWrites();
+}
+
+void rfm_DatabaseReprFile::ForgetKept() { File().ForgetKept(); }
 
 void rfm_DatabaseReprFile::Lengthen(std::uint32_t handle, std::int64_t length)
 {

@@ -74,6 +74,10 @@ public:
     void WriteAt(std::int64_t offset, const char* bytes, int count);
     /// Bytes that the file lacks read as zero.
     void ReadAt(std::int64_t offset, char* bytes, int count);
+    /// What was written before reaches the file before what comes.
+    void OrderWrites();
+    /// For whoever looks at a mark that tells how new the rest is.
+    void ForgetKept();
     /// An extent is in use up to `length` at least.
     void Lengthen(std::uint32_t handle, std::int64_t length);
     /// Changes whenever running sums over a chain may have become wrong.

@@ -14,6 +14,8 @@ bool rfm_FileRepr::GrowsBy(utl_FileOffset) const { return false; }
 void rfm_FileRepr::ClearSizeStamp(int) {}
 void rfm_FileRepr::RaiseLogicalLength(utl_FileOffset) {}
 void rfm_FileRepr::Refresh() {}
+void rfm_FileRepr::ForgetKept() {}
+void rfm_FileRepr::OrderWrites() {}
 
 cow_String rfm_SemaphorePath(const cow_String& fileName)
 {

@@ -40,8 +40,13 @@ public:
     virtual int ReadUpToEnd(char* buffer, int count) { return Read(buffer, count); }
     /// The database in the file reaches up to `end`. Of use where a file may be shorter than what was reserved in it.
     virtual void RaiseLogicalLength(utl_FileOffset end);
-    /// Forgets what was read ahead; another process may have written since.
+    /// Forgets what was read ahead and kept; another process may have written since.
     virtual void Refresh();
+    /// Forgets what was kept of reads here and there, for whoever looks at a mark that tells how new the rest is: what
+    /// was kept before that look is older than the mark says.
+    virtual void ForgetKept();
+    /// What was written before reaches the medium before what will be written from now on.
+    virtual void OrderWrites();
 
     const cow_String& FileName() const noexcept { return m_FileName; }
     void SemaphoreSet();

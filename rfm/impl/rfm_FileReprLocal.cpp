@@ -24,6 +24,7 @@ rfm_FileReprLocal::rfm_FileReprLocal(const cow_String& name, utl_FileAccess acce
       m_Flag(flag)
 {
     static_cast<void>(m_Flag);
+    m_File.SetKeepsPages(true);
     if (access == utl_FileAccessCreate) return;
     m_Checker = std::make_unique<rfm_DBStatusCheckerFileLocal>(name);
     m_LogicalFileSize = m_PhysicalFileSize = m_File.FileSize();
@@ -91,6 +92,7 @@ void rfm_FileReprLocal::TrimToLength()
 
 rfm_FileStatus::RfmFileStatus rfm_FileReprLocal::CheckStatus()
 {
+    ForgetKept(); // what is read behind this look is not older than it
     return m_Checker != nullptr ? m_Checker->CheckStatus() : rfm_FileStatus::RfmFileUnchanged;
 }
 

@@ -30,6 +30,8 @@ public:
     void ClearSizeStamp(int position) override;
     utl_FileOffset MediumSize() const override { return m_File.FileSize(); }
     void Refresh() override { m_File.Forget(); }
+    void ForgetKept() override { m_File.ForgetPages(); }
+    void OrderWrites() override { m_File.Flush(); }
 
 private:
     void CheckWritable() const;

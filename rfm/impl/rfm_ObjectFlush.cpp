@@ -10,7 +10,8 @@ int rfm_FlushObject(rfm_IOBuffer& buffer, int flushCount)
     // The count wraps as its 32 bits in the file do.
     const int next = static_cast<int>(static_cast<std::uint32_t>(flushCount) + 1U);
     const utl_FileOffset place = buffer.Location();
-    buffer.Seek(rfm_ObjectFlushCountOffset); // the content is in the space before its count says so
+    buffer.Flush(); // the content is in the file before its count says so
+    buffer.Seek(rfm_ObjectFlushCountOffset);
     try
     {
         buffer.WriteInt(next);

@@ -5,6 +5,7 @@
 #include "rfm_DatabaseReprFile.h"
 #include "rfm_Exc.h"
 #include "rfm_FileRepr.h"
+#include "rfm_ObjectFormat.h"
 
 #include <algorithm>
 #include <cstring>
@@ -55,6 +56,7 @@ rfm_LinkageEntry& rfm_SpaceReprFile::EntryOf(std::uint32_t handle) const
     return m_Database.EntryOf(handle);
 }
 bool rfm_SpaceReprFile::ReadOnly() const { return m_Database.ReadOnly(); }
+void rfm_SpaceReprFile::Flush() { m_Database.OrderWrites(); }
 rfm_StringManager* rfm_SpaceReprFile::StringManager() { return &m_Database.Strings(); }
 
 // Walks the chain and judges it: a loop, a way out of the table, or an extent that claims more than it has is damage.
@@ -266,6 +268,8 @@ int rfm_SpaceReprFile::Read(char* buffer, int count)
 {
     CheckTransfer(buffer, count, "***ERROR: Invalid data buffer pointer when reading space.",
                   "***ERROR: Invalid length when reading space.");
+    // The head of an object says how new its rows are. Rows that were kept before it was read may be older than it says.
+    if (m_Location <= rfm_ObjectFlushCountOffset && ReadOnly()) m_Database.ForgetKept();
     int done = 0;
     while (done < count)
     {

@@ -24,7 +24,8 @@ public:
     utl_FileOffset Length() const override;
     void Seek(utl_FileOffset offset) override;
     utl_FileOffset Location() const override { return m_Location; }
-    void Flush() override {}
+    /// A write behind it reaches the file after those before it; that is all.
+    void Flush() override;
     void Extend(utl_FileOffset amount) override;
     int Read(char* buffer, int count) override;
     int Write(const char* buffer, int count) override;

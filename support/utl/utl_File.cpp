@@ -11,6 +11,7 @@
 #include <fcntl.h>
 #include <string>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 namespace
@@ -22,6 +23,21 @@ constexpr int kBlockBytes = 256 * 1024;
 constexpr std::int64_t kRunBeforeAhead = 2048;
 constexpr std::int64_t kLeastAhead = 64 * 1024;
 constexpr int kMostAttempts = 100;
+// A longer read pays for its call by its bytes.
+constexpr int kMostByPages = 2048;
+// A file that is opened, looked into at some places and closed has no use for pages.
+constexpr int kJumpsBeforePages = 16;
+constexpr int kPageBytes = utl_PageCache::kPageBytes;
+
+// What is known of an open file without its times: where these are exact, a look at them makes the next write of any
+// process to the file 1.2 us dearer (2.8), and a follower looks all the time.
+bool LookAt(int descriptor, unsigned wanted, struct statx& status)
+{
+    return ::statx(descriptor, "", AT_EMPTY_PATH, wanted, &status) == 0;
+}
+
+std::int64_t PageOf(std::int64_t position) { return position / kPageBytes; }
+int PlaceInPage(std::int64_t position) { return static_cast<int>(position % kPageBytes); }
 } // namespace
 
 utl_File::utl_File(const cow_String& name, utl_FileAccess access, utl_FileSharing sharing)
@@ -86,16 +102,16 @@ void utl_File::OpenExisting(const cow_String& name, int flags)
 
 void utl_File::RefuseUnlessRegular(const char* action)
 {
-    struct stat status
+    struct statx status
     {
     };
-    const bool known = ::fstat(m_Descriptor, &status) == 0;
-    if (known && S_ISREG(status.st_mode))
+    const bool known = LookAt(m_Descriptor, STATX_TYPE | STATX_INO, status);
+    if (known && S_ISREG(status.stx_mode))
     {
-        m_Identity = {status.st_dev, status.st_ino};
+        m_Identity = {makedev(status.stx_dev_major, status.stx_dev_minor), status.stx_ino};
         return;
     }
-    const int error = !known ? errno : S_ISDIR(status.st_mode) ? EISDIR : 0;
+    const int error = !known ? errno : S_ISDIR(status.stx_mode) ? EISDIR : 0;
     ::close(m_Descriptor);
     m_Descriptor = -1;
     if (error != 0) Refuse(action, error);
@@ -161,9 +177,10 @@ void utl_File::Close()
             file.m_Descriptor = -1;
             file.m_Mode = Mode::Idle;
             file.m_BlockCount = 0;
+            file.m_Pages.reset();
         }
     } closer{*this};
-    Drain();
+    Flush();
 }
 
 void utl_File::Seek(const utl_FileOffset& position)
@@ -179,8 +196,13 @@ void utl_File::StepAside(std::int64_t position)
 {
     const bool rereads = m_Mode == Mode::Ahead && position > m_LastStart && position <= m_Position;
     if (m_Mode == Mode::Gathering) Drain();
-    if (m_Mode == Mode::Ahead && !rereads) Forget();
+    if (m_Mode == Mode::Ahead && !rereads) ForgetAhead();
     m_Position = position;
+}
+
+bool utl_File::Follows() const noexcept
+{
+    return m_Mode == Mode::Gathering && m_Position == m_BlockStart + m_BlockCount;
 }
 
 bool utl_File::IsSequential() const noexcept { return m_Position > m_LastStart && m_Position <= m_LastEnd; }
@@ -212,21 +234,30 @@ int utl_File::ReadRest(std::int64_t start, char* buffer, int count, int done)
     m_RunBytes = sequential ? m_RunBytes + count - done : 0;
     try
     {
-        if (m_ReadsAhead && m_RunBytes >= kRunBeforeAhead && count - done < kLeastAhead)
-        {
-            ReadAhead();
-            return TakeFromBlock(buffer + done, count - done);
-        }
-        Forget();
-        const int moved = ReadThrough(buffer + done, count - done, m_Position);
-        m_Position += moved;
-        return moved;
+        if (m_Pages != nullptr && TakeFromPages(buffer + done, count - done)) return count - done;
+        if (!sequential && WantsPages(count)) return ReadByPages(buffer, count);
+        return ReadPast(buffer + done, count - done);
     }
     catch (...)
     {
         m_Position = start;
         throw;
     }
+}
+
+// Reads what no page holds, ahead where that pays.
+int utl_File::ReadPast(char* buffer, int count)
+{
+    if (m_ReadsAhead && m_RunBytes >= kRunBeforeAhead && count < kLeastAhead)
+    {
+        ReadAhead();
+        return TakeFromBlock(buffer, count);
+    }
+    ForgetAhead();
+    WriteOutBefore(m_Position, count);
+    const int moved = ReadThrough(buffer, count, m_Position);
+    m_Position += moved;
+    return moved;
 }
 
 int utl_File::TakeFromBlock(char* buffer, int count) noexcept
@@ -244,17 +275,30 @@ void utl_File::ReadAhead()
 {
     const std::int64_t window =
         std::clamp(m_RunBytes * 4, kLeastAhead, static_cast<std::int64_t>(kBlockBytes));
-    Forget();
+    ForgetAhead();
+    WriteOutBefore(m_Position, window);
     m_BlockCount = ReadThrough(Block(), static_cast<int>(window), m_Position);
     m_BlockStart = m_Position;
     m_Mode = Mode::Ahead;
 }
 
-void utl_File::Forget() noexcept
+void utl_File::ForgetAhead() noexcept
 {
     if (m_Mode != Mode::Ahead) return;
     m_Mode = Mode::Idle;
     m_BlockCount = 0;
+}
+
+void utl_File::ForgetPages() noexcept
+{
+    m_Jumps = 0;
+    if (m_Pages != nullptr) m_Pages->Forget();
+}
+
+void utl_File::Forget() noexcept
+{
+    ForgetAhead();
+    ForgetPages();
 }
 
 int utl_File::ReadThrough(char* buffer, int count, std::int64_t position) const
@@ -276,9 +320,16 @@ int utl_File::Write(const char* buffer, int count)
 {
     if (count <= 0) return 0;
     if (!IsOpen()) Refuse("write", EBADF); // gathered bytes without a file would end up in the next one
-    Forget();
+    ForgetAhead();
+    m_LastEnd = -1; // reading on behind a write is no run: what it read ahead the next write would drop
     if (m_Position > INT64_MAX - count) Refuse("write", EFBIG);
-    const bool follows = m_Mode == Mode::Gathering && m_Position == m_BlockStart + m_BlockCount;
+    if (m_Pages != nullptr)
+    {
+        if (OverwritePages(buffer, count)) return count;
+        if (LoadsPageFor(count) && OverwritePages(buffer, count)) return count;
+        LetGoOfPages(m_Position, count);
+    }
+    const bool follows = Follows();
     if (!follows || count > kBlockBytes - m_BlockCount) Drain();
     if (count >= kBlockBytes)
     {
@@ -350,16 +401,20 @@ void utl_File::Drain()
     m_BlockCount = 0;
 }
 
-void utl_File::Flush() { Drain(); }
+void utl_File::Flush()
+{
+    Drain();
+    WriteOutPages();
+}
 
 utl_FileOffset utl_File::FileSize() const
 {
-    struct stat status
+    struct statx status
     {
     };
-    if (::fstat(m_Descriptor, &status) != 0) Refuse("look at", errno);
+    if (!LookAt(m_Descriptor, STATX_SIZE, status)) Refuse("look at", errno);
     const std::int64_t gatheredEnd = m_Mode == Mode::Gathering ? m_BlockStart + m_BlockCount : 0;
-    return std::max<std::int64_t>(status.st_size, gatheredEnd);
+    return std::max(static_cast<std::int64_t>(status.stx_size), gatheredEnd);
 }
 
 std::int64_t utl_File::LastChange() const
@@ -378,7 +433,7 @@ void utl_File::Expect(const utl_FileOffset& position, int count) const noexcept
 
 void utl_File::Extend(const utl_FileOffset& size)
 {
-    Drain();
+    Flush();
     Forget();
     const std::int64_t old = FileSize().Value();
     const std::int64_t wanted = size.Value();
@@ -402,4 +457,176 @@ void utl_File::Extend(const utl_FileOffset& size)
     do result = utl_System().truncate(m_Descriptor, wanted);
     while (result != 0 && errno == EINTR);
     if (result != 0) Refuse("extend", errno);
+}
+
+// ---- Pages ----
+
+bool utl_File::WantsPages(int count) noexcept
+{
+    if (!m_KeepsPages || count > kMostByPages) return false;
+    return m_Jumps >= kJumpsBeforePages || ++m_Jumps >= kJumpsBeforePages;
+}
+
+// All of a read or none of it. A page that is short because the file ended there when it was loaded is looked at again.
+bool utl_File::TakeFromPages(char* buffer, int count) noexcept
+{
+    const int place = PlaceInPage(m_Position);
+    const utl_PageCache::Page* page = m_Pages->Find(PageOf(m_Position));
+    if (page == nullptr) return false;
+    if (place + count <= page->valid)
+    {
+        std::memcpy(buffer, page->bytes + place, static_cast<std::size_t>(count));
+        m_Position += count;
+        return true;
+    }
+    const utl_PageCache::Page* next = m_Pages->Find(PageOf(m_Position) + 1);
+    const int fromNext = place + count - kPageBytes;
+    if (page->valid < kPageBytes || next == nullptr || fromNext > next->valid) return false;
+    std::memcpy(buffer, page->bytes + place, static_cast<std::size_t>(count - fromNext));
+    std::memcpy(buffer + count - fromNext, next->bytes, static_cast<std::size_t>(fromNext));
+    m_Position += count;
+    return true;
+}
+
+int utl_File::ReadByPages(char* buffer, int count)
+{
+    if (m_Pages == nullptr) m_Pages = std::make_unique<utl_PageCache>();
+    ForgetAhead();
+    int done = 0;
+    while (done < count)
+    {
+        const std::int64_t position = m_Position + done;
+        const int wanted = std::min(count - done, kPageBytes - PlaceInPage(position));
+        const int moved = ReadInPage(buffer + done, wanted, position);
+        done += moved;
+        if (moved < wanted) break;
+    }
+    m_Position += done;
+    return done;
+}
+
+int utl_File::ReadInPage(char* buffer, int count, std::int64_t position)
+{
+    const std::int64_t number = PageOf(position);
+    const int place = PlaceInPage(position);
+    utl_PageCache::Page* page = m_Pages->Find(number);
+    if (page != nullptr && place + count > page->valid)
+    {
+        LetGoOfPages(position, count);
+        page = nullptr;
+    }
+    if (page == nullptr && m_Pages->Touch(number)) page = LoadPage(number);
+    if (page == nullptr || place + count > page->valid) return ReadThrough(buffer, count, position);
+    std::memcpy(buffer, page->bytes + place, static_cast<std::size_t>(count));
+    return count;
+}
+
+// Null when there is no memory for it.
+utl_PageCache::Page* utl_File::LoadPage(std::int64_t number)
+{
+    utl_PageCache::Page& page = m_Pages->PlaceOf(number);
+    if (page.IsDirty())
+        WriteOutPages(); // all: in a file that is larger than the pages the next will have to go too
+    if (!m_Pages->Provide(page)) return nullptr;
+    m_Pages->Drop(page);
+    m_Pages->Keep(page, number, ReadThrough(page.bytes, kPageBytes, number * kPageBytes));
+    return &page;
+}
+
+// Takes a write that lies in kept pages as a whole.
+bool utl_File::OverwritePages(const char* buffer, int count)
+{
+    const int place = PlaceInPage(m_Position);
+    if (count > kPageBytes) return false;
+    utl_PageCache::Page* page = m_Pages->Find(PageOf(m_Position));
+    if (page == nullptr) return false;
+    const int fromNext = std::max(place + count - kPageBytes, 0);
+    if (place + count - fromNext > page->valid) return false;
+    if (fromNext > 0)
+    {
+        utl_PageCache::Page* next = m_Pages->Find(PageOf(m_Position) + 1);
+        if (next == nullptr || fromNext > next->valid) return false;
+        m_Pages->Overwrite(*next, 0, buffer + count - fromNext, fromNext);
+    }
+    m_Pages->Overwrite(*page, place, buffer, count - fromNext);
+    m_Position += count;
+    return true;
+}
+
+// A write here and there into a page that was wanted before: on ext4 a small write costs 4 us, the load of its page 1.6,
+// and the row of a table that is written was read before.
+bool utl_File::LoadsPageFor(int count)
+{
+    const std::int64_t number = PageOf(m_Position);
+    const bool isInOne = count <= kMostByPages && PageOf(m_Position + count - 1) == number;
+    if (!isInOne || Follows()) return false;
+    Drain(); // or the page would not have what is gathered
+    return m_Pages->Touch(number) && LoadPage(number) != nullptr;
+}
+
+// What goes past the pages must not find any of its bytes in them.
+void utl_File::LetGoOfPages(std::int64_t start, std::int64_t count)
+{
+    for (std::int64_t number = PageOf(start); number <= PageOf(start + count - 1); ++number)
+    {
+        utl_PageCache::Page* page = m_Pages->Find(number);
+        if (page == nullptr) continue;
+        if (page->IsDirty()) WriteOut(*page);
+        m_Pages->Drop(*page);
+    }
+}
+
+// A read past the pages finds in the file what was written to them.
+void utl_File::WriteOutBefore(std::int64_t start, std::int64_t count)
+{
+    if (m_Pages == nullptr || !m_Pages->HasDirty()) return;
+    for (std::int64_t number = PageOf(start); number <= PageOf(start + count - 1); ++number)
+    {
+        const utl_PageCache::Page* page = m_Pages->Find(number);
+        if (page != nullptr && page->IsDirty()) return WriteOutPages();
+    }
+}
+
+void utl_File::WriteOut(utl_PageCache::Page& page)
+{
+    std::int64_t written = 0;
+    WriteThrough(page.bytes + page.dirtyStart, page.dirtyEnd - page.dirtyStart,
+                 page.number * kPageBytes + page.dirtyStart, written);
+    m_Pages->SetClean(page);
+}
+
+// Pages that lie side by side go out in one call: after updates all over a table that is 1.3 us a page instead of 9 us.
+void utl_File::WriteOutPages()
+{
+    if (m_Pages == nullptr || !m_Pages->HasDirty()) return;
+    Drain();
+    ForgetAhead(); // its block is needed
+    const std::vector<utl_PageCache::Page*> pages = m_Pages->DirtyPages();
+    for (std::size_t first = 0; first < pages.size();)
+    {
+        std::size_t last = first;
+        while (last + 1 < pages.size() && pages[last]->valid == kPageBytes &&
+               pages[last + 1]->number == pages[last]->number + 1 &&
+               last + 1 - first < kBlockBytes / kPageBytes)
+            ++last;
+        WriteOutRun(pages, first, last);
+        first = last + 1;
+    }
+}
+
+// From the first changed byte to the last; what lies between is what the file has there. A run that the system refuses
+// is dirty as a whole until the next try.
+void utl_File::WriteOutRun(const std::vector<utl_PageCache::Page*>& pages, std::size_t first,
+                           std::size_t last)
+{
+    if (first == last) return WriteOut(*pages[first]);
+    char* block = Block();
+    for (std::size_t i = first; i <= last; ++i)
+        std::memcpy(block + (i - first) * kPageBytes, pages[i]->bytes, kPageBytes);
+    const std::int64_t count = static_cast<std::int64_t>(last - first) * kPageBytes + pages[last]->dirtyEnd -
+                               pages[first]->dirtyStart;
+    std::int64_t written = 0;
+    WriteThrough(block + pages[first]->dirtyStart, count,
+                 pages[first]->number * kPageBytes + pages[first]->dirtyStart, written);
+    for (std::size_t i = first; i <= last; ++i) m_Pages->SetClean(*pages[i]);
 }

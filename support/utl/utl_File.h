@@ -4,9 +4,11 @@
 #include "utl_FileAccess.h"
 #include "utl_FileException.h"
 #include "utl_FileOffset.h"
+#include "utl_PageCache.h"
 
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 /// How other processes may share a file; passed through to platforms that know such a thing. Linux does not.
 using utl_FileSharing = int;
@@ -29,8 +31,14 @@ struct utl_FileIdentity
 ///                a step aside, Forget               drained: a step aside, a full block, Read,
 ///                                                   Extend, Flush, Close
 ///
-/// Writes reach the system in the order in which they were made. A write that the system refuses stays gathered and is
-/// tried again at the next occasion, so nothing is lost by a full disk that gets room again.
+/// What is small and jumps about may be served by pages instead, which `utl_PageCache` draws: a page is loaded at its
+/// second touch, and a write that lies inside kept pages is gathered there. Dirty pages are written out by Extend, Flush
+/// and Close, by a read past the pages that would miss them, and all at once when one of them must make room. No byte
+/// is ever both in the block that gathers and in a page.
+///
+/// Without pages, writes reach the system in the order in which they were made. With them that holds between two calls
+/// of Flush only as far as everything before a Flush comes before everything behind it. A write that the system refuses
+/// stays gathered and is tried again at the next occasion, so nothing is lost by a full disk that gets room again.
 /// Throws: utl_FileException with the file's name and the system's words for every refusal; a transfer is never
 /// short without a reason: `Read` at the end of the file, `Write` never.
 class utl_File
@@ -72,8 +80,14 @@ public:
 
     /// Off for whoever reads in large pieces of his own choice; on at the start.
     void SetReadsAhead(bool readsAhead) noexcept { m_ReadsAhead = readsAhead; }
-    /// Drops what was read ahead: another process may have written since.
+    /// On for whoever reads and overwrites small pieces here and there, and says by Forget when what was read may be old;
+    /// off at the start. Reads and writes at random in a table of 1 000 000 rows cost 0.7 us and 2 us in system calls
+    /// alone; 200 000 of them touch each page 15 times, of which all but the first two stay in memory.
+    void SetKeepsPages(bool keepsPages) noexcept { m_KeepsPages = keepsPages; }
+    /// Drops what was read ahead and kept: another process may have written since.
     void Forget() noexcept;
+    /// Drops the kept pages alone. What was read ahead goes by itself at the next step aside.
+    void ForgetPages() noexcept;
 
 private:
     enum class Mode
@@ -92,8 +106,23 @@ private:
     [[noreturn]] void RefuseKind(const char* action, const char* sourceName = __builtin_FILE(),
                                  int line = __builtin_LINE()) const;
     void StepAside(std::int64_t position);
+    bool Follows() const noexcept;
     bool IsSequential() const noexcept;
     int ReadRest(std::int64_t start, char* buffer, int count, int done);
+    int ReadPast(char* buffer, int count);
+    void ForgetAhead() noexcept;
+    bool WantsPages(int count) noexcept;
+    bool TakeFromPages(char* buffer, int count) noexcept;
+    int ReadByPages(char* buffer, int count);
+    int ReadInPage(char* buffer, int count, std::int64_t position);
+    utl_PageCache::Page* LoadPage(std::int64_t number);
+    bool LoadsPageFor(int count);
+    bool OverwritePages(const char* buffer, int count);
+    void LetGoOfPages(std::int64_t start, std::int64_t count);
+    void WriteOutBefore(std::int64_t start, std::int64_t count);
+    void WriteOut(utl_PageCache::Page& page);
+    void WriteOutPages();
+    void WriteOutRun(const std::vector<utl_PageCache::Page*>& pages, std::size_t first, std::size_t last);
     int ReadThrough(char* buffer, int count, std::int64_t position) const;
     int TakeFromBlock(char* buffer, int count) noexcept;
     void ReadAhead();
@@ -117,4 +146,8 @@ private:
     std::int64_t m_LastStart = 0;
     std::int64_t m_LastEnd = -1;
     std::int64_t m_RunBytes = 0;
+
+    bool m_KeepsPages = false;
+    int m_Jumps = 0; // small reads that were not in sequence, since the last Forget
+    std::unique_ptr<utl_PageCache> m_Pages;
 };

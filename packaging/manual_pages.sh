@@ -95,5 +95,6 @@ for command in "${commands[@]}"; do
     CommandPage "$command" "$("$rfm" "$command" --help)" | Compressed "rfm-$command.1.scd" "$folder/tools"
 done
 for source in "${sources[@]}"; do
-    Compressed "$(basename "$source")" "$folder/remote" <"$source"
+    name="$(basename "$source")"
+    Compressed "$name" "$folder/remote" <"$source"
 done

@@ -7,8 +7,9 @@ set -euo pipefail
 
 text="$(realpath "$1")"
 folder="$2"
-from="${3%%=*}"
-to="${3#*=}"
+replacement="${3:-}"
+from="${replacement%%=*}"
+to="${replacement#*=}"
 
 commands=()
 expected=()

@@ -162,6 +162,7 @@ constexpr Variable kVariables[] = {
     {"HOMEDRIVE", "with HOMEPATH: where passwords of connections are looked for, instead of HOME"},
     {"HOMEPATH", "with HOMEDRIVE: the same"},
     {"HOME", "where passwords of connections are looked for"},
+    {"PATH", "folders of the programs that are started, ssh among them"},
     {"TMPDIR", "folder of temporary files, /tmp without it"},
 };
 

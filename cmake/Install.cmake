@@ -17,6 +17,10 @@ install(TARGETS rfm EXPORT rfmTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT development)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/rfm COMPONENT development
         FILES_MATCHING PATTERN "*.h")
+install(FILES ${PROJECT_SOURCE_DIR}/docs/architecture.md ${PROJECT_SOURCE_DIR}/docs/format.md
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/librfm-dev COMPONENT development)
+install(FILES ${PROJECT_SOURCE_DIR}/docs/cli.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/rfm-tools COMPONENT tools)
+install(FILES ${PROJECT_SOURCE_DIR}/docs/remote.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/rfm-remote COMPONENT remote)
 # Complete programs to begin with; each is built and run by the tests.
 set(rfm_exampleDir ${CMAKE_INSTALL_DATADIR}/doc/librfm-dev/examples)
 install(FILES ${PROJECT_SOURCE_DIR}/examples/write_read_table.cpp

@@ -1,5 +1,5 @@
-# What `cpack` makes of the install rules: a Debian package for each component. `./dev package` configures a tree for it,
-# with the prefix /usr and the distribution's flags, and looks at what came out.
+# What `cpack` makes of the install rules: a Debian package for each component. `./dev package` configures a tree for
+# it, with the prefix /usr and the distribution's flags, and looks at what came out.
 set(rfm_packages librfm0 librfm-dev rfm-tools rfm-remote)
 set(rfm_components library development tools remote)
 

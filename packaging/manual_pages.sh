@@ -8,8 +8,10 @@ rfm="$1"
 folder="$2"
 sources=("${@:3}")
 
-# Help is plain text; these mean something to scdoc.
-Escaped() { sed -e 's/[\\_*#<>|`~[.+-]/\\&/g' -e 's/]/\\]/g'; }
+# Help is plain text; these mean something to scdoc, the backslash also where lines stay as they are.
+Escaped() { sed -e 's/[\\_*#<>|`~.+[-]/\\&/g' -e 's/]/\\]/g'; }
+
+AsLiteral() { sed -e 's/\\/\\\\/g'; }
 
 # Paragraphs as they are; what is indented keeps its lines.
 Body()
@@ -24,7 +26,7 @@ Body()
             isLiteral=0
         fi
         if ((isLiteral)); then
-            printf '%s\n' "$line"
+            AsLiteral <<<"$line"
         else
             Escaped <<<"$line"
         fi
@@ -38,7 +40,7 @@ Body()
 Literal()
 {
     printf '\n# %s\n\n```\n' "$1"
-    sed -e '/./,$!d' | sed -e ':again' -e '/^\n*$/{$d;N;b again' -e '}'
+    sed -e '/./,$!d' | sed -e ':again' -e '/^\n*$/{$d;N;b again' -e '}' | AsLiteral
     printf '```\n'
 }
 

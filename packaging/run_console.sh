@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Keeps a text true: run_console.sh FILE FOLDER [FROM=TO] runs its blocks that are fenced as ```console, one after the
 # other in one shell and on a terminal, and compares what comes out. In a block a line that begins with "$ " is a
-# command, one that begins with "> " goes on with it, and the others are what it prints; ... in them stands for any text.
-# A command that fails is a difference, whatever it prints. With FROM=TO each FROM in a command is run as TO.
+# command, one that begins with "> " goes on with it, and the others are what it prints; ... in them stands for any
+# text. A command that fails is a difference, whatever it prints. With FROM=TO each FROM in a command is run as TO.
 set -euo pipefail
 
 text="$(realpath "$1")"
@@ -76,8 +76,8 @@ for index in "${!commands[@]}"; do
     # The pattern is one, so it stands without quotes.
     # shellcheck disable=SC2053
     if [[ "$code" != 0 || "$found" != $pattern ]]; then
-        printf '$ %s\n--- expected:\n%s--- found, exit code %s:\n%s\n' "${commands[index]}" "${expected[index]}" "$code" \
-            "$found"
+        printf '$ %s\n--- expected:\n%s--- found, exit code %s:\n%s\n' \
+            "${commands[index]}" "${expected[index]}" "$code" "$found"
         failures=$((failures + 1))
     fi
 done

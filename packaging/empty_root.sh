@@ -86,9 +86,11 @@ done
 
 say "the README, as a newcomer runs it"
 cp "$project/README.md" "$project/packaging/run_console.sh" "$root/packages/"
-In useradd --create-home newcomer
-In runuser -u newcomer -- env HOME=/home/newcomer MRL_PATH=/usr/libexec/rfm \
-    /packages/run_console.sh /packages/README.md /home/newcomer
+In useradd --create-home --home-dir /tmp/newcomer newcomer
+# The dollar is the newcomer's.
+# shellcheck disable=SC2016
+In runuser -u newcomer -- env HOME=/tmp/newcomer MRL_PATH=/usr/libexec/rfm sh -c 'rfm doctor &&
+    /packages/run_console.sh /packages/README.md "$HOME"'
 
 say "taking the packages away again"
 In apt-get -q -y purge "${names[@]}" >>"$folder/install.log" 2>&1 || die "apt-get purge failed, see $folder/install.log"

@@ -19,13 +19,21 @@ foreach(package component IN ZIP_LISTS rfm_packages rfm_components)
           DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package} COMPONENT ${component})
 endforeach()
 
+# What lintian is told to pass over, each with its reason.
+foreach(package component IN ZIP_LISTS rfm_packages rfm_components)
+  if(EXISTS ${PROJECT_SOURCE_DIR}/packaging/lintian/${package})
+    install(FILES ${PROJECT_SOURCE_DIR}/packaging/lintian/${package}
+            DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides COMPONENT ${component})
+  endif()
+endforeach()
+
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME rfm)
 set(CPACK_PACKAGE_VENDOR "the rfm authors")
 set(CPACK_PACKAGE_CONTACT "The rfm authors <authors@rfm.example.org>")
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
-set(CPACK_STRIP_FILES ON)
+set(CPACK_PRE_BUILD_SCRIPTS ${PROJECT_SOURCE_DIR}/packaging/strip.cmake)
 set(CPACK_COMPONENTS_ALL ${rfm_components})
 set(CPACK_DEB_COMPONENT_INSTALL ON)
 set(CPACK_COMPONENTS_GROUPING IGNORE)
@@ -62,9 +70,12 @@ rfm_describe(remote rfm-remote science "Record-file database for results of anal
   "${rfm_aboutDatabase}This package holds the programs by which databases on other hosts are reached:\n\
 the relay for this host, and driver, daemon and services for the file's host.")
 
-set(CPACK_DEBIAN_LIBRARY_PACKAGE_GENERATE_SHLIBS ON)
+# Each package has a summary of its own in place of the project's.
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")
+
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY >=)
-set(CPACK_DEBIAN_LIBRARY_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/triggers)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SHLIBDEPS OFF)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "librfm0 (= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS "rfm-remote (= ${PROJECT_VERSION})")

@@ -85,7 +85,9 @@ void DeclareKind(CLI::App& app, std::string& word, const std::string& help)
             if (text == KindWord(kind)) return {};
         return text + " is not plain, compressed or hdf5";
     };
-    app.add_option("--to", word, help)->type_name("KIND")->check(CLI::Validator(judge, ""));
+    app.add_option("--to", word, help)
+        ->type_name("KIND")
+        ->check(CLI::Validator(judge, "{plain,compressed,hdf5}"));
 }
 
 rfm_File CreateFileOfKind(FileKind kind, const std::string& path)

@@ -140,6 +140,18 @@ std::string_view CutToWidth(std::string_view text, std::size_t columns)
     return text.substr(0, end);
 }
 
+std::vector<std::string> Split(std::string_view text, char separator)
+{
+    std::vector<std::string> pieces;
+    for (;;)
+    {
+        const std::size_t end = text.find(separator);
+        pieces.emplace_back(text.substr(0, end));
+        if (end == std::string_view::npos) return pieces;
+        text.remove_prefix(end + 1);
+    }
+}
+
 std::string Counted(std::int64_t count, std::string_view one, std::string_view many)
 {
     return fmt::format("{} {}", count, count == 1 || count == -1 ? one : many);

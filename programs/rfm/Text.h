@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace rfm_tool
 {
@@ -24,6 +25,9 @@ std::string TextJson(std::string_view text);
 std::size_t DisplayWidth(std::string_view text);
 /// The longest start of `text` that is at most `columns` wide.
 std::string_view CutToWidth(std::string_view text, std::size_t columns);
+
+/// The pieces between the separators, empty ones too.
+std::vector<std::string> Split(std::string_view text, char separator);
 
 /// "15472 bytes", "1 byte".
 std::string Counted(std::int64_t count, std::string_view one, std::string_view many);

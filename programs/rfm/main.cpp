@@ -1,13 +1,17 @@
+#include "Candidates.h"
 #include "Command.h"
 #include "Failure.h"
 #include "Output.h"
 #include "Text.h"
 #include "check.h"
 #include "compact.h"
+#include "completion.h"
 #include "convert.h"
+#include "doctor.h"
 #include "dump.h"
 #include "follow.h"
 #include "hash.h"
+#include "help.h"
 #include "info.h"
 #include "ls.h"
 #include "rfm_Library.h"
@@ -42,6 +46,9 @@ Commands AllCommands()
     commands.push_back(MakeCompact());
     commands.push_back(MakeHash());
     commands.push_back(MakeUnlock());
+    commands.push_back(MakeCompletion());
+    commands.push_back(MakeHelp());
+    commands.push_back(MakeDoctor());
     return commands;
 }
 
@@ -100,7 +107,7 @@ std::string MainHelp(const Commands& commands)
         "\n"
         "commands:\n";
     for (const std::unique_ptr<Command>& command : commands)
-        help += fmt::format("  {:<8}{}\n", command->Name(), command->Summary());
+        help += fmt::format("  {:<11}{}\n", command->Name(), command->Summary());
     return help +
            "\n"
            "`rfm COMMAND --help` tells more. Data goes to standard output, everything else to standard "
@@ -168,12 +175,16 @@ int RunWords(std::vector<std::string> words, Output& output)
     if (words.empty())
         throw Failure(ExitUsage, "nothing to do", "no command and no file was given",
                       "`rfm --help` lists the commands, `rfm FILE` looks at a file");
+    const bool asksForCommand =
+        words.front() == "help" && words.size() > 1 && FindCommand(commands, words[1]) != nullptr;
+    if (asksForCommand) words = {words[1], "--help"};
     const std::string first = words.front();
-    if (first == "--help" || first == "-h" || first == "help")
+    if (first == "--help" || first == "-h" || (first == "help" && words.size() == 1))
     {
         output.Write(MainHelp(commands));
         return ExitDone;
     }
+    if (first == "__complete") return PrintCandidates(commands, {words.begin() + 1, words.end()}, output);
     if (first == "--version")
     {
         output.Line("rfm " RFM_VERSION);

@@ -90,6 +90,38 @@ elseif(STEP STREQUAL "names")
     message(FATAL_ERROR "the library shows only ${shown} names")
   endif()
 
+elseif(STEP STREQUAL "components")
+  # Installed one by one, the components leave nothing out; and no file comes twice, or packages could not be installed
+  # side by side.
+  file(GLOB_RECURSE all RELATIVE ${prefix} ${prefix}/*)
+  set(packed)
+  foreach(component library development tools remote)
+    set(part ${WORK_DIR}/components/${component})
+    run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${part} --component ${component})
+    file(GLOB_RECURSE files RELATIVE ${part} ${part}/*)
+    list(LENGTH files fileCount)
+    if(fileCount LESS 3)
+      message(SEND_ERROR "the component ${component} holds only ${fileCount} files")
+    endif()
+    list(APPEND packed ${files})
+  endforeach()
+  list(SORT all)
+  list(SORT packed)
+  if(NOT all STREQUAL packed)
+    set(forgotten ${all})
+    list(REMOVE_ITEM forgotten ${packed})
+    message(FATAL_ERROR "in no package: ${forgotten}\nin packages, more than once or besides: ${packed}")
+  endif()
+
+elseif(STEP STREQUAL "readme")
+  # The blocks are written for an installed package: what is in the system's folders there is in the prefix here.
+  file(MAKE_DIRECTORY ${WORK_DIR}/readme)
+  set(ENV{PATH} ${prefix}/${BINDIR}:$ENV{PATH})
+  set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
+  set(ENV{LD_LIBRARY_PATH} ${prefix}/${LIBDIR})
+  run(${SOURCE_DIR}/packaging/run_console.sh ${SOURCE_DIR}/README.md ${WORK_DIR}/readme
+      /usr/share/=${prefix}/share/)
+
 else()
   message(FATAL_ERROR "no such step: ${STEP}")
 endif()

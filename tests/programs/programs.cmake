@@ -5,17 +5,29 @@ if(TARGET rfm_tool)
     programs/rfm_check_test.cpp
     programs/rfm_check_compressed_test.cpp
     programs/rfm_compact_test.cpp
+    programs/rfm_completion_test.cpp
     programs/rfm_convert_test.cpp
+    programs/rfm_doctor_test.cpp
     programs/rfm_dump_test.cpp
     programs/rfm_follow_test.cpp
     programs/rfm_hash_test.cpp
+    programs/rfm_help_test.cpp
     programs/rfm_progress_test.cpp
     programs/rfm_tool_test.cpp
     ${PROJECT_SOURCE_DIR}/programs/rfm/Progress.cpp
   )
   target_include_directories(tool_tests PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/programs
                              ${PROJECT_SOURCE_DIR}/programs/rfm)
-  target_compile_definitions(tool_tests PRIVATE RFM_TOOL="$<TARGET_FILE:rfm_tool>")
+  target_compile_definitions(tool_tests PRIVATE RFM_TOOL="$<TARGET_FILE:rfm_tool>"
+                             RFM_TOOL_FOLDER="$<TARGET_FILE_DIR:rfm_tool>" RFM_VERSION="${PROJECT_VERSION}")
+  # Completion is tried in the shells that are here.
+  find_program(RFM_FISH fish)
+  find_program(RFM_ZSH zsh)
+  foreach(shell RFM_FISH RFM_ZSH)
+    if(${shell})
+      target_compile_definitions(tool_tests PRIVATE ${shell}="${${shell}}")
+    endif()
+  endforeach()
   target_link_libraries(tool_tests PRIVATE util fmt::fmt OpenSSL::Crypto ZLIB::ZLIB)
   add_dependencies(tool_tests rfm_tool)
 endif()

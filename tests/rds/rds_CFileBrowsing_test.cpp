@@ -298,7 +298,7 @@ TEST_F(FileBrowsing, ARefusalComesInTheServicesWordsAndTheBrowserGoesOn)
 
 TEST_F(FileBrowsing, APercentSignInTheServicesWordsStaysOne)
 {
-    EXPECT_EQ(ListingFailure(Refusal("100% of %s, %d and %n")), "100% of %s, %d and %n");
+    EXPECT_EQ(ListingFailure(Refusal("100% of %s, %%, %d and %n")), "100% of %s, %%, %d and %n");
 }
 
 TEST_F(FileBrowsing, ExceptionsNameTheBrowserAsTheirSource)

@@ -17,7 +17,8 @@
 /// end of the file is seen, and a file that has grown.
 ///
 /// A connection that was lost, or whose other end said something that can't be, stays lost: every later request fails.
-/// Threads: one at a time for each file; several files may be used by several threads.
+/// Threads: one at a time for each file; several files may be used by several threads. A URL with a port is opened in the
+/// thread to which the registry of connections belongs.
 class rfm_FileReprRemote : public rfm_FileRepr
 {
 public:

@@ -98,7 +98,7 @@ TEST_F(rfm_RemoteThreadsTest, FilesComeAndGoWhileOthersAreRead)
     EXPECT_LE(CacheFileBytes(), 8 * kPage);
 }
 
-TEST_F(rfm_RemoteThreadsTest, RefusalsOfTheDiskReachEachThread)
+TEST_F(rfm_RemoteThreadsTest, ThatThereIsNoRoomReachesEachThread)
 {
     PutFiles();
     Options(128, 0);

@@ -41,7 +41,8 @@ int FileToAppend(const std::string& name)
 
 void AppendTo(const std::string& name, const std::string& text)
 {
-    if (::write(FileToAppend(name), text.data(), text.size()) != static_cast<ssize_t>(text.size())) ::_exit(120);
+    if (::write(FileToAppend(name), text.data(), text.size()) != static_cast<ssize_t>(text.size()))
+        ::_exit(120);
 }
 
 // The file's text, which is gone then; nothing when there is none.

@@ -1047,3 +1047,59 @@ TEST_F(utl_FileTest, RandomUseOfAFailingFileLosesNothingThatItHasTaken)
     }
     EXPECT_GT(refused, 100);
 }
+
+// --- positioned transfers
+
+TEST_F(utl_FileTest, PositionedTransfersLeaveThePositionAlone)
+{
+    PutBytes(Name(), "0123456789");
+    utl_File file(Name(), utl_FileAccessUpdate, 0);
+    EXPECT_EQ(Read(file, 2), "01");
+    char bytes[8] = {};
+    EXPECT_EQ(file.ReadAt(bytes, 3, 5), 3);
+    EXPECT_EQ(std::string(bytes), "567");
+    file.WriteAt("ab", 2, 8);
+    EXPECT_EQ(Stored(), "01234567ab"); // at once: nothing is gathered
+    EXPECT_EQ(Read(file, 3), "234");
+}
+
+TEST_F(utl_FileTest, APositionedReadIsShortAtTheEndAndAPositionedWriteMovesIt)
+{
+    PutBytes(Name(), "0123456789");
+    const utl_File file(Name(), utl_FileAccessUpdate, 0);
+    char bytes[8] = {};
+    EXPECT_EQ(file.ReadAt(bytes, 8, 7), 3);
+    EXPECT_EQ(std::string(bytes), "789");
+    EXPECT_EQ(file.ReadAt(bytes, 8, 10), 0);
+    EXPECT_EQ(file.ReadAt(bytes, 0, 0), 0);
+    file.WriteAt("x", 1, 12);
+    file.WriteAt("y", 0, 100);
+    EXPECT_EQ(Stored(), std::string("0123456789\0\0x", 13));
+}
+
+TEST_F(utl_FileTest, PositionedTransfersGoOnUntilAllIsThere)
+{
+    const utl_File file(Name(), utl_FileAccessCreate, 0);
+    const utl_FaultPlan plan({.mostBytes = 2, .interruptEvery = 2});
+    file.WriteAt("0123456", 7, 1);
+    char bytes[8] = {};
+    EXPECT_EQ(file.ReadAt(bytes, 7, 1), 7);
+    EXPECT_EQ(std::string(bytes), "0123456");
+}
+
+TEST_F(utl_FileTest, WhatTheSystemRefusesAPositionedTransferIsTold)
+{
+    const utl_File file(Name(), utl_FileAccessCreate, 0);
+    char byte = 'x';
+    EXPECT_EQ(Thrown<utl_FileException>([&] { file.ReadAt(&byte, 1, -1); }),
+              Refusal("read", "Invalid argument"));
+    EXPECT_EQ(Thrown<utl_FileException>([&] { file.WriteAt(&byte, 1, -1); }),
+              Refusal("write", "Invalid argument"));
+    EXPECT_EQ(Thrown<utl_FileException>([&] { file.WriteAt(&byte, 1, INT64_MAX); }),
+              Refusal("write", "File too large"));
+    const utl_FaultPlan plan({.failWrite = 1, .failRead = 1, .error = EIO});
+    EXPECT_EQ(Thrown<utl_FileException>([&] { file.ReadAt(&byte, 1, 0); }),
+              Refusal("read", "Input/output error"));
+    EXPECT_EQ(Thrown<utl_FileException>([&] { file.WriteAt(&byte, 1, 0); }),
+              Refusal("write", "Input/output error"));
+}

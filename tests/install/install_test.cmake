@@ -52,6 +52,11 @@ elseif(STEP STREQUAL "relay")
   if(NOT result EQUAL 1 OR NOT output MATCHES "^\\*\\*\\* Error: qlnsrvd, -port wants ")
     message(FATAL_ERROR "marlek answered ${result}:\n${output}")
   endif()
+  # The service that the daemon starts lies beside it.
+  execute_process(COMMAND ${prefix}/${BINDIR}/rfmT_FileAssistant RESULT_VARIABLE result ERROR_VARIABLE error)
+  if(NOT result EQUAL 1 OR NOT error STREQUAL "assistant, usage: rfmT_FileAssistant PATH [-scratch]\n")
+    message(FATAL_ERROR "rfmT_FileAssistant answered ${result}:\n${error}")
+  endif()
 
 elseif(STEP STREQUAL "headers")
   file(GLOB headers RELATIVE ${prefix}/${INCLUDEDIR} ${prefix}/${INCLUDEDIR}/*.h)

@@ -134,7 +134,7 @@ std::int64_t Assistant::TakePageRequest()
     const int droppedCount = m_Input.ReadShort();
     if (droppedCount < 0) throw Failure("a list of " + std::to_string(droppedCount) + " pages");
     const int droppedBytes = droppedCount * kStartBytes;
-    m_Request.resize(static_cast<std::size_t>(droppedBytes + kPageFieldsBytes));
+    m_Request.resize(static_cast<std::size_t>(droppedBytes) + kPageFieldsBytes);
     m_Input.Read(m_Request.data(), static_cast<int>(m_Request.size()));
 
     const auto start = Load<std::int64_t>(m_Request.data() + droppedBytes);

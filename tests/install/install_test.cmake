@@ -52,6 +52,11 @@ elseif(STEP STREQUAL "relay")
   if(NOT result EQUAL 1 OR NOT output MATCHES "^\\*\\*\\* Error: qlnsrvd, -port wants ")
     message(FATAL_ERROR "marlek answered ${result}:\n${output}")
   endif()
+  # The service that the daemon starts lies beside it.
+  execute_process(COMMAND ${prefix}/${BINDIR}/rfmT_FileAssistant RESULT_VARIABLE result ERROR_VARIABLE error)
+  if(NOT result EQUAL 1 OR NOT error STREQUAL "assistant, usage: rfmT_FileAssistant PATH [-scratch]\n")
+    message(FATAL_ERROR "rfmT_FileAssistant answered ${result}:\n${error}")
+  endif()
 
   # The service that the daemon starts lies beside it, and ends when its input does.
   execute_process(COMMAND ${prefix}/${BINDIR}/rdsT_FileBrowsing INPUT_FILE /dev/null

@@ -304,16 +304,38 @@ TEST_F(FollowingReader, AFileInTransactionIsToldAndServed)
     AssistantReader reader = Open();
     Take(reader, {0, 1024});
     std::filesystem::create_directory(m_Folder.Path() + "/job.lsm");
+    Expect(reader.Status(), 4);
+    Expect(reader.Size(), 4);
+    const AssistantReader::Reply page = reader.Page(19 * kPage);
+    Expect(page, 4);
+    EXPECT_EQ(page.page, Bytes().substr(19 * kPage));
+    std::filesystem::remove(m_Folder.Path() + "/job.lsm");
+    Expect(reader.Status(), 0);
+}
+
+TEST_F(FollowingReader, WhatWasFlushedInATransactionIsToldBehindIt)
+{
+    AssistantReader reader = Open();
+    Take(reader, {0, 1024, 2048});
+    std::filesystem::create_directory(m_Folder.Path() + "/job.lsm");
     Patch(2000, "changed");
     Flush();
     Expect(reader.Status(), 4);
-    Expect(reader.Size(), 4);
-    EXPECT_EQ(reader.Page(19 * kPage).page, Bytes().substr(19 * kPage));
-    Expect(reader.Status(), 4);
     std::filesystem::remove(m_Folder.Path() + "/job.lsm");
-    const Starts changed = reader.Status().changed;
-    EXPECT_THAT(changed, IsSubsetOf(Starts{0, 1024}));
+    Expect(reader.Status(), 2, {0, 1024});
     Expect(reader.Status(), 0);
+}
+
+// A reader here sees them too: only a snap waits.
+TEST_F(FollowingReader, PagesThatAreWrittenInATransactionAreToldWithThePageBesideThem)
+{
+    AssistantReader reader = Open();
+    Take(reader, {0, 1024});
+    std::filesystem::create_directory(m_Folder.Path() + "/job.lsm");
+    Patch(2000, "changed");
+    Expect(reader.Page(2048), 2, {1024});
+    Expect(reader.Page(3072), 4);
+    Expect(reader.Status(), 4);
 }
 
 TEST_F(FollowingReader, AReplacedFileIsToldForEverAndTheOldOneServed)

@@ -1,12 +1,11 @@
 // A writer here, the assistant over there: what it tells of changes, reply by reply.
 #include "AssistantReader.h"
-#include "FileKind.h"
-#include "Forked.h"
 #include "RandomSeed.h"
 #include "TestFolder.h"
 #include "rfm.h"
 
-#include <cstring>
+#include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -15,7 +14,6 @@
 
 namespace
 {
-using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::IsSubsetOf;
 using Starts = AssistantReader::Starts;
@@ -94,7 +92,6 @@ protected:
         m_Steps.Flush();
         m_Database->Flush();
     }
-    static Starts AllOf(const std::string& bytes) { return DifferentPages(bytes, ""); }
 
     std::optional<rfm_Database> m_Database;
     rfm_Table m_Steps;

@@ -11,7 +11,6 @@
 #include "rfm.h"
 
 #include <sys/mman.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <algorithm>

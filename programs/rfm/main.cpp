@@ -107,7 +107,7 @@ std::string MainHelp(const Commands& commands)
         "\n"
         "commands:\n";
     for (const std::unique_ptr<Command>& command : commands)
-        help += fmt::format("  {:<11}{}\n", command->Name(), command->Summary());
+        help += fmt::format("  {:<12}{}\n", command->Name(), command->Summary());
     return help +
            "\n"
            "`rfm COMMAND --help` tells more. Data goes to standard output, everything else to standard "

@@ -128,7 +128,10 @@ void KillAtEveryCall(bool within)
             KilledRun::RunAndKill(atCall, within, [&](const auto& teller) { Write(path, teller); });
         killed = outcome.killed;
         ExpectNothingLost(path, outcome.flushed);
-        if (!killed) EXPECT_EQ(outcome.flushed, kIncrements);
+        if (!killed)
+        {
+            EXPECT_EQ(outcome.flushed, kIncrements);
+        }
         if (::testing::Test::HasFatalFailure()) return;
     }
     EXPECT_GT(atCall, 4 * kIncrements);

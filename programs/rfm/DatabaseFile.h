@@ -39,6 +39,11 @@ struct Object
 
     /// "table", "double array", "stream", ...
     std::string TypeWord() const;
+    /// Whether it is a pool or an unused handle, and no application made it.
+    bool IsOfTheLibrary() const noexcept
+    {
+        return kind == Kind::Strings || kind == Kind::Layouts || kind == Kind::Unused;
+    }
 };
 
 /// "int", "float", "double", "handle", "string"; "type 17" for an unknown number.

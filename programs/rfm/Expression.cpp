@@ -3,7 +3,6 @@
 #include "Failure.h"
 #include "Glob.h"
 #include "Text.h"
-#include "rfm_Type.h"
 
 #include <fmt/format.h>
 
@@ -45,16 +44,6 @@ bool HoldsFor(std::partial_ordering order, bool less, bool equal, bool greater)
     return order == std::partial_ordering::equivalent && equal;
 }
 } // namespace
-
-ExpressionField::Type ExpressionTypeOf(int type)
-{
-    switch (type)
-    {
-    case rfm_TypeString:
-    case rfm_TypeFixedString: return ExpressionField::Type::Text;
-    default: return ExpressionField::Type::Number;
-    }
-}
 
 // ---- Parsing ----
 
@@ -131,7 +120,11 @@ private:
     Part ParseFactor();
     Part ParsePresent(std::size_t place);
     Part ParseParentheses(std::size_t place);
-    int TakeField();
+    const ExpressionField& TakeField();
+    int IndexOf(const ExpressionField& field) const
+    {
+        return field.index >= 0 ? field.index : static_cast<int>(&field - m_Fields.data());
+    }
 
     int Add(Operation operation, int left = -1, int right = -1);
     Part Calculation(Operation operation, const Part& left, const Part& right);
@@ -404,9 +397,9 @@ ExpressionParser::Part ExpressionParser::ParseFactor()
         TakeToken();
         return {node, Type::Text, place};
     }
-    const int field = TakeField();
-    const int node = Add(Operation::Field, field);
-    switch (m_Fields[static_cast<std::size_t>(field)].type)
+    const ExpressionField& field = TakeField();
+    const int node = Add(Operation::Field, IndexOf(field));
+    switch (field.type)
     {
     case ExpressionField::Type::Text: return {node, Type::Text, place};
     case ExpressionField::Type::Any: return {node, Type::Any, place};
@@ -428,12 +421,12 @@ ExpressionParser::Part ExpressionParser::ParseParentheses(std::size_t place)
 ExpressionParser::Part ExpressionParser::ParsePresent(std::size_t place)
 {
     RequireSign("(");
-    const int field = TakeField();
+    const int field = IndexOf(TakeField());
     RequireSign(")");
     return {Add(Operation::Present, field), Type::Truth, place};
 }
 
-int ExpressionParser::TakeField()
+const ExpressionField& ExpressionParser::TakeField()
 {
     static constexpr std::string_view kWords[] = {"and", "or", "not", "present", "row"};
     const bool isWord = m_Token.kind == Token::Kind::Name &&
@@ -444,7 +437,7 @@ int ExpressionParser::TakeField()
                                     [&](const ExpressionField& each) { return each.name == m_Token.text; });
     if (found == m_Fields.end()) ThrowUnknownField(m_Token.place, m_Token.text);
     TakeToken();
-    return static_cast<int>(found - m_Fields.begin());
+    return *found;
 }
 
 int ExpressionParser::Add(Operation operation, int left, int right)

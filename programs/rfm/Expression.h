@@ -35,8 +35,7 @@ public:
     virtual ~ExpressionRow() = default;
     /// The row's number.
     virtual std::int64_t Number() const = 0;
-    /// The value of the field at that place of the list that the expression was parsed with. Its text has to live as long as
-    /// the question.
+    /// The value of a field. Its text has to live as long as the question.
     virtual Value ValueOf(int field) const = 0;
 };
 
@@ -50,9 +49,8 @@ struct ExpressionField
         Text,
         Any, // known only with the value: the items of a stream
     } type = Type::Number;
+    int index = -1; // what ExpressionRow::ValueOf is asked for; below 0 its place in the list
 };
-/// The type for an rfm_Type.
-ExpressionField::Type ExpressionTypeOf(int type);
 
 /// A question, parsed once and asked of many rows; asking allocates nothing.
 class Expression

@@ -28,11 +28,6 @@ std::optional<std::uint32_t> HandleFromWord(std::string_view word)
     return value;
 }
 
-bool IsOfTheLibrary(const Object& object)
-{
-    return object.kind == Kind::Strings || object.kind == Kind::Layouts || object.kind == Kind::Unused;
-}
-
 // Indexes of the fields that one word chooses.
 std::vector<int> MatchingFields(const std::vector<Field>& fields, std::string_view word)
 {
@@ -53,6 +48,23 @@ std::string ObjectName(const Object& object)
 {
     return object.kind == Kind::Table ? "table " + OneLine(object.layout)
                                       : fmt::format("{} {}", object.TypeWord(), object.handle.Value());
+}
+
+void RequireSound(const DatabaseFile& file, const Object& object)
+{
+    if (object.damage.empty()) return;
+    throw Failure(ExitUnreadable, fmt::format("{}: handle {}", OneLine(file.Path()), object.handle.Value()),
+                  object.damage, "`rfm check` tells what is damaged");
+}
+
+// Whether a word that is no handle names an object. The layout of a damaged one is unknown.
+bool HasName(const Object& object, std::string_view word)
+{
+    const bool isTable = object.kind == Kind::Table && object.damage.empty();
+    if (isTable && object.layout == word) return true;
+    if (!IsGlob(word)) return false;
+    return (isTable && MatchesGlob(word, object.layout)) ||
+           MatchesGlob(word, NumberText(std::int64_t{object.handle.Value()}));
 }
 
 // Finds what words choose in one database. All objects are described when the first name asks for it: a handle alone needs
@@ -83,7 +95,7 @@ const std::vector<Object>& Chooser::Objects()
     for (const rfm_Handle handle : m_File.Handles())
     {
         Object object = m_File.Describe(handle);
-        if (!IsOfTheLibrary(object)) m_Objects->push_back(std::move(object));
+        if (!object.IsOfTheLibrary()) m_Objects->push_back(std::move(object));
     }
     return *m_Objects;
 }
@@ -91,8 +103,7 @@ const std::vector<Object>& Chooser::Objects()
 std::vector<Selected> Chooser::All()
 {
     std::vector<Selected> all;
-    for (const Object& object : Objects())
-        if (object.damage.empty()) all.push_back({object, {}});
+    for (const Object& object : Objects()) all.push_back({object, {}});
     return all;
 }
 
@@ -103,9 +114,8 @@ Object Chooser::ByHandle(std::uint32_t value, std::string_view word)
         throw Failure(ExitMissing, OneLine(m_File.Path()), "no object has the handle " + OneLine(word),
                       "`rfm ls` lists the handles");
     Object object = m_File.Describe(rfm_Handle(value));
-    if (object.damage.empty()) return object;
-    throw Failure(ExitUnreadable, fmt::format("{}: handle {}", OneLine(m_File.Path()), value), object.damage,
-                  "`rfm check` tells what is damaged");
+    RequireSound(m_File, object);
+    return object;
 }
 
 // Empty when nothing has the name.
@@ -114,15 +124,7 @@ std::vector<Object> Chooser::Named(std::string_view word)
     if (const std::optional<std::uint32_t> value = HandleFromWord(word)) return {ByHandle(*value, word)};
     std::vector<Object> found;
     for (const Object& object : Objects())
-    {
-        if (!object.damage.empty()) continue;
-        const bool isTable = object.kind == Kind::Table;
-        const bool fits =
-            (isTable && object.layout == word) ||
-            (IsGlob(word) && ((isTable && MatchesGlob(word, object.layout)) ||
-                              MatchesGlob(word, NumberText(std::int64_t{object.handle.Value()}))));
-        if (fits) found.push_back(object);
-    }
+        if (HasName(object, word)) found.push_back(object);
     return found;
 }
 
@@ -165,7 +167,7 @@ void Chooser::ThrowNoObject(std::string_view word)
                       "`rfm ls` lists the objects");
     std::vector<std::string_view> layouts;
     for (const Object& object : Objects())
-        if (object.kind == Kind::Table && object.damage.empty()) layouts.push_back(object.layout);
+        if (object.kind == Kind::Table) layouts.push_back(object.layout);
     const std::string_view near = NearestName(word, layouts);
     throw Failure(ExitMissing, OneLine(m_File.Path()), "no table has the name " + OneLine(word),
                   near.empty() ? "`rfm ls` lists the tables"
@@ -195,16 +197,22 @@ std::string HandleList(const std::vector<Selected>& chosen)
 }
 } // namespace
 
+bool Names(std::string_view word, const Object& object)
+{
+    const std::optional<std::uint32_t> handle = HandleFromWord(word);
+    return handle ? object.handle.Value() == *handle : HasName(object, word);
+}
+
 std::vector<Field> FieldsOf(DatabaseFile& file, const Object& object)
 {
     std::vector<Field> fields;
-    if (object.kind == Kind::Table)
+    if (object.kind == Kind::Table && object.damage.empty())
     {
         const rfm_TableMetadata& layout = file.Database().GetTableMetadata(object.layout.c_str());
         for (const auto& [name, field] : layout.Fields()) fields.push_back({name.CString(), field.type});
     }
     // Without rows nothing bears out the number that an array's header gives.
-    if (object.kind == Kind::Array && object.rows.value_or(0) > 0)
+    if (object.kind == Kind::Array && object.damage.empty() && object.rows.value_or(0) > 0)
         for (int i = 0; i < object.columns; ++i)
             fields.push_back({NumberText(std::int64_t{i}), object.elementType});
     return fields;
@@ -223,7 +231,11 @@ std::vector<Selected> Select(DatabaseFile& file, const std::vector<std::string>&
 Selected SelectOne(DatabaseFile& file, const std::string& word)
 {
     std::vector<Selected> chosen = Chooser(file).Choose(word);
-    if (chosen.size() == 1) return std::move(chosen.front());
+    if (chosen.size() == 1)
+    {
+        RequireSound(file, chosen.front().object);
+        return std::move(chosen.front());
+    }
     throw Failure(ExitUsage, OneLine(file.Path()),
                   fmt::format("{} objects are meant by {}", chosen.size(), OneLine(word)),
                   fmt::format("did you mean one of the handles {}?", HandleList(chosen)));

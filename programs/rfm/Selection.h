@@ -38,14 +38,17 @@ struct Selected
 };
 
 /// What the words choose: in the order of the words, and of one word by handle. An object comes once; fields that several
-/// words choose of it come together, and a word for the whole object outdoes them. A name without a glob stands for all tables
-/// that have it. No words: all objects but the library's own.
-/// Throws: Failure with ExitMissing for a word that chooses nothing, with a guess at what was meant; with ExitUnreadable for a
-/// damaged object that was named by its handle. Damaged objects have no name but their handle.
+/// words choose of it come together, and a word for the whole object outdoes them. A name without a glob stands for all
+/// tables that have it. No words: all objects but the library's own.
+/// Damaged objects come too, when a glob fits their handle or there are no words: look at `object.damage`.
+/// Throws: Failure with ExitMissing for a word that chooses nothing, with a guess at what was meant; with ExitUnreadable for
+/// a damaged object that was named by its handle.
 std::vector<Selected> Select(DatabaseFile& file, const std::vector<std::string>& words);
 /// The one object that a word chooses.
-/// Throws: as `Select`; Failure with ExitUsage when there is more than one.
+/// Throws: as `Select`, and for each damaged one; Failure with ExitUsage when there is more than one.
 Selected SelectOne(DatabaseFile& file, const std::string& word);
+/// Whether a word without a field would choose this object: for objects that come later.
+bool Names(std::string_view word, const Object& object);
 /// The fields that a list such as "id,x,d*" chooses of an object, as indexes into its fields, in the order asked for.
 /// Throws: Failure with ExitMissing.
 std::vector<int> SelectFields(DatabaseFile& file, const Object& object, const std::string& list);

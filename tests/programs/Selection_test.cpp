@@ -136,13 +136,16 @@ TEST_F(Selection, AListOfFieldsKeepsItsOrder)
               "table NODES has no field ; did you mean x?");
 }
 
-TEST_F(Selection, ADamagedObjectIsChosenByNothingButItsHandleWhichTells)
+TEST_F(Selection, ADamagedObjectHasNoNameButItsHandle)
 {
     m_File.reset();
     Overwrite<int>(m_Path, ExtentOfEntry(m_Path, 5) + 8, 400); // the twin's layout
     m_File.emplace(m_Path);
     EXPECT_EQ(Chosen({"NODES"}), "4");
-    EXPECT_EQ(Chosen({"[56]"}), "6");
-    EXPECT_THROW(rfm_tool::Select(*m_File, {"5"}), Failure);
+    EXPECT_EQ(Chosen({"[56]"}), "5 6");
+    EXPECT_EQ(rfm_tool::Select(*m_File, {}).at(1).object.damage, "Can't find metadata with handle");
+    EXPECT_EQ(SelectRefusal("5", rfm_tool::ExitUnreadable).substr(0, 15), "handle 5: Can't");
+    EXPECT_THROW(rfm_tool::SelectOne(*m_File, "5*"), Failure);
 }
+
 } // namespace

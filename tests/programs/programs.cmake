@@ -6,6 +6,7 @@ if(TARGET rfm_tool)
     programs/Expression_test.cpp
     programs/Glob_test.cpp
     programs/Selection_test.cpp
+    programs/rfm_bad_input_test.cpp
     programs/rfm_check_test.cpp
     programs/rfm_check_compressed_test.cpp
     programs/rfm_compact_test.cpp
@@ -14,6 +15,7 @@ if(TARGET rfm_tool)
     programs/rfm_follow_test.cpp
     programs/rfm_hash_test.cpp
     programs/rfm_progress_test.cpp
+    programs/rfm_rows_test.cpp
     programs/rfm_tool_test.cpp
     ${PROJECT_SOURCE_DIR}/programs/rfm/DatabaseFile.cpp
     ${PROJECT_SOURCE_DIR}/programs/rfm/Expression.cpp

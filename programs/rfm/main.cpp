@@ -5,6 +5,7 @@
 #include "check.h"
 #include "compact.h"
 #include "convert.h"
+#include "diff.h"
 #include "dump.h"
 #include "follow.h"
 #include "hash.h"
@@ -37,6 +38,7 @@ Commands AllCommands()
     commands.push_back(MakeLs());
     commands.push_back(MakeDump());
     commands.push_back(MakeCheck());
+    commands.push_back(MakeDiff());
     commands.push_back(MakeFollow());
     commands.push_back(MakeConvert());
     commands.push_back(MakeCompact());

@@ -80,21 +80,6 @@ int ExtentsOf(const rfm_Database& database, rfm_Handle handle)
     return extents;
 }
 
-// A handle as a person writes it; nothing for any other word.
-std::optional<std::uint32_t> HandleFromWord(std::string_view word)
-{
-    int base = 10;
-    if (word.starts_with("0x") || word.starts_with("0X"))
-    {
-        base = 16;
-        word.remove_prefix(2);
-    }
-    std::uint32_t value = 0;
-    const std::from_chars_result end = std::from_chars(word.data(), word.data() + word.size(), value, base);
-    if (word.empty() || end.ec != std::errc() || end.ptr != word.data() + word.size()) return {};
-    return value;
-}
-
 rfm_Database OpenDatabase(const std::string& path, const rfm_File& file)
 {
     try
@@ -290,48 +275,6 @@ void DatabaseFile::DescribeTable(Object& object)
     for ([[maybe_unused]] const auto& [name, field] : table.TableMetadata().Fields()) ++object.columns;
     object.rowBytes = table.RowSize();
     object.rows = table.Length();
-}
-
-Object DatabaseFile::Find(const std::string& word)
-{
-    const std::optional<std::uint32_t> value = HandleFromWord(word);
-    return value ? FindByHandle(*value, word) : FindByLayout(word);
-}
-
-Object DatabaseFile::FindByHandle(std::uint32_t value, const std::string& word)
-{
-    const std::vector<rfm_Handle> handles = Handles();
-    if (!std::binary_search(handles.begin(), handles.end(), rfm_Handle(value)))
-        throw Failure(ExitMissing, OneLine(m_Path), "no object has the handle " + OneLine(word),
-                      "`rfm ls` lists the handles");
-    Object object = Describe(rfm_Handle(value));
-    if (object.damage.empty()) return object;
-    throw Failure(ExitUnreadable, fmt::format("{}: handle {}", OneLine(m_Path), value), object.damage,
-                  "`rfm check` tells what is damaged");
-}
-
-Object DatabaseFile::FindByLayout(const std::string& name)
-{
-    std::vector<Object> found;
-    std::vector<std::string> layouts;
-    for (const rfm_Handle handle : Handles())
-    {
-        Object object = Describe(handle);
-        if (object.kind != Kind::Table) continue;
-        layouts.push_back(object.layout);
-        if (object.layout == name) found.push_back(std::move(object));
-    }
-    if (found.empty())
-    {
-        const std::string_view near = NearestName(name, layouts);
-        throw Failure(ExitMissing, OneLine(m_Path), "no table has the layout " + OneLine(name),
-                      near.empty() ? "`rfm ls` lists the tables"
-                                   : fmt::format("did you mean {}?", OneLine(near)));
-    }
-    if (found.size() > 1)
-        Note(fmt::format("{} tables have the layout {}; this is the first, handle {}", found.size(),
-                         OneLine(name), found.front().handle.Value()));
-    return found.front();
 }
 
 Semaphore LookAtSemaphore(const std::string& path)

@@ -1,6 +1,7 @@
 #include "dump.h"
 
 #include "DatabaseFile.h"
+#include "Selection.h"
 #include "Text.h"
 #include "omi_Swapper.h"
 #include "rfm_StringPoolFormat.h"
@@ -316,7 +317,7 @@ void DumpCommand::TellTheRest(const Object& object) const
 int DumpCommand::Run(Output& output)
 {
     DatabaseFile file(m_File);
-    const Object object = file.Find(m_Object);
+    const Object object = SelectOne(file, m_Object).object;
     TellOfSemaphore(m_File, "a change may be shown half done");
     m_Output = &output;
     const bool isScreen = m_Style.Choose(output) == Style::Aligned && !m_All;

@@ -1,11 +1,11 @@
 #include "Comparison.h"
 
 #include "Failure.h"
+#include "Glob.h"
 #include "Text.h"
 #include "rfm_LinkageFormat.h"
 
 #include <fmt/format.h>
-#include <fnmatch.h>
 
 #include <algorithm>
 #include <cmath>
@@ -243,8 +243,7 @@ std::vector<std::string> Comparison::LayoutNames(DatabaseFile& file) const
 bool Comparison::IsIgnored(const std::string& field) const
 {
     return std::any_of(m_Options.ignore.begin(), m_Options.ignore.end(),
-                       [&](const std::string& each)
-                       { return ::fnmatch(each.c_str(), field.c_str(), 0) == 0; });
+                       [&](const std::string& each) { return MatchesGlob(each, field); });
 }
 
 // A slip in an option must not make two files look the same, or different.
@@ -255,7 +254,7 @@ void Comparison::RequireKnownField(const std::string& name, const std::string& o
         for (const cow_String& layout : file->Database().GetTableMetadataNames())
             for (const auto& [field, metadata] : file->Database().GetTableMetadata(layout).Fields())
             {
-                if (::fnmatch(name.c_str(), field.CString(), 0) == 0) return;
+                if (MatchesGlob(name, std::string(field.View()))) return;
                 fields.emplace_back(field.View());
             }
     const std::string_view near = NearestName(name, fields);

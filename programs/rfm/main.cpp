@@ -5,12 +5,14 @@
 #include "check.h"
 #include "compact.h"
 #include "convert.h"
+#include "copy.h"
 #include "diff.h"
 #include "dump.h"
 #include "follow.h"
 #include "hash.h"
 #include "info.h"
 #include "ls.h"
+#include "recover.h"
 #include "rfm_Library.h"
 #include "unlock.h"
 
@@ -42,6 +44,8 @@ Commands AllCommands()
     commands.push_back(MakeFollow());
     commands.push_back(MakeConvert());
     commands.push_back(MakeCompact());
+    commands.push_back(MakeCopy());
+    commands.push_back(MakeRecover());
     commands.push_back(MakeHash());
     commands.push_back(MakeUnlock());
     return commands;
@@ -92,7 +96,7 @@ std::string MainHelp(const Commands& commands)
 {
     std::string help =
         "rfm looks into databases of tables, arrays and streams, while their writer runs or after it\n"
-        "was killed. It changes no file; convert and compact write new ones, and unlock removes a\n"
+        "was killed. It changes no file; convert, compact, copy and recover write new ones, and unlock removes a\n"
         "semaphore, after asking.\n"
         "\n"
         "examples:\n"

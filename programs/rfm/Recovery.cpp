@@ -807,7 +807,8 @@ void Recovery::Space()
     {
         const std::int64_t count = std::min(kPieceBytes, length - place);
         Put(BytesAt(*m_Bytes, place, count));
-        for (std::int64_t i = 0; i < count && !m_Bytes->IsReadable(place, count); ++i)
+        const std::int64_t judged = m_Bytes->IsReadable(place, count) ? 0 : count;
+        for (std::int64_t i = 0; i < judged; ++i)
             if (!m_Bytes->IsReadable(place + i, 1)) AddToRun(place + i, "byte", "bytes", place + i);
     }
     LoseRun("byte", "bytes");

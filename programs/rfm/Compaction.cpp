@@ -21,8 +21,8 @@
 
 // Every space is copied as bytes into one extent. Two things change on the way: references to texts, since the new pool
 // of strings has only those that something refers to; and what fields without data hold, which becomes zero. Layouts
-// keep their places in their pool, and objects their handles, so whatever else refers to something stays right. Of a selection
-// only the layouts of its tables come along, so that their places change too.
+// keep their places in their pool, and objects their handles, so whatever else refers to something stays right. Of a
+// selection only the layouts of its tables come along, so that their places change too.
 
 namespace rfm_tool
 {

@@ -14,8 +14,9 @@
 
 // How handles stay. The library gives them in ascending order and can't be asked for a certain one. In the old file
 // those between two objects went to entries that went on with an object, since nothing else takes one. The new file has
-// none of these, because each object is whole before the next one begins. So their handles are used up by spaces without
-// content, which a last step hangs behind the unused handle 2, one after the other, where no list of objects shows them:
+// none of these, because each object is whole before the next one begins. So their handles are used up by spaces
+// without content, which a last step hangs behind the unused handle 2, one after the other, where no list of objects
+// shows them:
 //
 //   old file:   4 table --> 6 --> 7       5 array       8 stream
 //   new file:   4 table       5 array       8 stream       2 unused --> 6 --> 7

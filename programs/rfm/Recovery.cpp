@@ -56,8 +56,8 @@ std::string BytesAt(SpaceBytes& space, std::int64_t place, std::int64_t count)
     return bytes;
 }
 
-/// The texts of a pool that may be damaged. While all of it reads as records, one behind the other, only these are texts. When it
-/// does not, whatever a reference leads to is one if its length and the zeros behind it are right.
+/// The texts of a pool that may be damaged. While all of it reads as records, one behind the other, only these are
+/// texts. When it does not, whatever a reference leads to is one if its length and the zeros behind it are right.
 class SalvagedTexts
 {
 public:
@@ -134,16 +134,14 @@ struct SalvagedLayout
     }
 };
 
-/// The layouts of a pool that may be damaged. A record tells its length, and so do its fields, whose types are no lengths and
-/// whose names ascend.
+/// The layouts of a pool that may be damaged. A record tells its length, and so do its fields, whose types are no
+/// lengths and whose names ascend.
 class SalvagedLayouts
 {
 public:
-    SalvagedLayouts(FileImage& image, const SalvagedSpace& space, const SalvagedTexts& texts,
-                    LossList& losses)
+    SalvagedLayouts(FileImage& image, const SalvagedSpace& space, const SalvagedTexts& texts)
         : m_Space(image, space.extents),
           m_Texts(texts),
-          m_Losses(losses),
           m_Bytes(BytesAt(m_Space, 0, std::min<std::int64_t>(m_Space.Length(), INT_MAX)))
     {
         for (std::int64_t place = rfm_MetadataFirstRecord; place + rfm_MetadataHeadBytes <= End();)
@@ -159,6 +157,8 @@ public:
         }
     }
     std::map<std::int64_t, SalvagedLayout>& All() noexcept { return m_Layouts; }
+    /// What was met on the way.
+    const LossList& Losses() const noexcept { return m_Losses; }
     const SalvagedLayout* Find(std::int64_t place) const
     {
         const auto found = m_Layouts.find(place);
@@ -213,7 +213,7 @@ private:
 
     SpaceBytes m_Space;
     const SalvagedTexts& m_Texts;
-    LossList& m_Losses;
+    LossList m_Losses;
     std::string m_Bytes;
     std::map<std::int64_t, SalvagedLayout> m_Layouts; // by place
     std::set<std::string> m_Names;
@@ -251,8 +251,8 @@ void SalvagedLayouts::Take(std::int64_t place, std::int64_t length)
 }
 
 // A field without a name gets one that keeps the order, as the order says where a field lies: that of the field before
-// it, and a little more. So does the one that breaks the order: of two in the wrong order it is the first when the second fits behind
-// the one before.
+// it, and a little more. So does the one that breaks the order: of two in the wrong order it is the first when the
+// second fits behind the one before.
 void SalvagedLayouts::NameFields(std::int64_t place, SalvagedLayout& layout)
 {
     std::vector<std::optional<std::string_view>> names;
@@ -404,7 +404,11 @@ void Recovery::FindPools(const std::vector<SalvagedSpace>& spaces)
         m_Losses.Add({handle, piece.entryOffset, "what followed an entry of the linkage table",
                       fmt::format("the piece of handle {} goes on with it", piece.handle), false});
     };
+    const auto lost = [&](const SalvagedSpace& pool, const char* what) {
+        m_Losses.Add({pool.handle, pool.entryOffset, what, "the bytes can't be found"});
+    };
     const SalvagedSpace strings = space(rfm_StringPoolHandle);
+    bool isCut = strings.isCut;
     m_Texts.emplace(m_Image, strings);
     for (const SalvagedSpace& piece : spaces)
     {
@@ -415,26 +419,31 @@ void Recovery::FindPools(const std::vector<SalvagedSpace>& spaces)
         if (!longer.IsClean()) continue;
         mended(rfm_StringPoolHandle, piece);
         m_Texts.emplace(m_Image, with(strings, piece));
+        isCut = false;
         break;
     }
+    if (isCut) lost(strings, "texts at the end of the pool");
     if (m_Texts->DamagedAt() >= 0)
         m_Losses.Add(
             {rfm_StringPoolHandle, m_Texts->FileOffset(m_Texts->DamagedAt()), "a text",
              "its length is none; the one before it may have been longer or shorter than it is now"});
     const SalvagedSpace layouts = space(rfm_MetadataPoolHandle);
-    m_Layouts.emplace(m_Image, layouts, *m_Texts, m_Losses);
+    isCut = layouts.isCut;
+    m_Layouts.emplace(m_Image, layouts, *m_Texts);
     for (const SalvagedSpace& piece : spaces)
     {
         if (!layouts.isCut || !piece.isLoose || piece.handle <= rfm_MetadataPoolHandle ||
             piece.extents.empty())
             continue;
-        LossList tried;
-        SalvagedLayouts longer(m_Image, with(layouts, piece), *m_Texts, tried);
-        if (longer.All().size() <= m_Layouts->All().size() || tried.LostCount() > 0) continue;
+        SalvagedLayouts longer(m_Image, with(layouts, piece), *m_Texts);
+        if (longer.All().size() <= m_Layouts->All().size() || longer.Losses().LostCount() > 0) continue;
         mended(rfm_MetadataPoolHandle, piece);
-        m_Layouts.emplace(m_Image, with(layouts, piece), *m_Texts, m_Losses);
+        m_Layouts.emplace(m_Image, with(layouts, piece), *m_Texts);
+        isCut = false;
         break;
     }
+    if (isCut) lost(layouts, "layouts at the end of the pool");
+    for (const Loss& loss : m_Layouts->Losses().Kept()) m_Losses.Add(loss);
 }
 
 std::int64_t Recovery::NewReference(std::string_view text)

@@ -96,7 +96,8 @@ std::int64_t Salvage::NextBlock(std::int64_t block, const rfm_LinkageEntry& link
     return found;
 }
 
-// When its number says that there is one, a block may have many damaged entries; when it does not, it must look like one.
+// When its number says that there is one, a block may have many damaged entries; when it does not, it must look like
+// one.
 bool Salvage::IsBlock(std::int64_t offset, const rfm_LinkageEntry& link, std::uint32_t number)
 {
     if (!IsPlaceForABlock(offset)) return false;
@@ -165,8 +166,8 @@ void Salvage::DecodeBlock(std::int64_t offset)
         DecodeEntry(block << rfm_SlotBits | slot, bytes.data() + slot * rfm_LinkageEntryBytes);
 }
 
-// Readers take what is behind a free entry for free too. But none is ever given up, so an entry that looks free among others
-// is one that was damaged.
+// Readers take what is behind a free entry for free too. But none is ever given up, so an entry that looks free among
+// others is one that was damaged.
 void Salvage::DecodeEntry(std::uint32_t handle, const char* bytes)
 {
     Entry& entry = m_Entries[handle];
@@ -234,8 +235,8 @@ std::int64_t Salvage::NextStart(std::int64_t offset) const
     return next;
 }
 
-// Everything else hangs on the pools, so they are searched for when their entry leads elsewhere. A pool whose mark is damaged is
-// nowhere else.
+// Everything else hangs on the pools, so they are searched for when their entry leads elsewhere. A pool whose mark is
+// damaged is nowhere else.
 void Salvage::MendPool(std::uint32_t handle, std::uint32_t mark)
 {
     Entry& entry = m_Entries[handle];
@@ -258,8 +259,8 @@ void Salvage::MendPool(std::uint32_t handle, std::uint32_t mark)
         {handle, PlaceOfEntry(handle), "place of a pool", fmt::format("it was found at {}", found), false});
 }
 
-// What is in use is at most what is reserved. When it is not, one of the two is wrong: the length is right when there is
-// room for it up to the next extent.
+// What is in use is at most what is reserved. When it is not, one of the two is wrong: the length is right when there
+// is room for it up to the next extent.
 void Salvage::ClipLengths()
 {
     std::vector<std::int64_t> starts(m_Blocks.begin(), m_Blocks.end());
@@ -361,8 +362,9 @@ void Salvage::JudgeLinks()
     const auto cut = [&](std::uint32_t handle, const std::string& why)
     {
         Entry& entry = m_Entries[handle];
-        m_Losses.Add({handle, PlaceOfEntry(handle), "what followed an entry of the linkage table",
-                      fmt::format("it would be entry {}, {}", entry.stored.next, why)});
+        if (handle > rfm_MetadataPoolHandle) // what follows in a pool is searched for
+            m_Losses.Add({handle, PlaceOfEntry(handle), "what followed an entry of the linkage table",
+                          fmt::format("it would be entry {}, {}", entry.stored.next, why)});
         entry.isCut = true;
         entry.stored.next = 0;
     };
@@ -382,8 +384,8 @@ void Salvage::JudgeLinks()
     }
 }
 
-// Links lead to later entries only, so a chain ends. Behind an extent whose place is not known nothing can be put in its
-// right place, and of holes no more is taken than the file is large.
+// Links lead to later entries only, so a chain ends. Behind an extent whose place is not known nothing can be put in
+// its right place, and of holes no more is taken than the file is large.
 SalvagedSpace Salvage::Collect(std::uint32_t head)
 {
     SalvagedSpace space{head, {}, PlaceOfEntry(head), false, !m_Entries[head].hasMark};

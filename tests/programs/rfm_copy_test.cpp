@@ -87,7 +87,8 @@ TEST_F(RfmCopy, FromEachKindToEachKind)
         {
             const std::string from = m_Folder / "from";
             ASSERT_EQ(Tool::Run({"convert", m_In, from, "--to", first, "-f"}).code, 0);
-            EXPECT_EQ(Tool::Run({"copy", from, m_Out, "[4-9]", "--to", second, "-f"}).code, 0) << first << second;
+            EXPECT_EQ(Tool::Run({"copy", from, m_Out, "[4-9]", "--to", second, "-f"}).code, 0)
+                << first << second;
             EXPECT_THAT(Tool::Run({"info", m_Out}).out, HasSubstr("\nkind\t" + second + " database"));
             EXPECT_EQ(Tool::Run({"hash", m_Out}).out, Tool::Run({"hash", m_In}).out) << first << second;
         }
@@ -97,9 +98,10 @@ TEST_F(RfmCopy, JsonNamesTheHandles)
 {
     std::string hash = Tool::Run({"hash", m_In}).out;
     hash.pop_back();
-    EXPECT_EQ(Copy({"*", "--json"}).out, "{\"rfm\":1,\"command\":\"copy\",\"file\":\"" + m_In + "\",\"out\":\"" + m_Out +
-                                             "\",\"to\":\"plain\",\"objects\":[4,5,6,7,8,9],\"bytesAfter\":15872,\"hash\":\"" +
-                                             hash + "\"}\n");
+    EXPECT_EQ(Copy({"*", "--json"}).out,
+              "{\"rfm\":1,\"command\":\"copy\",\"file\":\"" + m_In + "\",\"out\":\"" + m_Out +
+                  "\",\"to\":\"plain\",\"objects\":[4,5,6,7,8,9],\"bytesAfter\":15872,\"hash\":\"" + hash +
+                  "\"}\n");
 }
 
 TEST_F(RfmCopy, WhatCantBeCopiedIsRefusedAndNothingIsLeft)
@@ -109,8 +111,10 @@ TEST_F(RfmCopy, WhatCantBeCopiedIsRefusedAndNothingIsLeft)
     EXPECT_EQ(Copy({}).code, 2);
     const ToolResult field = Copy({"NODES.x"});
     EXPECT_EQ(field.code, 2);
-    EXPECT_THAT(field.err, HasSubstr("handle 4: single fields can't be copied; give the table or array alone\n"));
-    EXPECT_THAT(Copy({"1"}).err, HasSubstr("handle 1: is the library's own; texts and layouts come with what needs them\n"));
+    EXPECT_THAT(field.err,
+                HasSubstr("handle 4: single fields can't be copied; give the table or array alone\n"));
+    EXPECT_THAT(Copy({"1"}).err,
+                HasSubstr("handle 1: is the library's own; texts and layouts come with what needs them\n"));
     EXPECT_EQ(Copy({"4", "--to", "zip"}).code, 2);
     EXPECT_EQ(Tool::Run({"copy", m_In, m_In, "4", "-f"}).code, 2);
     EXPECT_THAT(Names(), ElementsAre("in.rdx"));

@@ -58,7 +58,8 @@ void Write(const std::string& path, const Content& content)
         table.Flush();
         for (int i = 0; i < content.fillers; ++i) database.Space(-1);
         auto pairs = database.ArrayDouble(2, -1, 0);
-        if (!content.pairs.empty()) pairs.Write(content.pairs.data(), static_cast<int>(content.pairs.size() / 2));
+        if (!content.pairs.empty())
+            pairs.Write(content.pairs.data(), static_cast<int>(content.pairs.size() / 2));
         pairs.Flush();
         auto words = database.ArrayString(1, -1, 0);
         for (const std::string& word : content.words)
@@ -155,8 +156,13 @@ TEST_F(RfmDiff, ValuesAreToldWithTheirPlaceAndTheWorstOfAll)
 
 TEST_F(RfmDiff, AFieldWithDataDiffersFromOneWithoutAndFromAnEmptyText)
 {
-    EXPECT_THAT(Diff([](Content& content) { content.hasName = {true, true, false}; }).out,
-                StartsWith("value\t4\trow 1, name\tno data\t\"bolt\"\nvalue\t4\trow 2, name\t\"bolt\"\tno data\n"));
+    EXPECT_THAT(
+        Diff(
+            [](Content& content) {
+                content.hasName = {true, true, false};
+            })
+            .out,
+        StartsWith("value\t4\trow 1, name\tno data\t\"bolt\"\nvalue\t4\trow 2, name\t\"bolt\"\tno data\n"));
     EXPECT_THAT(Diff([](Content& content) { content.name = ""; }).out,
                 StartsWith("value\t4\trow 0, name\t\"bolt\"\t\"\"\n"));
 }
@@ -228,7 +234,8 @@ TEST_F(RfmDiff, RowsWithOneKeyGoTogetherInTheirOrder)
     content.x = {3, 1, 5};
     Write(m_B, content);
     const ToolResult result = Again({"--key", "id,name"});
-    EXPECT_THAT(result.out, StartsWith("value\t4\tkey 1,bolt, x\t2\t5\nobject\t4\ttable STEPS\t1 difference, "));
+    EXPECT_THAT(result.out,
+                StartsWith("value\t4\tkey 1,bolt, x\t2\t5\nobject\t4\ttable STEPS\t1 difference, "));
 }
 
 TEST_F(RfmDiff, WhatTheLongerOneHasBehindTheOtherIsOneDifference)
@@ -267,9 +274,10 @@ TEST_F(RfmDiff, ObjectsOfOneSideComeFirst)
 {
     const ToolResult result = Diff([](Content& content) { content.fillers = 1; }, {"--pair", "handle"});
     EXPECT_EQ(result.code, 1);
-    EXPECT_THAT(result.out, StartsWith("only in A\t5\tdouble array of 2, 2 rows\nonly in A\t6\tstring array, 2 rows\n"
-                                       "only in A\t7\tstream, 32 bytes\n"
-                                       "only in A\t8\tspace, 11 bytes\nonly in B\t5\tspace, 0 bytes\n"));
+    EXPECT_THAT(result.out,
+                StartsWith("only in A\t5\tdouble array of 2, 2 rows\nonly in A\t6\tstring array, 2 rows\n"
+                           "only in A\t7\tstream, 32 bytes\n"
+                           "only in A\t8\tspace, 11 bytes\nonly in B\t5\tspace, 0 bytes\n"));
 }
 
 // Handles that lead to a pair are the same wherever the pair lies.
@@ -285,7 +293,8 @@ TEST_F(RfmDiff, ObjectsWhoseHandlesHaveShiftedArePairedByOrder)
     EXPECT_THAT(result.out, HasSubstr("object\t4\ttable STEPS\tequal\n"));
     EXPECT_THAT(result.out, HasSubstr("value\t5|7\trow 0, 0\t1\t2\n"));
     EXPECT_THAT(result.out, HasSubstr("only in B"));
-    EXPECT_THAT(Diff([](Content& content) { content.link = 6; }).out, StartsWith("value\t4\trow 0, link\t5\t6\n"));
+    EXPECT_THAT(Diff([](Content& content) { content.link = 6; }).out,
+                StartsWith("value\t4\trow 0, link\t5\t6\n"));
 }
 
 TEST_F(RfmDiff, JsonHasItsVersionAndAllParts)
@@ -299,20 +308,26 @@ TEST_F(RfmDiff, JsonHasItsVersionAndAllParts)
         {"--json"});
     const std::string worst = "{\"place\":\"row 1, x\",\"a\":1.5,\"b\":2,\"distance\":0.5}";
     EXPECT_EQ(result.code, 1);
-    EXPECT_EQ(result.out,
-              "{\"rfm\":1,\"command\":\"diff\",\"a\":\"" + m_A + "\",\"b\":\"" + m_B +
-                  "\",\n\"onlyInA\":[],\n\"onlyInB\":[],\n\"layouts\":[\n{\"layout\":\"STEPS\",\"what\":\"field extra only in "
-                  "B\"}],\n\"objects\":[\n"
-                  "{\"handleA\":4,\"handleB\":4,\"type\":\"table\",\"layout\":\"STEPS\",\"rows\":3,\"values\":[\n"
-                  "{\"place\":\"row 1, x\",\"a\":1.5,\"b\":2}],\"count\":1,\"worst\":" +
-                  worst +
-                  "},\n"
-                  "{\"handleA\":5,\"handleB\":5,\"type\":\"double array\",\"rows\":2,\"values\":[],\"count\":0,\"worst\":null},\n"
-                  "{\"handleA\":6,\"handleB\":6,\"type\":\"string array\",\"rows\":2,\"values\":[],\"count\":0,\"worst\":null},\n"
-                  "{\"handleA\":7,\"handleB\":7,\"type\":\"stream\",\"bytes\":32,\"values\":[],\"count\":0,\"worst\":null},\n"
-                  "{\"handleA\":8,\"handleB\":8,\"type\":\"space\",\"bytes\":11,\"values\":[],\"count\":0,\"worst\":null}],"
-                  "\"same\":false,\"count\":1,\"worst\":" +
-                  worst + "}\n");
+    EXPECT_EQ(
+        result.out,
+        "{\"rfm\":1,\"command\":\"diff\",\"a\":\"" + m_A + "\",\"b\":\"" + m_B +
+            "\",\n\"onlyInA\":[],\n\"onlyInB\":[],\n\"layouts\":[\n{\"layout\":\"STEPS\",\"what\":\"field "
+            "extra only in "
+            "B\"}],\n\"objects\":[\n"
+            "{\"handleA\":4,\"handleB\":4,\"type\":\"table\",\"layout\":\"STEPS\",\"rows\":3,\"values\":[\n"
+            "{\"place\":\"row 1, x\",\"a\":1.5,\"b\":2}],\"count\":1,\"worst\":" +
+            worst +
+            "},\n"
+            "{\"handleA\":5,\"handleB\":5,\"type\":\"double "
+            "array\",\"rows\":2,\"values\":[],\"count\":0,\"worst\":null},\n"
+            "{\"handleA\":6,\"handleB\":6,\"type\":\"string "
+            "array\",\"rows\":2,\"values\":[],\"count\":0,\"worst\":null},\n"
+            "{\"handleA\":7,\"handleB\":7,\"type\":\"stream\",\"bytes\":32,\"values\":[],\"count\":0,"
+            "\"worst\":null},\n"
+            "{\"handleA\":8,\"handleB\":8,\"type\":\"space\",\"bytes\":11,\"values\":[],\"count\":0,"
+            "\"worst\":null}],"
+            "\"same\":false,\"count\":1,\"worst\":" +
+            worst + "}\n");
 }
 
 TEST_F(RfmDiff, ATerminalGetsAScreenAndNTellsHowMany)
@@ -327,7 +342,8 @@ TEST_F(RfmDiff, ATerminalGetsAScreenAndNTellsHowMany)
     EXPECT_LE(std::count(screen.out.begin(), screen.out.end(), '\n'), 24);
     EXPECT_THAT(screen.out, HasSubstr("and 180 values more; --all tells them"));
     const std::string two = Again({"-n", "2"}).out;
-    EXPECT_THAT(two, StartsWith("object\t4\ttable STEPS\tequal\nvalue\t5\trow 0, 0\t0\t1\nvalue\t5\trow 0, 1\t0\t1\nobject\t5\t"));
+    EXPECT_THAT(two, StartsWith("object\t4\ttable STEPS\tequal\nvalue\t5\trow 0, 0\t0\t1\nvalue\t5\trow 0, "
+                                "1\t0\t1\nobject\t5\t"));
     EXPECT_THAT(two, HasSubstr("\nand 198 values more; --all tells them\n"));
 }
 

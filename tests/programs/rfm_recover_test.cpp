@@ -83,10 +83,12 @@ TEST_F(RfmRecover, ABrokenEntryCostsItsObjectAndCheckNamesTheWay)
                 EndsWith("11 texts; `rfm recover " + m_In + " OUT` saves what can still be read\n"));
     const ToolResult result = Recover();
     EXPECT_EQ(result.code, 1);
-    EXPECT_THAT(result.out, StartsWith("lost: handle 6, offset 1192: what was at an entry of the linkage table: the numbers "
-                                       "of its place are none\n"
-                                       "lost: handle 6, offset 1192: the object: none of its bytes can be found\n" +
-                                       m_Out + ": plain, 5 objects; 2 lost, 0 mended; rfm-hash-1:"));
+    EXPECT_THAT(
+        result.out,
+        StartsWith("lost: handle 6, offset 1192: what was at an entry of the linkage table: the numbers "
+                   "of its place are none\n"
+                   "lost: handle 6, offset 1192: the object: none of its bytes can be found\n" +
+                   m_Out + ": plain, 5 objects; 2 lost, 0 mended; rfm-hash-1:"));
     EXPECT_EQ(Tool::Run({"diff", m_Out, m_In}).code, 4) << "IN does not open";
     EXPECT_EQ(Tool::Run({"dump", m_Out, "8"}).out,
               "row\ttype\tid\tvalue\n0\tint\t1\t-7\n1\tfloat\t2\t2.5\n2\tdouble\t3\t0.3333333333333333\n"
@@ -110,11 +112,12 @@ TEST_F(RfmRecover, JsonHasEachLossAsAnObject)
     const std::int64_t place = ExtentOfEntry(m_In, 7) + 16;
     const ToolResult result = Recover({"--json"});
     EXPECT_EQ(result.code, 1);
-    EXPECT_EQ(result.out, "{\"rfm\":1,\"command\":\"recover\",\"file\":\"" + m_In + "\",\"out\":\"" + m_Out +
-                              "\",\"to\":\"plain\",\"objects\":6,\"lost\":1,\"mended\":0,\"hash\":\"" + Hash(m_Out) +
-                              "\",\"losses\":[\n{\"lost\":true,\"handle\":7,\"offset\":" + std::to_string(place) +
-                              ",\"what\":\"row 0, element 0\",\"why\":\"a reference to 6, where no text can be "
-                              "read\"}]}\n");
+    EXPECT_EQ(result.out,
+              "{\"rfm\":1,\"command\":\"recover\",\"file\":\"" + m_In + "\",\"out\":\"" + m_Out +
+                  "\",\"to\":\"plain\",\"objects\":6,\"lost\":1,\"mended\":0,\"hash\":\"" + Hash(m_Out) +
+                  "\",\"losses\":[\n{\"lost\":true,\"handle\":7,\"offset\":" + std::to_string(place) +
+                  ",\"what\":\"row 0, element 0\",\"why\":\"a reference to 6, where no text can be "
+                  "read\"}]}\n");
     EXPECT_EQ(Tool::Run({"dump", m_Out, "7"}).out, "row\t0\n0\t\n1\ttwo, \"three\"\n");
 }
 
@@ -139,9 +142,11 @@ TEST_F(RfmRecover, OfACompressedFileOnlyTheHurtSegmentIsLost)
     Overwrite<std::uint32_t>(compressed, stream + 100, ~NumberAt<std::uint32_t>(compressed, stream + 100));
     const ToolResult result = Tool::Run({"recover", compressed, m_Out, "--to", "plain"});
     EXPECT_EQ(result.code, 1);
-    EXPECT_THAT(result.out, StartsWith("lost: file, offset 65536: bytes up to 131072: segment 1 of the compressed file can't "
-                                       "be read\n"
-                                       "lost: handle 4, offset 65536: elements "));
+    EXPECT_THAT(
+        result.out,
+        StartsWith("lost: file, offset 65536: bytes up to 131072: segment 1 of the compressed file can't "
+                   "be read\n"
+                   "lost: handle 4, offset 65536: elements "));
     const ToolResult diff = Tool::Run({"diff", m_In, m_Out});
     EXPECT_THAT(diff.out, HasSubstr("object\t4\tdouble array\t8192 differences, worst inf at row "));
 }
@@ -151,8 +156,9 @@ TEST_F(RfmRecover, WhatIsNoDatabaseIsRefused)
     WriteFile(m_In, std::string(100000, 'x'));
     const ToolResult result = Recover();
     EXPECT_EQ(result.code, 4);
-    EXPECT_EQ(result.err, "rfm: " + m_In +
-                              ": not a database: nothing in it leads to texts or layouts; restore it from a copy\n");
+    EXPECT_EQ(result.err,
+              "rfm: " + m_In +
+                  ": not a database: nothing in it leads to texts or layouts; restore it from a copy\n");
     EXPECT_EQ(Tool::Run({"recover", m_Folder / "none", m_Out}).code, 3);
     EXPECT_EQ(Tool::Run({"recover", m_Folder / "", m_Out}).code, 4);
     EXPECT_EQ(Tool::Run({"recover", m_In}).code, 2);

@@ -30,6 +30,9 @@ constexpr int kItemHeadBytes = 8;
 constexpr int kTableLayoutOffset = rfm_TableFirstRowOffset - 4;
 constexpr std::int64_t kTriedRows = 1000; // of a table whose layout is guessed
 constexpr std::int64_t kPieceBytes = SpaceBytes::kWindowBytes;
+// How much guessing a file can ask for, so that none makes it take for ever.
+constexpr std::int64_t kMostTrials = 1000000;   // of a table with a layout
+constexpr std::int64_t kTriedTimesTheFile = 16; // bytes of pools with pieces behind them
 
 /// A value in a buffer of stored bytes.
 template <class T> T Load(const std::string& bytes, std::int64_t place)
@@ -343,6 +346,7 @@ private:
     bool m_IsCut = false;
     std::optional<SpaceBytes> m_Bytes;
     std::optional<SpaceWriter> m_Writer;
+    std::int64_t m_TrialsLeft = kMostTrials;
     // Rows in sequence that can't be read, told as one.
     std::int64_t m_RunFirst = 0;
     std::int64_t m_RunCount = 0;
@@ -404,6 +408,15 @@ void Recovery::FindPools(const std::vector<SalvagedSpace>& spaces)
         m_Losses.Add({handle, piece.entryOffset, "what followed an entry of the linkage table",
                       fmt::format("the piece of handle {} goes on with it", piece.handle), false});
     };
+    std::int64_t bytesLeft = kTriedTimesTheFile * m_Image.Size();
+    const auto isWorthATry = [&](const SalvagedSpace& pool, const SalvagedSpace& piece)
+    {
+        if (!pool.isCut || !piece.isLoose || piece.handle <= rfm_MetadataPoolHandle || piece.extents.empty())
+            return false;
+        for (const SalvagedSpace* each : {&pool, &piece})
+            for (const Extent& extent : each->extents) bytesLeft -= extent.length;
+        return bytesLeft >= 0;
+    };
     const auto lost = [&](const SalvagedSpace& pool, const char* what) {
         m_Losses.Add({pool.handle, pool.entryOffset, what, "the bytes can't be found"});
     };
@@ -412,9 +425,7 @@ void Recovery::FindPools(const std::vector<SalvagedSpace>& spaces)
     m_Texts.emplace(m_Image, strings);
     for (const SalvagedSpace& piece : spaces)
     {
-        if (!strings.isCut || !piece.isLoose || piece.handle <= rfm_MetadataPoolHandle ||
-            piece.extents.empty())
-            continue;
+        if (!isWorthATry(strings, piece)) continue;
         const SalvagedTexts longer(m_Image, with(strings, piece));
         if (!longer.IsClean()) continue;
         mended(rfm_StringPoolHandle, piece);
@@ -432,9 +443,7 @@ void Recovery::FindPools(const std::vector<SalvagedSpace>& spaces)
     m_Layouts.emplace(m_Image, layouts, *m_Texts);
     for (const SalvagedSpace& piece : spaces)
     {
-        if (!layouts.isCut || !piece.isLoose || piece.handle <= rfm_MetadataPoolHandle ||
-            piece.extents.empty())
-            continue;
+        if (!isWorthATry(layouts, piece)) continue;
         SalvagedLayouts longer(m_Image, with(layouts, piece), *m_Texts);
         if (longer.All().size() <= m_Layouts->All().size() || longer.Losses().LostCount() > 0) continue;
         mended(rfm_MetadataPoolHandle, piece);
@@ -560,12 +569,14 @@ const SalvagedLayout* Recovery::LayoutOfTable()
     const SalvagedLayout* fitting = nullptr;
     int count = 0;
     for (const auto& [each, layout] : m_Layouts->All())
-        if (Fits(layout))
-        {
-            fitting = &layout;
-            ++count;
-        }
-    if (count == 1)
+    {
+        if (m_TrialsLeft == 0) break;
+        --m_TrialsLeft;
+        if (!Fits(layout)) continue;
+        fitting = &layout;
+        ++count;
+    }
+    if (count == 1 && m_TrialsLeft > 0)
     {
         m_Losses.Add(
             {m_Handle, m_Bytes->FileOffset(kTableLayoutOffset), "layout of the table",

@@ -389,16 +389,17 @@ void Salvage::JudgeLinks()
 SalvagedSpace Salvage::Collect(std::uint32_t head)
 {
     SalvagedSpace space{head, {}, PlaceOfEntry(head), false, !m_Entries[head].hasMark};
-    std::int64_t holes = 0;
     for (std::uint32_t handle = head; handle != 0; handle = m_Entries[handle].stored.next)
     {
         const Entry& entry = m_Entries[handle];
         const rfm_LinkageEntry& stored = entry.stored;
         const std::int64_t there =
             stored.HasExtent() ? m_Image.TrimmedCount(stored.offset, stored.length) : 0;
-        if (stored.HasExtent()) holes += stored.length - there;
-        space.isCut = space.isCut || entry.isBroken || entry.isCut || holes > m_Image.Size();
-        if (entry.isBroken || holes > m_Image.Size()) break;
+        const std::int64_t hole = stored.HasExtent() ? stored.length - there : 0;
+        const bool isEnd = entry.isBroken || (hole > m_HolesLeft && stored.next != 0);
+        space.isCut = space.isCut || isEnd || entry.isCut;
+        if (isEnd) break;
+        if (stored.next != 0) m_HolesLeft -= hole;
         if (stored.HasExtent()) space.extents.push_back({stored.offset, stored.length});
     }
     while (!space.extents.empty())

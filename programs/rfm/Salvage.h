@@ -68,7 +68,9 @@ class Salvage
 {
 public:
     /// `image` fills its holes.
-    Salvage(FileImage& image, LossList& losses) : m_Image(image), m_Losses(losses) {}
+    Salvage(FileImage& image, LossList& losses) : m_Image(image), m_Losses(losses), m_HolesLeft(image.Size())
+    {
+    }
     /// All spaces by ascending handle, the pools 1 and 3 among them if there is anything of them.
     std::vector<SalvagedSpace> Run();
 
@@ -116,5 +118,6 @@ private:
     std::vector<std::int64_t> m_Blocks;
     std::set<std::int64_t> m_BlockPlaces;
     std::vector<Entry> m_Entries;
+    std::int64_t m_HolesLeft; // bytes that are taken though they can't be read
 };
 } // namespace rfm_tool

@@ -191,7 +191,7 @@ private:
         return end - place;
     }
     // 0 when no layout begins there.
-    std::int64_t LengthOf(std::int64_t place) const
+    std::int64_t LengthOf(std::int64_t place)
     {
         const std::int64_t stored = Load<std::int32_t>(m_Bytes, place);
         const bool canBe = rfm_IsMetadataLength(static_cast<int>(stored)) && stored <= End() - place;

@@ -8,12 +8,13 @@
 #include <string>
 #include <vector>
 
-// What is where in a database that may be damaged, as far as it can be found out. Where `check` gives up and tells, this
-// goes on and weighs what speaks for what:
+// What is where in a database that may be damaged, as far as it can be found out. Where `check` gives up and tells,
+// this goes on and weighs what speaks for what:
 //
-//   an extent that claims bytes of another    in a sound file extents lie side by side: the one that begins where another ends,
-//                                             and ends where another begins, is right
-//   a link between entries                    leads to a later entry, never to the head of an object, and no two lead to one
+//   an extent that claims bytes of another    in a sound file extents lie side by side: the one that begins where
+//                                             another ends, and ends where another begins, is right
+//   a link between entries                    leads to a later entry, never to the head of an object, and no two lead
+//                                             to one
 //   a pool whose place is lost                the bytes that start with its mark
 //   a block of the linkage table that is      bytes that read as one, whose number is that of the missing block
 //   out of reach

@@ -1,5 +1,5 @@
-// What `rfm recover` does with damage: every number of a sample set to each edge value, files cut off at many places, bytes
-// at random. Nothing may break; what is not damaged is in the new database; and what is missing there was told.
+// What `rfm recover` does with damage: every number of a sample set to each edge value, files cut off at many places,
+// bytes at random. Nothing may break; what is not damaged is in the new database; and what is missing there was told.
 #include "Comparison.h"
 #include "DamageList.h"
 #include "FileWalk.h"

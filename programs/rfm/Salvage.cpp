@@ -14,6 +14,7 @@ namespace
 {
 constexpr bool kStoredAsIs = omi_Swapper(omi_Swapper::Stored);
 constexpr std::int64_t kSearchedBytes = 1048576;
+constexpr int kCertain = 6; // fits better than any extent
 
 bool IsMark(std::uint32_t word)
 {
@@ -285,13 +286,15 @@ void Salvage::ClipLengths()
     }
 }
 
-// Of two that claim the same bytes in use the one with more neighbours is right.
+// Of two that claim the same bytes in use the one with more neighbours is right; of those with as many the one at a
+// multiple of 4, where extents lie as a rule.
 void Salvage::SettleOverlaps()
 {
     std::multiset<std::int64_t> starts{m_Image.Size()};
     std::multiset<std::int64_t> ends;
-    std::vector<Piece> pieces{{0, rfm_HeaderBytes, 0, 3}};
-    for (const std::int64_t block : m_Blocks) pieces.push_back({block, block + rfm_LinkageBlockBytes, 0, 3});
+    std::vector<Piece> pieces{{0, rfm_HeaderBytes, 0, kCertain}};
+    for (const std::int64_t block : m_Blocks)
+        pieces.push_back({block, block + rfm_LinkageBlockBytes, 0, kCertain});
     for (const Piece& piece : pieces)
     {
         starts.insert(piece.start);
@@ -308,8 +311,9 @@ void Salvage::SettleOverlaps()
         const Entry& entry = m_Entries[handle];
         const rfm_LinkageEntry& stored = entry.stored;
         if (!entry.isUsed || entry.isBroken || !stored.HasExtent() || stored.length == 0) continue;
-        const int fits = static_cast<int>(ends.contains(stored.offset)) +
-                         static_cast<int>(starts.contains(stored.offset + stored.allocation));
+        const int neighbours = static_cast<int>(ends.contains(stored.offset)) +
+                               static_cast<int>(starts.contains(stored.offset + stored.allocation));
+        const int fits = 2 * neighbours + (stored.offset % 4 == 0 ? 1 : 0);
         pieces.push_back({stored.offset, stored.offset + stored.length, handle, fits});
     }
     std::sort(pieces.begin(), pieces.end(),

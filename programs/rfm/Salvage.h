@@ -90,7 +90,7 @@ private:
         std::int64_t start;
         std::int64_t end;
         std::uint32_t handle; // 0: header and linkage blocks
-        int fits;             // how many of its ends have a neighbour
+        int fits;             // how well it lies between others
     };
 
     void ReadBlocks();

@@ -39,7 +39,7 @@ TEST_F(RfmCopy, OnlyWhatWasChosenIsThereUnderItsHandle)
                                             "4\ttable\t3\t5\tNODES\t120\t120\t1\n"
                                             "5\ttable\t0\t5\tNODES\t12\t12\t1\n"
                                             "7\tstring array\t2\t1\t\t32\t32\t1\n"
-                                            "9\tspace\t\t\t\t22\t22\t1\n");
+                                            "9\tspace\t\t\t\t22\t24\t1\n");
     for (const char* handle : {"4", "5", "7", "9"})
         EXPECT_EQ(Tool::Run({"dump", m_Out, handle}).out, Tool::Run({"dump", m_In, handle}).out) << handle;
     EXPECT_EQ(Tool::Run({"check", m_Out}).code, 0);
@@ -106,7 +106,7 @@ TEST_F(RfmCopy, JsonNamesTheHandles)
 
 TEST_F(RfmCopy, WhatCantBeCopiedIsRefusedAndNothingIsLeft)
 {
-    EXPECT_EQ(Copy({"MODES"}).err, "rfm: " + m_In + ": no table has the layout MODES; did you mean NODES?\n");
+    EXPECT_EQ(Copy({"MODES"}).err, "rfm: " + m_In + ": no table has the name MODES; did you mean NODES?\n");
     EXPECT_EQ(Copy({"700"}).code, 3);
     EXPECT_EQ(Copy({}).code, 2);
     const ToolResult field = Copy({"NODES.x"});

@@ -7,12 +7,15 @@
 #include "compact.h"
 #include "completion.h"
 #include "convert.h"
+#include "copy.h"
+#include "diff.h"
 #include "doctor.h"
 #include "follow.h"
 #include "hash.h"
 #include "help.h"
 #include "info.h"
 #include "ls.h"
+#include "recover.h"
 #include "rfm_Library.h"
 #include "rows.h"
 #include "schema.h"
@@ -50,8 +53,11 @@ Commands AllCommands()
     commands.push_back(MakeStats());
     commands.push_back(MakeFollow());
     commands.push_back(MakeCheck());
+    commands.push_back(MakeDiff());
     commands.push_back(MakeConvert());
     commands.push_back(MakeCompact());
+    commands.push_back(MakeCopy());
+    commands.push_back(MakeRecover());
     commands.push_back(MakeHash());
     commands.push_back(MakeUnlock());
     commands.push_back(MakeCompletion());
@@ -105,7 +111,8 @@ std::string MainHelp(const Commands& commands)
 {
     std::string help =
         "rfm looks into databases of tables, arrays and streams, while their writer runs or after it\n"
-        "was killed. It changes no file; convert and compact write new ones, and unlock removes a\n"
+        "was killed. It changes no file; convert, compact, copy and recover write new ones, and unlock "
+        "removes a\n"
         "semaphore, after asking.\n"
         "\n"
         "examples:\n"

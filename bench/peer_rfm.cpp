@@ -548,6 +548,8 @@ std::unique_ptr<Contender> MakeRfmPlain(Kind kind, const Setting& setting)
     return MakeOf<Store>(kind, setting);
 }
 
+void StartRfm() { Library::Start(); }
+
 void WriteRfmRows(const std::string& file, int count) { WriteRows<NewPlain>(file, count); }
 
 } // namespace bench

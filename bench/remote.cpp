@@ -110,6 +110,7 @@ public:
     }
     void Build() override
     {
+        StartRfm();
         if (!std::filesystem::exists(m_File)) WriteDatabase(m_File, m_Sizes.remoteBlockCount);
         m_Host = std::make_unique<FarHost>(m_HostFolder);
         m_Server.emplace(*m_Host);

@@ -11,8 +11,9 @@
 // What is where in a database that may be damaged, as far as it can be found out. Where `check` gives up and tells,
 // this goes on and weighs what speaks for what:
 //
-//   an extent that claims bytes of another    in a sound file extents lie side by side: it is right to begin where another
-//                                             ends, or with the mark of an object, and to end where another begins
+//   an extent that claims bytes of another    in a sound file extents lie side by side: it is right to begin where
+//                                             another ends, or with the mark of an object, and to end where another
+//                                             begins
 //   a link between entries                    leads to a later entry, never to the head of an object, and no two lead
 //                                             to one
 //   a pool whose place is lost                the bytes that start with its mark

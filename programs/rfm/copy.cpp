@@ -16,8 +16,6 @@ namespace rfm_tool
 {
 namespace
 {
-constexpr int kMostWords = 1000000;
-
 class CopyCommand : public Command
 {
 public:
@@ -40,12 +38,7 @@ public:
     {
         app.add_option("IN", m_In, "a database")->required();
         app.add_option("OUT", m_Out, "the new file")->required();
-        // Counted, and not as many as there are, or the parser takes a word such as [4-9] for a list of its own.
-        app.add_option("OBJECT", m_Words, "what to copy")
-            ->required()
-            ->type_name("")
-            ->expected(1, kMostWords)
-            ->allow_extra_args(false);
+        app.add_option("OBJECT", m_Words, "what to copy")->required()->type_name("");
         DeclareKind(app, m_To, "plain, compressed or hdf5 (the kind of IN)");
         app.add_flag("-f,--force", m_Force, "replace OUT when it is there");
         m_Style.DeclareJson(app);

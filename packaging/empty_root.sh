@@ -71,7 +71,7 @@ mkdir "$root/packages"
 cp "$packages"/*.deb "$root/packages/"
 mapfile -t names < <(for package in "$packages"/*.deb; do dpkg-deb -f "$package" Package; done)
 In apt-get -q update >"$folder/install.log" 2>&1 || die "apt-get update failed, see $folder/install.log"
-In sh -c 'apt-get -q -y --no-install-recommends install /packages/*.deb g++ pkg-config' >>"$folder/install.log" 2>&1 ||
+In sh -c 'apt-get -q -y install /packages/*.deb g++ pkg-config' >>"$folder/install.log" 2>&1 ||
     die "apt-get install failed, see $folder/install.log"
 
 say "every program finds its libraries and has its manual page"

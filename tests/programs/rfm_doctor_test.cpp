@@ -165,7 +165,7 @@ TEST_F(RfmDoctor, AsJsonItIsAListing)
         Tool::Run({"doctor", "--json"}).out,
         StartsWith("{\"rfm\":1,\"command\":\"doctor\",\"columns\":[{\"name\":\"state\",\"type\":\"string\"},"
                    "{\"name\":\"name\",\"type\":\"string\"},{\"name\":\"found\",\"type\":\"string\"},"
-                   "{\"name\":\"note\",\"type\":\"string\"}],\"rows\":[[\"ok\",\"rfm\",\"" RFM_VERSION
+                   "{\"name\":\"note\",\"type\":\"string\"}],\"rows\":[\n[\"ok\",\"rfm\",\"" RFM_VERSION
                    "\","));
 }
 

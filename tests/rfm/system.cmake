@@ -1,6 +1,7 @@
 add_area(system_tests
   rfm/FailingFile_test.cpp
   rfm/Followers_test.cpp
+  rfm/KeptPages_test.cpp
   rfm/KilledHdfWriter_test.cpp
   rfm/KilledWriter_test.cpp
   rfm/RandomModel_test.cpp

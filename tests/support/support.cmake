@@ -6,6 +6,7 @@ add_area(support_tests
   support/nex_Exception_test.cpp
   support/omi_Swapper_test.cpp
   support/utl_FileOffset_test.cpp
+  support/utl_FilePages_test.cpp
   support/utl_FilePath_test.cpp
   support/utl_File_test.cpp
   support/zip_Compress_test.cpp

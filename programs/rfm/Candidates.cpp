@@ -1,6 +1,7 @@
 #include "Candidates.h"
 
 #include "DatabaseFile.h"
+#include "Selection.h"
 #include "Text.h"
 
 #include <CLI/CLI.hpp>
@@ -120,7 +121,8 @@ Words ObjectsOrFields(const std::string& path, const std::string& word)
     DatabaseFile file(path);
     const std::size_t point = word.find('.');
     if (point == std::string::npos) return ObjectNames(file);
-    return WithPrefix(word.substr(0, point + 1), FieldNames(file, file.Find(word.substr(0, point)).layout));
+    return WithPrefix(word.substr(0, point + 1),
+                      FieldNames(file, SelectOne(file, word.substr(0, point)).object.layout));
 }
 
 // Of a list with commas the last name is completed.
@@ -128,7 +130,8 @@ Words FieldsOfObject(const Words& arguments, const std::string& word)
 {
     if (arguments.size() < 2) return {};
     DatabaseFile file(arguments[0]);
-    return WithPrefix(word.substr(0, word.rfind(',') + 1), FieldNames(file, file.Find(arguments[1]).layout));
+    return WithPrefix(word.substr(0, word.rfind(',') + 1),
+                      FieldNames(file, SelectOne(file, arguments[1]).object.layout));
 }
 
 Words InCommand(Command& command, const Words& words)

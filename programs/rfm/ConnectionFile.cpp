@@ -6,6 +6,7 @@
 #include "cls_ReadVisitor.h"
 #include "cls_WriteVisitor.h"
 #include "nex_Exception.h"
+#include "utl_Descriptor.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>

@@ -1,6 +1,7 @@
 #include "NewFile.h"
 
 #include "Failure.h"
+#include "RemoteScratch.h"
 #include "Text.h"
 
 #include <fcntl.h>
@@ -34,6 +35,7 @@ struct sigaction before[kSignals.size()];
 extern "C" void RemoveAndLeave(int number)
 {
     if (isUnfinished != 0) ::unlink(unfinished);
+    RemoveRemoteScratch();
     if (number == SIGINT) ::_exit(ExitInterrupted);
     // Back to what the signal means without a handler: whoever waits for the process sees which one it was.
     std::signal(number, SIG_DFL);

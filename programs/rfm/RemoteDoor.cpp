@@ -53,10 +53,10 @@ std::string ConnectionOfUrl(const std::string& url)
         if (walk.HasObject() && walk.Value().HostName() == host &&
             cow_String(walk.Value().ConnectPortNumber()) == port)
             return std::string(walk.Key().View());
-    throw Failure(ExitRemote, OneLine(url),
-                  fmt::format("no connection has the host {} and the port {}", OneLine(host.View()),
-                              port.View()),
-                  "`rfm connect list` shows the connections, `rfm connect start` starts a server");
+    throw Failure(
+        ExitRemote, OneLine(url),
+        fmt::format("no connection has the host {} and the port {}", OneLine(host.View()), port.View()),
+        "`rfm connect list` shows the connections, `rfm connect start` starts a server");
 }
 
 RemotePlace PlaceOfUrl(const std::string& url)
@@ -147,7 +147,8 @@ rds_Client* StartLocalBrowsing()
     if (program.IsEmpty()) nex_ThrowText("Cannot locate rdsT_FileBrowsing executable");
     auto errors = std::make_unique<utl_TempFile>("");
     uti_Redirection redirection("2>", errors->Name());
-    auto client = std::make_unique<rds_Client>(program, cow_1DArrayList<cow_String>(), errors.get(), redirection);
+    auto client =
+        std::make_unique<rds_Client>(program, cow_1DArrayList<cow_String>(), errors.get(), redirection);
     static_cast<void>(errors.release()); // whoever ends the client deletes it
     return client.release();
 }
@@ -216,6 +217,11 @@ bool IsRemoteFailure(const std::exception& cause)
     return dynamic_cast<const rfm_FileFailExc*>(&cause) != nullptr ||
            dynamic_cast<const rfm_FileConnectExc*>(&cause) != nullptr ||
            dynamic_cast<const rfm_FileCacheExc*>(&cause) != nullptr;
+}
+
+void ThrowIfRemote(const std::string& path, const std::exception& cause)
+{
+    if (IsRemoteFailure(cause)) throw RemoteFailure(path, cause);
 }
 
 Failure RemoteFailure(const std::string& what, const std::exception& cause)

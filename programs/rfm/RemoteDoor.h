@@ -33,6 +33,8 @@ std::unique_ptr<rds_CFileBrowsing> OpenBrowser(const std::string& path, const Re
 
 /// Whether an exception of the library tells that another host could not be reached, or was lost.
 bool IsRemoteFailure(const std::exception& cause);
+/// Throws such an exception on as a failure of ours; does nothing for others.
+void ThrowIfRemote(const std::string& path, const std::exception& cause);
 /// What the library said of `what`, as a failure of ours with what to do next.
 Failure RemoteFailure(const std::string& what, const std::exception& cause);
 } // namespace rfm_tool

@@ -3,6 +3,7 @@
 #include "DatabaseFile.h"
 #include "FileKind.h"
 #include "FileWalk.h"
+#include "RemoteDoor.h"
 #include "SectorWalk.h"
 #include "Text.h"
 
@@ -205,8 +206,11 @@ void CheckCommand::WriteJson(Output& output, const Finding& finding) const
 
 int CheckCommand::Run(Output& output)
 {
-    RequireReadableFile(m_File);
-    RequireDatabaseMagic(m_File);
+    if (!IsRemotePath(m_File))
+    {
+        RequireReadableFile(m_File);
+        RequireDatabaseMagic(m_File);
+    }
     const Finding finding = WalkAtRest();
     if (m_Style.json)
         WriteJson(output, finding);

@@ -88,7 +88,9 @@ const std::array<ConnectCommand::Action, 6> ConnectCommand::kActions{{
 
 void ConnectCommand::Declare(CLI::App& app)
 {
-    app.add_option("ACTION", m_Action, "add, list, start, ping, stop or remove")->required();
+    app.add_option("ACTION", m_Action, "add, list, start, ping, stop or remove")
+        ->required()
+        ->type_name("WORD:{add,list,start,ping,stop,remove}");
     app.add_option("NAME", m_Name, "a connection");
     app.add_option("HOST", m_Host, "of add: the host, as ssh knows it");
     app.add_option("--directory", m_Directory, "add: the folder there that PATH hangs below (/)")
@@ -188,10 +190,12 @@ void ConnectCommand::Add(Output& output)
     RequireAtMost("--timeout", m_Timeout, INT32_MAX);
     const ConnectionChange change;
     if (!m_Force && Connections().IsMember(cow_String(m_Name)))
-        throw Failure(ExitUsage, OneLine(m_Name), "a connection has this name already", "--force replaces it");
+        throw Failure(ExitUsage, OneLine(m_Name), "a connection has this name already",
+                      "--force replaces it");
     Connections().Insert(cow_String(m_Name), Made());
     change.Save();
-    Tell(output, ConnectionNamed(m_Name), m_ServerPort == 0 ? "added; `rfm connect start` starts its server" : "added");
+    Tell(output, ConnectionNamed(m_Name),
+         m_ServerPort == 0 ? "added; `rfm connect start` starts its server" : "added");
 }
 
 void ConnectCommand::List(Output& output)
@@ -233,9 +237,9 @@ void ConnectCommand::Remove(Output& output)
     const ConnectionChange change;
     const rds_RemoteConnection connection = ConnectionNamed(m_Name);
     if (!m_Force && HasServer(connection))
-        throw Failure(ExitUsage, OneLine(m_Name), "its server may still run, and nobody else has its key",
-                      fmt::format("`rfm connect stop {}` ends it, --force removes all the same",
-                                  OneLine(m_Name)));
+        throw Failure(
+            ExitUsage, OneLine(m_Name), "its server may still run, and nobody else has its key",
+            fmt::format("`rfm connect stop {}` ends it, --force removes all the same", OneLine(m_Name)));
     Connections().Remove(cow_String(m_Name));
     change.Save();
     Tell(output, WithoutServer(connection), "removed");

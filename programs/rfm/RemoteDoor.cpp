@@ -19,8 +19,10 @@ constexpr const char* kBrowsing = "rdsT_FileBrowsing";
 
 rds_RemoteConnectionsRep& Registry() { return omi_Singleton<rds_RemoteConnectionsRep>::Instance(); }
 
+// The name in a connector path; empty for other words, and where there is no registry.
 std::string ConnectorName(const std::string& path)
 {
+    if (rds_RemoteConnectionsRep::InstancePointer() == nullptr) return {};
     return std::string(Registry().ExtractRemoteConnectionName(cow_String(path)).View());
 }
 
@@ -118,26 +120,17 @@ std::string RemedyFor(std::string_view words)
     return "`rfm help remote` tells what it takes";
 }
 
-void Erase(std::string& text, const std::string& what, const std::string& with)
-{
-    const std::size_t place = text.find(what);
-    if (place != std::string::npos) text.replace(place, what.size(), with);
-}
-
-// On one line, without the marks, and without the URL that stands in front of it anyway.
-std::string PlainWords(const std::exception& cause, const std::string& url)
+// On one line, without the marks, and without the URL: what the user wrote stands in front of it anyway.
+std::string PlainWords(const std::exception& cause)
 {
     std::string words = PlainMessage(cause.what());
-    if (words.starts_with("Error: ")) words.erase(0, 7);
-    if (!url.empty()) Erase(words, ": " + OneLine(url) + ", reason: ", ", reason: ");
-    Erase(words, ": :", ":");
+    const std::string mark = "Error: ";
+    if (words.starts_with(mark)) words.erase(0, mark.size());
+    const std::size_t url = words.find(": mrkrdb://");
+    const std::size_t reason = words.find(", reason: ", url == std::string::npos ? words.size() : url);
+    if (reason != std::string::npos) words.erase(url, reason - url);
+    if (const std::size_t twice = words.find(": :"); twice != std::string::npos) words.erase(twice, 2);
     return words;
-}
-
-Failure FailureOf(const std::string& what, const std::exception& cause, const std::string& url)
-{
-    const std::string words = PlainWords(cause, url);
-    return {ExitRemote, OneLine(what), words, RemedyFor(words)};
 }
 
 // A service of this host, on pipes, with nothing between.
@@ -193,7 +186,7 @@ rfm_File OpenRemoteFile(const std::string& path)
     }
     catch (const nex_Exception& cause)
     {
-        throw FailureOf(path, cause, place.url);
+        throw RemoteFailure(path, cause);
     }
 }
 
@@ -208,7 +201,7 @@ std::unique_ptr<rds_CFileBrowsing> OpenBrowser(const std::string& path, const Re
     }
     catch (const nex_Exception& cause)
     {
-        throw FailureOf(path, cause, place.url);
+        throw RemoteFailure(path, cause);
     }
 }
 
@@ -226,6 +219,7 @@ void ThrowIfRemote(const std::string& path, const std::exception& cause)
 
 Failure RemoteFailure(const std::string& what, const std::exception& cause)
 {
-    return FailureOf(what, cause, utl_UrlParser::IsUrl(cow_String(what)) ? what : "");
+    const std::string words = PlainWords(cause);
+    return {ExitRemote, OneLine(what), words, RemedyFor(words)};
 }
 } // namespace rfm_tool

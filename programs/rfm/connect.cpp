@@ -135,8 +135,11 @@ bool Answers(rds_RemoteConnection& connection)
         connection.PingRemoteFileServer();
         return true;
     }
-    catch (const nex_TextException&)
+    catch (const nex_TextException& cause)
     {
+        // Where nobody could be asked, a second server beside one that runs would be none the wiser.
+        if (std::string_view(cause.what()).find("Ping remote server failed") == std::string_view::npos)
+            throw RemoteFailure(std::string(connection.Name().View()), cause);
         return false;
     }
 }

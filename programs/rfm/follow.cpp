@@ -498,10 +498,16 @@ void FollowCommand::TryToReturn()
 
 void FollowCommand::Poll()
 {
-    if (m_View == nullptr)
-        TryToReturn();
-    else
+    if (m_View == nullptr) return TryToReturn();
+    try
+    {
         PollView();
+    }
+    catch (const nex_Exception& cause)
+    {
+        ThrowIfRemote(m_File, cause);
+        throw;
+    }
 }
 
 // The part of OBJECT that names objects, and the one that names fields: the file has to have such ones now.

@@ -132,7 +132,7 @@ TEST_F(RfmRemote, FollowEndsWhenTheDaemonIsGone)
             ::kill(each.process, SIGKILL);
     const ChildResult result = follow.Finish();
     EXPECT_EQ(result.code, 6);
-    EXPECT_THAT(result.err, StartsWith("rfm: another host: Lost connection to remote file"));
+    EXPECT_THAT(result.err, StartsWith("rfm: " + Connector() + ": Lost connection to remote file, reason: "));
     EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1);
 }
 
@@ -150,6 +150,19 @@ TEST_F(RfmRemote, ASemaphoreThereIsToldOf)
               "rfm: " + LocalUrl(kJob()) + ": a writer asks readers to wait; a change may enter half done\n");
     EXPECT_THAT(Run({"info", LocalUrl(kJob())}).out,
                 HasSubstr("semaphore\ta writer asks readers to wait, or died doing so\n"));
+}
+
+TEST_F(RfmRemote, HelpSaysWhatEachCommandDoesThenThreeExamples)
+{
+    for (const std::string command : {"connect", "browse", "get"})
+    {
+        const std::string help = Run({command, "--help"}).out;
+        EXPECT_THAT(help, StartsWith("rfm " + command + ": "));
+        EXPECT_LE(std::count(help.begin(), help.end(), '\n'), 40) << help;
+        const std::size_t examples = help.find("examples:");
+        const std::string shown = help.substr(examples, help.find("usage: rfm " + command + " ") - examples);
+        EXPECT_EQ(std::count(shown.begin(), shown.end(), '\n'), 5) << shown;
+    }
 }
 
 // --- what can't be read ---

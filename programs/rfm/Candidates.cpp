@@ -84,11 +84,11 @@ Words Choices(const CLI::Option& option)
     return Split(type.substr(open + 1, close - open - 1), ',');
 }
 
-Words FieldNames(DatabaseFile& file, const std::string& layout)
+Words FieldNames(DatabaseFile& file, const std::string& object)
 {
     Words names;
-    for (const auto& [name, field] : file.Database().GetTableMetadata(cow_String(layout)).Fields())
-        names.push_back(OneLine(name.View()));
+    for (const Field& field : FieldsOf(file, SelectOne(file, object).object))
+        names.push_back(OneLine(field.name));
     return names;
 }
 
@@ -121,8 +121,7 @@ Words ObjectsOrFields(const std::string& path, const std::string& word)
     DatabaseFile file(path);
     const std::size_t point = word.find('.');
     if (point == std::string::npos) return ObjectNames(file);
-    return WithPrefix(word.substr(0, point + 1),
-                      FieldNames(file, SelectOne(file, word.substr(0, point)).object.layout));
+    return WithPrefix(word.substr(0, point + 1), FieldNames(file, word.substr(0, point)));
 }
 
 // Of a list with commas the last name is completed.
@@ -130,8 +129,7 @@ Words FieldsOfObject(const Words& arguments, const std::string& word)
 {
     if (arguments.size() < 2) return {};
     DatabaseFile file(arguments[0]);
-    return WithPrefix(word.substr(0, word.rfind(',') + 1),
-                      FieldNames(file, SelectOne(file, arguments[1]).object.layout));
+    return WithPrefix(word.substr(0, word.rfind(',') + 1), FieldNames(file, arguments[1]));
 }
 
 Words InCommand(Command& command, const Words& words)

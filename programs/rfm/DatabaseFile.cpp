@@ -154,6 +154,7 @@ namespace
 
 void RequireReadableFile(const std::string& path)
 {
+    if (IsRemotePath(path)) return;
     const std::string name = OneLine(path);
     struct stat status = {};
     if (::stat(path.c_str(), &status) != 0)
@@ -246,6 +247,7 @@ rfm_File OpenThere(const std::string& path)
 
 void RequireDatabaseMagic(const std::string& path)
 {
+    if (IsRemotePath(path)) return;
     char bytes[kLookedAtBytes] = {};
     std::ifstream file(path, std::ios::binary);
     file.read(bytes, sizeof bytes);
@@ -358,6 +360,7 @@ void DatabaseFile::DescribeTable(Object& object)
 Semaphore LookAtSemaphore(const std::string& path)
 {
     Semaphore semaphore;
+    if (IsRemotePath(path)) return semaphore;
     semaphore.path = rfm_SemaphorePath(path.c_str()).CString();
     struct stat status = {};
     semaphore.isPresent = ::stat(semaphore.path.c_str(), &status) == 0;
@@ -373,9 +376,22 @@ Semaphore LookAtSemaphore(DatabaseFile& file)
     return semaphore;
 }
 
+namespace
+{
+void Tell(const Semaphore& semaphore, const std::string& path, std::string_view consequence)
+{
+    if (semaphore.isPresent)
+        Note(fmt::format("{}: a writer asks readers to wait; {}", OneLine(path), consequence));
+}
+} // namespace
+
 void TellOfSemaphore(DatabaseFile& file, std::string_view consequence)
 {
-    if (LookAtSemaphore(file).isPresent)
-        Note(fmt::format("{}: a writer asks readers to wait; {}", OneLine(file.Path()), consequence));
+    Tell(LookAtSemaphore(file), file.Path(), consequence);
+}
+
+void TellOfSemaphore(const std::string& path, std::string_view consequence)
+{
+    Tell(LookAtSemaphore(path), path, consequence);
 }
 } // namespace rfm_tool

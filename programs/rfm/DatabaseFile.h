@@ -87,7 +87,7 @@ private:
 /// Throws: Failure.
 rfm_File OpenForReading(const std::string& path);
 /// Whether the file can be opened at all: there, readable, a regular file with something in it. Opening a pipe, say,
-/// would wait for ever.
+/// would wait for ever. Of another host this is known when the file is opened; the same holds for the magic.
 /// Throws: Failure.
 void RequireReadableFile(const std::string& path);
 /// What the library said about `path`, as a failure of ours.
@@ -108,4 +108,6 @@ Semaphore LookAtSemaphore(const std::string& path);
 Semaphore LookAtSemaphore(DatabaseFile& file);
 /// A note for whoever takes more from the file than a look, when a semaphore stands.
 void TellOfSemaphore(DatabaseFile& file, std::string_view consequence);
+/// The same for whoever can do without opening it; nothing is told of another host.
+void TellOfSemaphore(const std::string& path, std::string_view consequence);
 } // namespace rfm_tool

@@ -1,6 +1,7 @@
 #include "NewFile.h"
 
 #include "Failure.h"
+#include "RemoteDoor.h"
 #include "RemoteScratch.h"
 #include "Text.h"
 
@@ -104,7 +105,7 @@ NewFile::NewFile(const std::string& path, bool mayReplace, const std::string& so
     if (::lstat(path.c_str(), &status) == 0)
     {
         const bool leadsSomewhere = ::stat(path.c_str(), &status) == 0;
-        if (leadsSomewhere && IsSameFile(status, source))
+        if (leadsSomewhere && !IsRemotePath(source) && IsSameFile(status, source))
             throw Failure(ExitUsage, OneLine(path), "is the file that is read",
                           "give another name for the copy");
         if (S_ISDIR(status.st_mode))

@@ -62,7 +62,7 @@ std::int64_t CopyVerified(const std::string& in, const std::string& out, FileKin
     DatabaseFile source(in);
     TellOfSemaphore(source, "a change may be copied half done");
     const WriterWatch watch(in);
-    NewFile copy(out, mayReplace, IsRemotePath(in) ? "" : in);
+    NewFile copy(out, mayReplace, in);
     try
     {
         WriteAndCompare(OpenForReading(in), kind, copy);

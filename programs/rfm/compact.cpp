@@ -98,7 +98,7 @@ int CompactCommand::Run(Output& output)
     DatabaseFile in(m_In);
     TellOfSemaphore(in, "a change may be copied half done");
     const WriterWatch watch(m_In);
-    NewFile out(m_Out, m_Force, IsRemotePath(m_In) ? "" : m_In);
+    NewFile out(m_Out, m_Force, m_In);
     RequireSound();
     std::string hash;
     try

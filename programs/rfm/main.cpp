@@ -11,6 +11,8 @@
 #include "completion.h"
 #include "connect.h"
 #include "convert.h"
+#include "copy.h"
+#include "diff.h"
 #include "doctor.h"
 #include "follow.h"
 #include "get.h"
@@ -18,6 +20,7 @@
 #include "help.h"
 #include "info.h"
 #include "ls.h"
+#include "recover.h"
 #include "rfm_Library.h"
 #include "rows.h"
 #include "schema.h"
@@ -55,8 +58,11 @@ Commands AllCommands()
     commands.push_back(MakeStats());
     commands.push_back(MakeFollow());
     commands.push_back(MakeCheck());
+    commands.push_back(MakeDiff());
     commands.push_back(MakeConvert());
     commands.push_back(MakeCompact());
+    commands.push_back(MakeCopy());
+    commands.push_back(MakeRecover());
     commands.push_back(MakeHash());
     commands.push_back(MakeConnect());
     commands.push_back(MakeBrowse());
@@ -113,7 +119,8 @@ std::string MainHelp(const Commands& commands)
 {
     std::string help =
         "rfm looks into databases of tables, arrays and streams, while their writer runs or after it\n"
-        "was killed. It changes no file; convert and compact write new ones, and unlock removes a\n"
+        "was killed. It changes no file; convert, compact, copy and recover write new ones, and unlock "
+        "removes a\n"
         "semaphore, after asking.\n"
         "\n"
         "examples:\n"

@@ -2,6 +2,7 @@
 
 #include "Digest.h"
 #include "Failure.h"
+#include "RemoteDoor.h"
 #include "Text.h"
 #include "rfm_FileRepr.h"
 
@@ -74,6 +75,7 @@ void WatchedSource::LoadBlock()
     }
     catch (const nex_Exception& cause)
     {
+        ThrowIfRemote(std::string(m_FileName.View()), cause);
         throw Failure(ExitUnreadable, name, PlainMessage(cause.what()), "`rfm check` tells what is damaged");
     }
     m_Digest.Add(m_Block.data(), m_Block.size());

@@ -2,6 +2,7 @@
 
 #include "Failure.h"
 #include "Glob.h"
+#include "RemoteDoor.h"
 #include "Text.h"
 #include "rfm_LinkageFormat.h"
 
@@ -334,10 +335,10 @@ void Comparison::Pair(const Object& a, const Object& b)
     }
     catch (const nex_Exception& cause)
     {
-        throw Failure(
-            ExitUnreadable,
-            fmt::format("{} or {}: handle {}", OneLine(m_A.Path()), OneLine(m_B.Path()), a.handle.Value()),
-            PlainMessage(cause.what()), "`rfm check` tells which is damaged");
+        const std::string files = fmt::format("{} or {}", OneLine(m_A.Path()), OneLine(m_B.Path()));
+        ThrowIfRemote(files, cause);
+        throw Failure(ExitUnreadable, fmt::format("{}: handle {}", files, a.handle.Value()),
+                      PlainMessage(cause.what()), "`rfm check` tells which is damaged");
     }
     m_Listener.EndPair(m_Pair);
 }

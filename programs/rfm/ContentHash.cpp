@@ -2,6 +2,7 @@
 
 #include "Digest.h"
 #include "Failure.h"
+#include "RemoteDoor.h"
 #include "Text.h"
 #include "omi_Swapper.h"
 #include "rfm_LinkageFormat.h"
@@ -127,6 +128,7 @@ void ContentWalk::ObjectOf(const Object& object)
     }
     catch (const nex_Exception& cause)
     {
+        ThrowIfRemote(m_File.Path(), cause);
         refuse(PlainMessage(cause.what()));
     }
 }

@@ -2,13 +2,13 @@
 
 #include "Failure.h"
 #include "Output.h"
+#include "RemoteDoor.h"
 #include "Text.h"
 #include "omi_Swapper.h"
 #include "rfm_FileRepr.h"
 #include "rfm_HeaderFormat.h"
 #include "rfm_LinkageFormat.h"
 #include "rfm_ObjectFormat.h"
-#include "utl_UrlParser.h"
 
 #include <fmt/format.h>
 #include <sys/stat.h>
@@ -95,23 +95,6 @@ rfm_Database OpenDatabase(const std::string& path, const rfm_File& file)
     }
 }
 
-rfm_File OpenFile(const std::string& path)
-{
-    // What lies on another machine can be looked at by the library alone.
-    if (!utl_UrlParser::IsUrl(path.c_str()))
-    {
-        RequireReadableFile(path);
-        RequireDatabaseMagic(path);
-    }
-    try
-    {
-        return rfm_File::Open(path.c_str(), utl_FileAccessRead);
-    }
-    catch (const nex_Exception& cause)
-    {
-        throw Failure(ExitUnreadable, OneLine(path), PlainMessage(cause.what()), "");
-    }
-}
 } // namespace
 
 std::string TypeWord(int type)
@@ -160,8 +143,18 @@ std::string Object::TypeWord() const
 
 // ---- Opening ----
 
+namespace
+{
+[[noreturn]] void ThrowEmpty(const std::string& path)
+{
+    throw Failure(ExitUnreadable, OneLine(path), "the file is empty",
+                  "its writer has not begun, or was stopped");
+}
+} // namespace
+
 void RequireReadableFile(const std::string& path)
 {
+    if (IsRemotePath(path)) return;
     const std::string name = OneLine(path);
     struct stat status = {};
     if (::stat(path.c_str(), &status) != 0)
@@ -177,8 +170,7 @@ void RequireReadableFile(const std::string& path)
         throw Failure(ExitUnreadable, name, "is no regular file", "copy its bytes into a file first");
     if (::access(path.c_str(), R_OK) != 0)
         throw Failure(ExitUnreadable, name, std::strerror(errno), "ask its owner for the right to read it");
-    if (status.st_size == 0)
-        throw Failure(ExitUnreadable, name, "the file is empty", "its writer has not begun, or was stopped");
+    if (status.st_size == 0) ThrowEmpty(path);
 }
 
 namespace
@@ -216,12 +208,12 @@ std::string LooksLike(std::string_view start)
 }
 } // namespace
 
-void RequireDatabaseMagic(const std::string& path)
+namespace
 {
-    char bytes[64] = {};
-    std::ifstream file(path, std::ios::binary);
-    file.read(bytes, sizeof bytes);
-    const std::string_view start(bytes, static_cast<std::size_t>(file.gcount()));
+constexpr int kLookedAtBytes = 64;
+
+void RequireMagic(const std::string& path, std::string_view start)
+{
     if (start.starts_with(kOldMagic))
         throw Failure(ExitUnreadable, OneLine(path), "a database of the old format, which is not read",
                       "run its analysis again with a newer version");
@@ -231,15 +223,62 @@ void RequireDatabaseMagic(const std::string& path)
                   "look at it with the program that made it");
 }
 
+// What lies on another host can be looked at by the library alone.
+rfm_File OpenThere(const std::string& path)
+{
+    rfm_File file = OpenRemoteFile(path);
+    char bytes[kLookedAtBytes] = {};
+    try
+    {
+        file.Repr().Seek(0);
+        const int count = file.Repr().ReadUpToEnd(bytes, sizeof bytes);
+        if (count == 0) ThrowEmpty(path);
+        RequireMagic(path, {bytes, static_cast<std::size_t>(count)});
+        file.Repr().Seek(0);
+    }
+    catch (const nex_Exception& cause)
+    {
+        ThrowIfRemote(path, cause);
+        throw;
+    }
+    return file;
+}
+} // namespace
+
+void RequireDatabaseMagic(const std::string& path)
+{
+    if (IsRemotePath(path)) return;
+    char bytes[kLookedAtBytes] = {};
+    std::ifstream file(path, std::ios::binary);
+    file.read(bytes, sizeof bytes);
+    RequireMagic(path, {bytes, static_cast<std::size_t>(file.gcount())});
+}
+
+rfm_File OpenForReading(const std::string& path)
+{
+    if (IsRemotePath(path)) return OpenThere(path);
+    RequireReadableFile(path);
+    RequireDatabaseMagic(path);
+    try
+    {
+        return rfm_File::Open(path.c_str(), utl_FileAccessRead);
+    }
+    catch (const nex_Exception& cause)
+    {
+        throw Failure(ExitUnreadable, OneLine(path), PlainMessage(cause.what()), "");
+    }
+}
+
 void ThrowDamaged(const std::string& path, const std::exception& cause)
 {
+    ThrowIfRemote(path, cause);
     throw Failure(ExitUnreadable, OneLine(path), PlainMessage(cause.what()),
                   "`rfm check` tells what is damaged");
 }
 
 DatabaseFile::DatabaseFile(const std::string& path)
     : m_Path(path),
-      m_File(OpenFile(path)),
+      m_File(OpenForReading(path)),
       m_Database(OpenDatabase(path, m_File))
 {
 }
@@ -283,6 +322,7 @@ Object DatabaseFile::Describe(rfm_Handle handle)
     }
     catch (const nex_Exception& cause)
     {
+        ThrowIfRemote(m_Path, cause);
         object.damage = PlainMessage(cause.what());
     }
     return object;
@@ -320,6 +360,7 @@ void DatabaseFile::DescribeTable(Object& object)
 Semaphore LookAtSemaphore(const std::string& path)
 {
     Semaphore semaphore;
+    if (IsRemotePath(path)) return semaphore;
     semaphore.path = rfm_SemaphorePath(path.c_str()).CString();
     struct stat status = {};
     semaphore.isPresent = ::stat(semaphore.path.c_str(), &status) == 0;
@@ -327,9 +368,30 @@ Semaphore LookAtSemaphore(const std::string& path)
     return semaphore;
 }
 
+Semaphore LookAtSemaphore(DatabaseFile& file)
+{
+    if (!IsRemotePath(file.Path())) return LookAtSemaphore(file.Path());
+    Semaphore semaphore;
+    semaphore.isPresent = file.Database().FileStatus() == rfm_FileStatus::RfmFileInTransaction;
+    return semaphore;
+}
+
+namespace
+{
+void Tell(const Semaphore& semaphore, const std::string& path, std::string_view consequence)
+{
+    if (semaphore.isPresent)
+        Note(fmt::format("{}: a writer asks readers to wait; {}", OneLine(path), consequence));
+}
+} // namespace
+
+void TellOfSemaphore(DatabaseFile& file, std::string_view consequence)
+{
+    Tell(LookAtSemaphore(file), file.Path(), consequence);
+}
+
 void TellOfSemaphore(const std::string& path, std::string_view consequence)
 {
-    if (LookAtSemaphore(path).isPresent)
-        Note(fmt::format("{}: a writer asks readers to wait; {}", OneLine(path), consequence));
+    Tell(LookAtSemaphore(path), path, consequence);
 }
 } // namespace rfm_tool

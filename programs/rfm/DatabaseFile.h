@@ -83,8 +83,11 @@ private:
     rfm_Database m_Database;
 };
 
+/// The file of a path or of a place on another host, for reading.
+/// Throws: Failure.
+rfm_File OpenForReading(const std::string& path);
 /// Whether the file can be opened at all: there, readable, a regular file with something in it. Opening a pipe, say,
-/// would wait for ever.
+/// would wait for ever. Of another host this is known when the file is opened; the same holds for the magic.
 /// Throws: Failure.
 void RequireReadableFile(const std::string& path);
 /// What the library said about `path`, as a failure of ours.
@@ -101,6 +104,10 @@ struct Semaphore
     std::int64_t since = 0; // seconds since 1970, when it is present
 };
 Semaphore LookAtSemaphore(const std::string& path);
+/// The same of a database that is open. On another host it has no path and no time.
+Semaphore LookAtSemaphore(DatabaseFile& file);
 /// A note for whoever takes more from the file than a look, when a semaphore stands.
+void TellOfSemaphore(DatabaseFile& file, std::string_view consequence);
+/// The same for whoever can do without opening it; nothing is told of another host.
 void TellOfSemaphore(const std::string& path, std::string_view consequence);
 } // namespace rfm_tool

@@ -14,6 +14,7 @@ enum ExitCode : int
     ExitMissing = 3,    // no such file or object
     ExitUnreadable = 4, // not a database, or not readable
     ExitBusy = 5,       // busy or timed out
+    ExitRemote = 6,     // another host could not be reached, or refused
     ExitOutput = 7,     // standard output could not be written
     ExitInterrupted = 130,
 };

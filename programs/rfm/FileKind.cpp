@@ -1,5 +1,8 @@
 #include "FileKind.h"
 
+#include "RemoteDoor.h"
+#include "rfm_FileRepr.h"
+
 #include <CLI/CLI.hpp>
 
 #include <array>
@@ -56,6 +59,7 @@ std::string_view KindWord(FileKind kind)
 
 FileKind KindOfFile(const std::string& path)
 {
+    if (IsRemotePath(path)) return FileKind::Plain; // whatever it lies in: it is served as that
     char bytes[8] = {};
     std::ifstream file(path, std::ios::binary);
     file.read(bytes, sizeof bytes);
@@ -66,6 +70,7 @@ FileKind KindOfFile(const std::string& path)
 
 std::int64_t BytesOnDisk(const std::string& path)
 {
+    if (IsRemotePath(path)) return OpenRemoteFile(path).Repr().MediumSize().Value();
     std::error_code unknown;
     return static_cast<std::int64_t>(std::filesystem::file_size(path, unknown));
 }

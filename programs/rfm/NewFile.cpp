@@ -1,6 +1,8 @@
 #include "NewFile.h"
 
 #include "Failure.h"
+#include "RemoteDoor.h"
+#include "RemoteScratch.h"
 #include "Text.h"
 
 #include <fcntl.h>
@@ -34,6 +36,7 @@ struct sigaction before[kSignals.size()];
 extern "C" void RemoveAndLeave(int number)
 {
     if (isUnfinished != 0) ::unlink(unfinished);
+    RemoveRemoteScratch();
     if (number == SIGINT) ::_exit(ExitInterrupted);
     // Back to what the signal means without a handler: whoever waits for the process sees which one it was.
     std::signal(number, SIG_DFL);
@@ -102,7 +105,7 @@ NewFile::NewFile(const std::string& path, bool mayReplace, const std::string& so
     if (::lstat(path.c_str(), &status) == 0)
     {
         const bool leadsSomewhere = ::stat(path.c_str(), &status) == 0;
-        if (leadsSomewhere && IsSameFile(status, source))
+        if (leadsSomewhere && !IsRemotePath(source) && IsSameFile(status, source))
             throw Failure(ExitUsage, OneLine(path), "is the file that is read",
                           "give another name for the copy");
         if (S_ISDIR(status.st_mode))

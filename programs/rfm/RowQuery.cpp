@@ -1,6 +1,7 @@
 #include "RowQuery.h"
 
 #include "Failure.h"
+#include "RemoteDoor.h"
 #include "Text.h"
 
 #include <CLI/CLI.hpp>
@@ -68,6 +69,7 @@ void ReadRows(const DatabaseFile& file, QueriedRows& rows, const std::function<v
     }
     catch (const nex_Exception& cause)
     {
+        ThrowIfRemote(file.Path(), cause);
         throw Failure(ExitUnreadable,
                       fmt::format("{}: handle {}, row {}", OneLine(file.Path()), rows.Object().handle.Value(),
                                   std::max<std::int64_t>(rows.Source().Row(), 0)),

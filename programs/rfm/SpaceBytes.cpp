@@ -2,6 +2,7 @@
 
 #include "DatabaseFile.h"
 #include "Failure.h"
+#include "RemoteDoor.h"
 #include "Text.h"
 #include "omi_Swapper.h"
 #include "rfm_FileRepr.h"
@@ -20,6 +21,7 @@ constexpr bool kStoredAsIs = omi_Swapper(omi_Swapper::Stored);
 
 rfm_File OpenAnyFile(const std::string& path)
 {
+    if (IsRemotePath(path)) return OpenForReading(path);
     try
     {
         return rfm_File::Open(path.c_str(), utl_FileAccessRead);

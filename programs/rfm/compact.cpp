@@ -5,6 +5,7 @@
 #include "DamageList.h"
 #include "FileWalk.h"
 #include "NewFile.h"
+#include "RemoteDoor.h"
 #include "Text.h"
 #include "WriterWatch.h"
 
@@ -95,7 +96,7 @@ void CompactCommand::Tell(Output& output, const std::string& hash) const
 int CompactCommand::Run(Output& output)
 {
     DatabaseFile in(m_In);
-    TellOfSemaphore(m_In, "a change may be copied half done");
+    TellOfSemaphore(in, "a change may be copied half done");
     const WriterWatch watch(m_In);
     NewFile out(m_Out, m_Force, m_In);
     RequireSound();
@@ -107,6 +108,7 @@ int CompactCommand::Run(Output& output)
     }
     catch (const nex_Exception& cause)
     {
+        ThrowIfRemote(m_In, cause);
         out.ThrowUnwritten(PlainMessage(cause.what()));
     }
     out.Publish();

@@ -1,14 +1,7 @@
 #include "convert.h"
 
-#include "ByteCopy.h"
-#include "DatabaseFile.h"
-#include "FileKind.h"
-#include "NewFile.h"
 #include "Text.h"
-#include "WriterWatch.h"
-#include "omi_Swapper.h"
-#include "rfm_FileRepr.h"
-#include "rfm_HeaderFormat.h"
+#include "VerifiedCopy.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -46,8 +39,6 @@ public:
     int Run(Output& output) override;
 
 private:
-    CopiedBytes Write(const rfm_File& source, const NewFile& out, Progress& progress) const;
-    void CopyVerified(const NewFile& out) const;
     void Tell(Output& output, std::int64_t bytes) const;
 
     std::string m_In;
@@ -56,48 +47,6 @@ private:
     bool m_Force = false;
     StyleOptions m_Style;
 };
-
-// A plain file says in its header how large it is. Bytes that come from another kind of file say nothing there, or the
-// size that a plain file had which they once were.
-void StampSize(const std::string& path)
-{
-    const rfm_File file = rfm_File::Open(path.c_str(), utl_FileAccessUpdate);
-    rfm_FileRepr& repr = file.Repr();
-    char stamp[rfm_SizeStampBytes] = {};
-    repr.Seek(rfm_SizeStampOffset);
-    repr.Read(stamp, sizeof stamp);
-    if (rfm_SizeStampAllows(stamp, repr.Swapped(), repr.MediumSize().Value())) return;
-    repr.WriteSizeStamp(rfm_SizeStampOffset);
-    repr.Flush();
-}
-
-CopiedBytes ConvertCommand::Write(const rfm_File& source, const NewFile& out, Progress& progress) const
-{
-    rfm_File target;
-    try
-    {
-        target = CreateFileOfKind(KindOfWord(m_To), out.WorkPath());
-        return CopyBytes(source, target, progress);
-    }
-    catch (...)
-    {
-        const QuietStandardError quiet;
-        target = rfm_File();
-        throw;
-    }
-}
-
-void ConvertCommand::CopyVerified(const NewFile& out) const
-{
-    const rfm_File source = rfm_File::Open(m_In.c_str(), utl_FileAccessRead);
-    Progress progress(2 * source.Repr().Length().Value());
-    progress.Begin("copying");
-    const CopiedBytes copied = Write(source, out, progress);
-    progress.Begin("comparing");
-    if (ReadBytes(rfm_File::Open(out.WorkPath().c_str(), utl_FileAccessRead), progress) != copied)
-        out.ThrowUnwritten("reading it back gave other bytes than were written");
-    if (KindOfWord(m_To) == FileKind::Plain) StampSize(out.WorkPath());
-}
 
 void ConvertCommand::Tell(Output& output, std::int64_t bytes) const
 {
@@ -115,27 +64,7 @@ void ConvertCommand::Tell(Output& output, std::int64_t bytes) const
 
 int ConvertCommand::Run(Output& output)
 {
-    const std::int64_t bytes = DatabaseFile(m_In).File().Repr().Length().Value();
-    TellOfSemaphore(m_In, "a change may be copied half done");
-    const WriterWatch watch(m_In);
-    NewFile out(m_Out, m_Force, m_In);
-    try
-    {
-        CopyVerified(out);
-        watch.RequireRest();
-        DatabaseFile{out.WorkPath()}; // what doesn't open is no copy
-    }
-    catch (const Failure&)
-    {
-        watch.RequireRest(); // a writer that closes cuts its reserve off the file: that is no damage
-        throw;
-    }
-    catch (const nex_Exception& cause)
-    {
-        out.ThrowUnwritten(PlainMessage(cause.what()));
-    }
-    out.Publish();
-    Tell(output, bytes);
+    Tell(output, CopyVerified(m_In, m_Out, KindOfWord(m_To), m_Force));
     return ExitDone;
 }
 } // namespace

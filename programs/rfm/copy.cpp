@@ -3,6 +3,7 @@
 #include "Compaction.h"
 #include "ContentHash.h"
 #include "NewFile.h"
+#include "RemoteDoor.h"
 #include "Selection.h"
 #include "Text.h"
 #include "WriterWatch.h"
@@ -114,7 +115,7 @@ void CopyCommand::Tell(Output& output, const std::vector<Object>& objects, const
 int CopyCommand::Run(Output& output)
 {
     DatabaseFile in(m_In);
-    TellOfSemaphore(m_In, "a change may be copied half done");
+    TellOfSemaphore(in, "a change may be copied half done");
     const std::vector<Object> objects = Choose(in);
     const WriterWatch watch(m_In);
     NewFile out(m_Out, m_Force, m_In);
@@ -126,6 +127,7 @@ int CopyCommand::Run(Output& output)
     }
     catch (const nex_Exception& cause)
     {
+        ThrowIfRemote(m_In, cause);
         out.ThrowUnwritten(PlainMessage(cause.what()));
     }
     out.Publish();

@@ -330,7 +330,7 @@ int DiffCommand::Run(Output& output)
     if (!m_Pair.empty()) m_Options.pairing = m_Pair == "order" ? Pairing::ByOrder : Pairing::ByHandle;
     DatabaseFile a(m_A);
     DatabaseFile b(m_B);
-    for (const std::string& path : {m_A, m_B}) TellOfSemaphore(path, "a change may be compared half done");
+    for (DatabaseFile* file : {&a, &b}) TellOfSemaphore(*file, "a change may be compared half done");
     const WriterWatch watchA(m_A);
     const WriterWatch watchB(m_B);
     const int code = m_Style.json ? CompareAsJson(output, a, b) : CompareAsText(output, a, b);

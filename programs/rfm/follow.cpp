@@ -3,6 +3,7 @@
 #include "DatabaseFile.h"
 #include "Extremes.h"
 #include "Glob.h"
+#include "RemoteDoor.h"
 #include "RowSource.h"
 #include "Selection.h"
 #include "Text.h"
@@ -26,6 +27,7 @@ namespace
 {
 using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kPollInterval{20};
+constexpr std::chrono::milliseconds kRemotePollInterval{100}; // each is a round trip
 
 // Which file has the name now.
 struct Identity
@@ -39,13 +41,14 @@ struct Identity
 Identity IdentityOf(const std::string& path)
 {
     struct stat status = {};
-    if (::stat(path.c_str(), &status) != 0) return {};
+    if (IsRemotePath(path) || ::stat(path.c_str(), &status) != 0) return {};
     return {status.st_dev, status.st_ino, true};
 }
 
-// Seconds from the last write of the file to now: what a flush needed to be seen.
-double LagOf(const std::string& path)
+// Seconds from the last write of the file to now: what a flush needed to be seen. Another host has a clock of its own.
+std::optional<double> LagOf(const std::string& path)
 {
+    if (IsRemotePath(path)) return {};
     struct stat status = {};
     timespec now{};
     if (::stat(path.c_str(), &status) != 0 || ::clock_gettime(CLOCK_REALTIME, &now) != 0) return 0;
@@ -221,8 +224,12 @@ std::unique_ptr<View> TryToOpen(const std::string& path, const Interest& interes
     {
         return std::make_unique<View>(path, interest);
     }
-    catch (const Failure&)
+    catch (const Failure& failure)
     {
+        // Where nobody can be asked for the file, waiting for it is of no use.
+        const bool isFileRefused =
+            std::string_view(failure.what()).find("assistant,") != std::string_view::npos;
+        if (failure.Code() == ExitRemote && !isFileRefused) throw;
         return nullptr;
     }
 }
@@ -320,7 +327,7 @@ private:
     void Lose(const char* event, const std::string& text);
     void Tell(const char* event, const std::string& text, const std::string& json = "");
     void TellOpened(const char* event);
-    void TellFlush(const std::vector<Change>& changes, double lag);
+    void TellFlush(const std::vector<Change>& changes, std::optional<double> lag);
 
     std::string m_File;
     bool m_Json = false;
@@ -401,7 +408,7 @@ std::string ChangeText(const Change& change)
                        change.difference < 0 ? "" : "+", amount, ExtremesText(change.extremes));
 }
 
-void FollowCommand::TellFlush(const std::vector<Change>& changes, double lag)
+void FollowCommand::TellFlush(const std::vector<Change>& changes, std::optional<double> lag)
 {
     std::string text;
     std::string json;
@@ -414,11 +421,13 @@ void FollowCommand::TellFlush(const std::vector<Change>& changes, double lag)
                         change.isInRows ? "rows" : "bytes", change.difference, ExtremesJson(change.extremes));
     }
     const std::uint32_t count = m_View->FlushCount();
+    const char* gap = m_Output->IsTerminal() ? "  " : "\t";
+    const std::string lagText = lag ? fmt::format("{:.3f} s", *lag) : "unknown";
+    const std::string lagJson = lag ? fmt::format("{:.6f}", *lag) : "null";
     m_HasNews = true;
     Tell("flush",
-         fmt::format("{}{}lag {:.3f} s{}{}", count, m_Output->IsTerminal() ? "  " : "\t", lag,
-                     m_Output->IsTerminal() ? "  " : "\t", text.empty() ? "nothing new" : text),
-         fmt::format(",\"flush\":{},\"lag\":{:.6f},\"changes\":[{}]", count, lag, json));
+         fmt::format("{}{}lag {}{}{}", count, gap, lagText, gap, text.empty() ? "nothing new" : text),
+         fmt::format(",\"flush\":{},\"lag\":{},\"changes\":[{}]", count, lagJson, json));
 }
 
 void FollowCommand::Lose(const char* event, const std::string& text)
@@ -432,7 +441,7 @@ void FollowCommand::Lose(const char* event, const std::string& text)
 void FollowCommand::Update()
 {
     if (m_View->File().Database().Snap() == 0) return;
-    const double lag = LagOf(m_File);
+    const std::optional<double> lag = LagOf(m_File);
     std::vector<Change> changes = m_View->Look();
     if (m_View->NeedsReopen()) Reopen(changes);
     TellFlush(changes, lag);
@@ -460,7 +469,9 @@ void FollowCommand::PollView()
         return Lose("gone", "waiting for the file to come back");
     case rfm_FileStatus::RfmFileInTransaction:
         if (!m_IsWaiting)
-            Tell("waiting", fmt::format("a writer holds {}", OneLine(LookAtSemaphore(m_File).path)));
+            Tell("waiting", IsRemotePath(m_File)
+                                ? "a writer asks readers to wait"
+                                : fmt::format("a writer holds {}", OneLine(LookAtSemaphore(m_File).path)));
         m_IsWaiting = true;
         return;
     case rfm_FileStatus::RfmFileUnchanged:
@@ -487,10 +498,16 @@ void FollowCommand::TryToReturn()
 
 void FollowCommand::Poll()
 {
-    if (m_View == nullptr)
-        TryToReturn();
-    else
+    if (m_View == nullptr) return TryToReturn();
+    try
+    {
         PollView();
+    }
+    catch (const nex_Exception& cause)
+    {
+        ThrowIfRemote(m_File, cause);
+        throw;
+    }
 }
 
 // The part of OBJECT that names objects, and the one that names fields: the file has to have such ones now.
@@ -560,7 +577,7 @@ int FollowCommand::Run(Output& output)
             throw Failure(
                 ExitBusy, OneLine(m_File), "the time is up",
                 "a larger --timeout waits longer; `rfm info` tells whether a semaphore holds readers up");
-        std::this_thread::sleep_for(kPollInterval);
+        std::this_thread::sleep_for(IsRemotePath(m_File) ? kRemotePollInterval : kPollInterval);
         Poll();
     }
     return ExitDone;

@@ -45,7 +45,7 @@ private:
 int HashCommand::Run(Output& output)
 {
     DatabaseFile file(m_File);
-    TellOfSemaphore(m_File, "a change may enter half done");
+    TellOfSemaphore(file, "a change may enter half done");
     const WriterWatch watch(m_File);
     const std::string hash = ContentHash(file);
     watch.RequireRest();

@@ -20,7 +20,7 @@ constexpr const char* kFormats =
     "  plain        a running analysis, followed by viewers; models that are edited\n"
     "  compressed   results that are kept; reads anywhere in it stay cheap\n"
     "  hdf5         where only HDF5 files are welcome: the database is its dataset \"rfm\"\n"
-    "Following a running writer works on plain local files alone.\n"
+    "Following a running writer works on plain files alone.\n"
     "\n"
     "What comes out:\n"
     "  on a terminal   one screen, aligned\n"

@@ -54,6 +54,7 @@ std::string ObjectsText(const Sums& sums)
 std::string SemaphoreText(const Semaphore& semaphore)
 {
     if (!semaphore.isPresent) return "none";
+    if (semaphore.path.empty()) return "a writer asks readers to wait, or died doing so";
     return fmt::format("{} since {}: a writer asks readers to wait, or died doing so",
                        OneLine(semaphore.path), UtcTime(semaphore.since));
 }
@@ -116,7 +117,9 @@ Json Facts(DatabaseFile& file, const Sums& sums, const Semaphore& semaphore)
     facts["objects"] = sums.byType;
     facts["objectsDamaged"] = sums.damaged;
     facts["layouts"] = database.GetTableMetadataNames().Count();
-    facts["semaphore"] = semaphore.isPresent ? Json::parse(TextJson(semaphore.path)) : Json();
+    facts["semaphore"] = semaphore.isPresent
+                             ? Json::parse(TextJson(semaphore.path.empty() ? "remote" : semaphore.path))
+                             : Json();
     Json statistics;
     for (const cow_String& line : database.GetDBStatistics())
     {
@@ -160,7 +163,7 @@ int InfoCommand::Run(Output& output)
 {
     DatabaseFile file(m_File);
     const Sums sums = SumUp(file);
-    const Semaphore semaphore = LookAtSemaphore(m_File);
+    const Semaphore semaphore = LookAtSemaphore(file);
     const Json facts = Facts(file, sums, semaphore);
     if (m_Style.json)
         output.Line(facts.dump(2));

@@ -2,15 +2,20 @@
 #include "Command.h"
 #include "Failure.h"
 #include "Output.h"
+#include "RemoteDoor.h"
+#include "RemoteScratch.h"
 #include "Text.h"
+#include "browse.h"
 #include "check.h"
 #include "compact.h"
 #include "completion.h"
+#include "connect.h"
 #include "convert.h"
 #include "copy.h"
 #include "diff.h"
 #include "doctor.h"
 #include "follow.h"
+#include "get.h"
 #include "hash.h"
 #include "help.h"
 #include "info.h"
@@ -59,6 +64,9 @@ Commands AllCommands()
     commands.push_back(MakeCopy());
     commands.push_back(MakeRecover());
     commands.push_back(MakeHash());
+    commands.push_back(MakeConnect());
+    commands.push_back(MakeBrowse());
+    commands.push_back(MakeGet());
     commands.push_back(MakeUnlock());
     commands.push_back(MakeCompletion());
     commands.push_back(MakeHelp());
@@ -128,8 +136,8 @@ std::string MainHelp(const Commands& commands)
            "error.\n"
            "\n"
            "exit codes: 0 done, 1 the answer is no or damage was found, 2 wrong usage, 3 no such file or\n"
-           "object, 4 not a database or not readable, 5 busy or timed out, 7 output could not be written,\n"
-           "130 interrupted\n";
+           "object, 4 not a database or not readable, 5 busy or timed out, 6 another host could not be\n"
+           "reached, or refused, 7 output could not be written, 130 interrupted\n";
 }
 
 Command* FindCommand(const Commands& commands, std::string_view name)
@@ -144,7 +152,8 @@ Command* FindCommand(const Commands& commands, std::string_view name)
 bool LooksLikeFile(const std::string& word)
 {
     struct stat status = {};
-    return ::stat(word.c_str(), &status) == 0 || word.find_first_of("./") != std::string::npos;
+    return IsRemotePath(word) || ::stat(word.c_str(), &status) == 0 ||
+           word.find_first_of("./") != std::string::npos;
 }
 
 [[noreturn]] void RefuseWord(const Commands& commands, const std::string& word)
@@ -264,6 +273,11 @@ int RunGuarded(int argc, char** argv, Output& output)
     catch (const std::exception& failure)
     {
         output.Flush();
+        if (IsRemoteFailure(failure))
+        {
+            Note(RemoteFailure("another host", failure).what());
+            return ExitRemote;
+        }
         Note(PlainMessage(failure.what()) + "; `rfm check` tells whether the file is damaged");
         return ExitUnreadable;
     }
@@ -280,6 +294,7 @@ int Main(int argc, char** argv)
     const int code = RunGuarded(argc, argv, output);
     output.Finish();
     rfm_finalize(initializations);
+    RemoveRemoteScratch();
     // HDF5 would try again to write what it could not, and complain at length: everything has been said.
     if (code == ExitOutput) ::_exit(code);
     if (output.Error() == 0) return code;

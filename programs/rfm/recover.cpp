@@ -6,6 +6,7 @@
 #include "FileWalk.h"
 #include "NewFile.h"
 #include "Recovery.h"
+#include "RemoteDoor.h"
 #include "SectorWalk.h"
 #include "Text.h"
 #include "WriterWatch.h"
@@ -138,6 +139,7 @@ int RecoverCommand::Run(Output& output)
     }
     catch (const nex_Exception& cause)
     {
+        ThrowIfRemote(m_In, cause);
         out.ThrowUnwritten(PlainMessage(cause.what()));
     }
     out.Publish();

@@ -61,7 +61,7 @@ int RowListing::Run(Output& output)
 {
     DatabaseFile file(m_File);
     QueriedRows rows(file, m_Query);
-    TellOfSemaphore(m_File, "a change may be shown half done");
+    TellOfSemaphore(file, "a change may be shown half done");
     m_Output = &output;
     if (IsOnScreen() && WantsPager()) output.Page();
     Listing listing(output, m_Style.Choose(output), rows.Columns(), JsonHead(Name(), file, rows.Object()));

@@ -1,6 +1,7 @@
 #include "stats.h"
 
 #include "Extremes.h"
+#include "RemoteDoor.h"
 #include "RowQuery.h"
 #include "Text.h"
 
@@ -115,6 +116,7 @@ bool StatsCommand::Tell(DatabaseFile& file, const Selected& selected, Listing& l
     }
     catch (const nex_Exception& cause)
     {
+        ThrowIfRemote(m_File, cause);
         Note(fmt::format("{}: handle {}, row {}: {}; `rfm check` tells what is damaged", OneLine(m_File),
                          object.handle.Value(), count, PlainMessage(cause.what())));
         return false;
@@ -125,7 +127,7 @@ int StatsCommand::Run(Output& output)
 {
     DatabaseFile file(m_File);
     const std::vector<Selected> all = Select(file, m_Objects);
-    TellOfSemaphore(m_File, "a change may be counted half done");
+    TellOfSemaphore(file, "a change may be counted half done");
     Listing listing(output, m_Style.Choose(output), Columns(),
                     fmt::format("\"command\":\"stats\",\"file\":{},", TextJson(m_File)));
     bool isSound = true;

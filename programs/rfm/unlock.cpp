@@ -1,6 +1,7 @@
 #include "unlock.h"
 
 #include "DatabaseFile.h"
+#include "RemoteDoor.h"
 #include "Text.h"
 
 #include <CLI/CLI.hpp>
@@ -62,6 +63,9 @@ bool AskedAndAgreed(const Semaphore& semaphore)
 
 int UnlockCommand::Run(Output& output)
 {
+    if (IsRemotePath(m_File))
+        throw Failure(ExitUsage, OneLine(m_File), "a semaphore is removed on its own host",
+                      "log in there and run `rfm unlock`");
     const Semaphore semaphore = LookAtSemaphore(m_File);
     const std::string name = OneLine(m_File);
     if (!semaphore.isPresent)

@@ -85,7 +85,7 @@ int ValueCommand::Run(Output& output)
 {
     DatabaseFile file(m_File);
     QueriedRows rows(file, m_Query);
-    TellOfSemaphore(m_File, "a change may be shown half done");
+    TellOfSemaphore(file, "a change may be shown half done");
     const std::size_t fields = rows.Fields().size();
     if (fields != 1 && rows.Source().Length() != 0)
         throw Failure(ExitUsage, OneLine(m_Query.object),

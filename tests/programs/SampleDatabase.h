@@ -2,9 +2,8 @@
 
 // A small database with one object of each kind, and files to damage.
 
+#include "TestFolder.h"
 #include "rfm.h"
-
-#include <unistd.h>
 
 #include <cstring>
 #include <filesystem>
@@ -12,28 +11,6 @@
 #include <iterator>
 #include <string>
 #include <utility>
-
-/// A folder of the test's own, gone with the test.
-class TestFolder
-{
-public:
-    TestFolder()
-    {
-        std::string pattern = (std::filesystem::temp_directory_path() / "rfm_tool_XXXXXX").string();
-        m_Path = ::mkdtemp(pattern.data());
-    }
-    TestFolder(const TestFolder&) = delete;
-    TestFolder& operator=(const TestFolder&) = delete;
-    ~TestFolder()
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(m_Path, ignored);
-    }
-    std::string operator/(const std::string& name) const { return m_Path + "/" + name; }
-
-private:
-    std::string m_Path;
-};
 
 inline rfm_Database CreateDatabase(const std::string& path, int creationTime = 1700000000)
 {

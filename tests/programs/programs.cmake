@@ -23,11 +23,15 @@ if(TARGET rfm_tool)
     programs/rfm_recover_test.cpp
     programs/rfm_rows_test.cpp
     programs/rfm_tool_test.cpp
+    ${PROJECT_SOURCE_DIR}/programs/rfm/ConnectionFile.cpp
     ${PROJECT_SOURCE_DIR}/programs/rfm/DatabaseFile.cpp
     ${PROJECT_SOURCE_DIR}/programs/rfm/Expression.cpp
     ${PROJECT_SOURCE_DIR}/programs/rfm/Glob.cpp
+    ${PROJECT_SOURCE_DIR}/programs/rfm/NewFile.cpp
     ${PROJECT_SOURCE_DIR}/programs/rfm/Output.cpp
     ${PROJECT_SOURCE_DIR}/programs/rfm/Progress.cpp
+    ${PROJECT_SOURCE_DIR}/programs/rfm/RemoteDoor.cpp
+    ${PROJECT_SOURCE_DIR}/programs/rfm/RemoteScratch.cpp
     ${PROJECT_SOURCE_DIR}/programs/rfm/Selection.cpp
     ${PROJECT_SOURCE_DIR}/programs/rfm/Text.cpp
   )

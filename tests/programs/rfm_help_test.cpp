@@ -28,8 +28,8 @@ TEST(RfmHelp, TheTopicOfExitCodesNamesEachOfThem)
 {
     using namespace rfm_tool;
     const std::string out = Tool::Run({"help", "exit-codes"}).out;
-    for (const int code :
-         {ExitDone, ExitNo, ExitUsage, ExitMissing, ExitUnreadable, ExitBusy, ExitOutput, ExitInterrupted})
+    for (const int code : {ExitDone, ExitNo, ExitUsage, ExitMissing, ExitUnreadable, ExitBusy, ExitRemote,
+                           ExitOutput, ExitInterrupted})
         EXPECT_THAT(out, HasSubstr("\n  " + std::to_string(code) + " "));
 }
 

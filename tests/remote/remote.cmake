@@ -32,15 +32,39 @@ add_dependencies(assistant_tests rfmT_FileAssistant)
 
 set(RFM_REMOTE_AREAS remote_tests browsing_tests assistant_tests)
 
+# The tool on files of other hosts.
+if(TARGET rfm_tool)
+  add_area(tool_remote_tests
+    programs/rfm_connect_test.cpp
+    programs/rfm_remote_test.cpp
+  )
+  list(APPEND RFM_REMOTE_AREAS tool_remote_tests)
+  set(RFM_TOOL_REMOTE_AREAS tool_remote_tests)
+endif()
+
 # The library and the programs together, over the system's own sshd.
 find_program(RFM_SSHD sshd PATHS /usr/sbin /usr/local/sbin)
 if(RFM_SSHD)
   add_area(ssh_tests remote/rds_OverSsh_test.cpp)
   target_compile_definitions(ssh_tests PRIVATE RFM_SSHD="${RFM_SSHD}")
   list(APPEND RFM_REMOTE_AREAS ssh_tests)
+  if(TARGET rfm_tool)
+    add_area(tool_ssh_tests programs/rfm_over_ssh_test.cpp)
+    target_compile_definitions(tool_ssh_tests PRIVATE RFM_SSHD="${RFM_SSHD}")
+    list(APPEND RFM_REMOTE_AREAS tool_ssh_tests)
+    list(APPEND RFM_TOOL_REMOTE_AREAS tool_ssh_tests)
+  endif()
 else()
   message(STATUS "rfm: there is no sshd here; the tests over ssh are left out")
 endif()
+
+foreach(area IN LISTS RFM_TOOL_REMOTE_AREAS)
+  target_include_directories(${area} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/programs)
+  target_compile_definitions(${area} PRIVATE RFM_TOOL="$<TARGET_FILE:rfm_tool>"
+                             RFM_FILE_ASSISTANT="$<TARGET_FILE:rfmT_FileAssistant>")
+  target_link_libraries(${area} PRIVATE util)
+  add_dependencies(${area} rfm_tool rfmT_FileAssistant)
+endforeach()
 
 foreach(area IN LISTS RFM_REMOTE_AREAS)
   target_include_directories(${area} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/remote)

@@ -28,6 +28,7 @@ public:
     }
 
     const std::string& Path() const { return m_Path; }
+    std::string operator/(const std::string& name) const { return m_Path + "/" + name; }
     cow_String Path(const char* name) const { return cow_String(std::string_view(m_Path + "/" + name)); }
 
 private:

@@ -8,7 +8,6 @@
 #include "rfm_HeaderFormat.h"
 #include "rfm_LinkageFormat.h"
 #include "rfm_ObjectFormat.h"
-#include "utl_UrlParser.h"
 
 #include <fmt/format.h>
 #include <sys/stat.h>
@@ -98,7 +97,7 @@ rfm_Database OpenDatabase(const std::string& path, const rfm_File& file)
 rfm_File OpenFile(const std::string& path)
 {
     // What lies on another machine can be looked at by the library alone.
-    if (!utl_UrlParser::IsUrl(path.c_str()))
+    if (!IsUrl(path))
     {
         RequireReadableFile(path);
         RequireDatabaseMagic(path);
@@ -159,6 +158,8 @@ std::string Object::TypeWord() const
 }
 
 // ---- Opening ----
+
+bool IsUrl(const std::string& path) { return path.starts_with("mrkrdb://"); }
 
 void RequireReadableFile(const std::string& path)
 {

@@ -83,6 +83,8 @@ private:
     rfm_Database m_Database;
 };
 
+/// Whether it names a database on another machine, which the system's own calls know nothing of.
+bool IsUrl(const std::string& path);
 /// Whether the file can be opened at all: there, readable, a regular file with something in it. Opening a pipe, say,
 /// would wait for ever.
 /// Throws: Failure.

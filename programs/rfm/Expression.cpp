@@ -37,6 +37,19 @@ std::optional<int> HexDigit(char byte)
     return {};
 }
 
+// The names that an expression may use, as many as a line has room for.
+std::string ShortList(const std::vector<std::string_view>& names)
+{
+    constexpr std::size_t kRoom = 60;
+    std::string list = "row";
+    for (const std::string_view name : names)
+    {
+        if (list.size() > kRoom) return list + ", ...";
+        list += ", " + OneLine(name);
+    }
+    return list;
+}
+
 bool HoldsFor(std::partial_ordering order, bool less, bool equal, bool greater)
 {
     if (order == std::partial_ordering::less) return less;
@@ -47,7 +60,8 @@ bool HoldsFor(std::partial_ordering order, bool less, bool equal, bool greater)
 
 // ---- Parsing ----
 
-/// Goes through the text once, from left to right; each step of the grammar is a function, and gives the node that it made.
+/// Goes through the text once, from left to right; each step of the grammar is a function, and gives the node that it
+/// made.
 class ExpressionParser
 {
 public:
@@ -158,17 +172,8 @@ void ExpressionParser::ThrowUnknownField(std::size_t place, std::string_view nam
     std::vector<std::string_view> names;
     for (const ExpressionField& field : m_Fields) names.push_back(field.name);
     const std::string_view near = NearestName(name, names);
-    std::string remedy = fmt::format("did you mean {}?", OneLine(near));
-    if (near.empty())
-    {
-        remedy = "row";
-        for (const std::string_view each : names)
-        {
-            if (remedy.size() > 60) break;
-            remedy += ", " + OneLine(each);
-        }
-        remedy = "there are " + remedy + (remedy.size() > 60 ? ", ..." : "");
-    }
+    const std::string remedy =
+        near.empty() ? "there are " + ShortList(names) : fmt::format("did you mean {}?", OneLine(near));
     throw Failure(ExitMissing, fmt::format("{} '{}'", m_Option, OneLine(m_Text)),
                   fmt::format("at {}: there is no field {}", place + 1, OneLine(name)), remedy);
 }
@@ -514,9 +519,9 @@ bool Expression::IsTrue(int index, const ExpressionRow& row) const
 // What is shown of a float are the digits that find it among floats: a number as written has to be one, too.
 Value Expression::RoundedAs(const Value& other, int index, const Value& value) const
 {
-    const bool isLiteral = m_Nodes[static_cast<std::size_t>(index)].operation == Operation::Number;
-    const bool fits = std::abs(value.Number()) <= static_cast<double>(std::numeric_limits<float>::max());
-    if (other.GetKind() != Value::Kind::Float || !isLiteral || !fits) return value;
+    if (other.GetKind() != Value::Kind::Float) return value;
+    if (m_Nodes[static_cast<std::size_t>(index)].operation != Operation::Number) return value;
+    if (std::abs(value.Number()) > static_cast<double>(std::numeric_limits<float>::max())) return value;
     return Value::OfFloat(static_cast<float>(value.Number()));
 }
 

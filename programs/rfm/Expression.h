@@ -17,14 +17,15 @@
 //   product      factor { ("*" | "/" | "%") factor }
 //   factor       "-" factor | NUMBER | TEXT | NAME | "row" | "present" "(" NAME ")" | "(" expression ")"
 //
-// A NAME is a field's: letters, digits, `_`, `.` and what is beyond ASCII, not beginning with a digit; any other name, that
-// of an array's element or one of the words above stands in brackets: [0], [my field], [row]. A TEXT stands between ' or
-// ", with \t \n \r \xNN and a \ before any character for itself. `row` is the number of the row, from 0. `~` asks whether
-// a text fits a glob.
+// A NAME is a field's: letters, digits, `_`, `.` and what is beyond ASCII, not beginning with a digit; any other name,
+// that of an array's element or one of the words above stands in brackets: [0], [my field], [row]. A TEXT stands
+// between ' or ", with \t \n \r \xNN and a \ before any character for itself. `row` is the number of the row, from 0.
+// `~` asks whether a text fits a glob.
 //
-// An absent value makes a sum absent, and every comparison with it false, != too; present(NAME) tells. Texts are compared
-// byte by byte. Numbers are compared as doubles, but a float with a number as written is compared as a float, so that what
-// is shown as 0.1 is found by 0.1. Division by zero gives an infinity or no number, as in arithmetic of doubles.
+// An absent value makes a sum absent, and every comparison with it false, != too; present(NAME) tells. Texts are
+// compared byte by byte. Numbers are compared as doubles, but a float with a number as written is compared as a float,
+// so that what is shown as 0.1 is found by 0.1. Division by zero gives an infinity or no number, as in arithmetic of
+// doubles.
 
 namespace rfm_tool
 {
@@ -57,8 +58,8 @@ class Expression
 {
 public:
     /// `option` is the word that failures name, such as "--where".
-    /// Throws: Failure with ExitUsage, with the place in the text, for one that can't be understood or compares a text with a
-    /// number; with ExitMissing for an unknown name.
+    /// Throws: Failure with ExitUsage, with the place in the text, for one that can't be understood or compares a text
+    /// with a number; with ExitMissing for an unknown name.
     Expression(std::string_view option, std::string_view text, const std::vector<ExpressionField>& fields);
 
     bool Holds(const ExpressionRow& row) const { return IsTrue(m_Root, row); }

@@ -21,8 +21,8 @@ std::string_view TakeCharacter(std::string_view& text)
     return character;
 }
 
-// Bytes of the set at the start of a pattern, its brackets included; 0 when it isn't closed. A `]` right behind the start
-// belongs to the set.
+// Bytes of the set at the start of a pattern, its brackets included; 0 when it isn't closed. A `]` right behind the
+// start belongs to the set.
 std::size_t SetBytes(std::string_view pattern)
 {
     const std::size_t first = pattern.size() > 1 && pattern[1] == '!' ? 2 : 1;

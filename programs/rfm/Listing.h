@@ -58,8 +58,8 @@ struct Column
     bool isRight = false; // numbers line up at their ends
 };
 
-/// Writes rows under columns as they come. Only the aligned style keeps rows back, at most kMeasuredRows of them, to find
-/// how wide its columns are; wider values that come later push their line out.
+/// Writes rows under columns as they come. Only the aligned style keeps rows back, at most kMeasuredRows of them, to
+/// find how wide its columns are; wider values that come later push their line out.
 ///
 /// JSON:  {"rfm":1,"command":COMMAND, HEAD "columns":[{"name":..,"type":..},..],"rows":[[..],..] TAIL}
 class Listing

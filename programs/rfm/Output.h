@@ -7,8 +7,8 @@
 
 namespace rfm_tool
 {
-/// Standard output. It gathers what is written and never throws: whoever writes much asks `IsGone` now and then, and the
-/// end of the program asks `Error`.
+/// Standard output. It gathers what is written and never throws: whoever writes much asks `IsGone` now and then, and
+/// the end of the program asks `Error`.
 ///
 ///             a write fails with EPIPE                  a write fails otherwise
 ///   (gone) <--------------------------- (writing) ---------------------------> (failed)

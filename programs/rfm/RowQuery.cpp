@@ -35,6 +35,7 @@ QueriedRows::QueriedRows(DatabaseFile& file, const RowQuery& query)
         m_Fields.resize(m_Source->Columns().size());
         std::iota(m_Fields.begin(), m_Fields.end(), 0);
     }
+    m_Values.resize(m_Fields.size() + 1);
     if (!query.where.empty()) m_Where.emplace("--where", query.where, ExpressionFieldsOf(*m_Source));
 }
 
@@ -54,9 +55,8 @@ bool QueriedRows::Next()
 
 const std::vector<Value>& QueriedRows::Values()
 {
-    m_Values.clear();
-    m_Values.push_back(Value::OfInt(m_Source->Number()));
-    for (const int field : m_Fields) m_Values.push_back(m_Source->ValueOf(field));
+    m_Values.front() = Value::OfInt(m_Source->Number());
+    for (std::size_t i = 0; i < m_Fields.size(); ++i) m_Values[i + 1] = m_Source->ValueOf(m_Fields[i]);
     return m_Values;
 }
 

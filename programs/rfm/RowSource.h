@@ -12,8 +12,8 @@
 
 namespace rfm_tool
 {
-/// The rows of one object, whatever its kind: those of a table, of an array, the items of a stream, the texts of the pool of
-/// strings, the fields of all layouts, the bytes of a space. It stands in front of row 0 first.
+/// The rows of one object, whatever its kind: those of a table, of an array, the items of a stream, the texts of the
+/// pool of strings, the fields of all layouts, the bytes of a space. It stands in front of row 0 first.
 ///
 ///               Next, while there are rows               Next at the end
 ///   (in front) --------------------------> (on a row) --------------------> (at the end)
@@ -39,8 +39,8 @@ public:
     virtual bool Next() = 0;
     /// The place of the current row, from 0.
     std::int64_t Row() const noexcept { return m_Row; }
-    /// The current row's number: its place, or its offset. `ValueOf` gives its values: a text lives until the next row, or the
-    /// next question for the same field.
+    /// The current row's number: its place, or its offset. `ValueOf` gives its values: a text lives until the next row,
+    /// or the next question for the same field.
     std::int64_t Number() const override { return m_Row; }
 
 protected:

@@ -67,8 +67,8 @@ bool HasName(const Object& object, std::string_view word)
            MatchesGlob(word, NumberText(std::int64_t{object.handle.Value()}));
 }
 
-// Finds what words choose in one database. All objects are described when the first name asks for it: a handle alone needs
-// only its own.
+// Finds what words choose in one database. All objects are described when the first name asks for it: a handle alone
+// needs only its own.
 class Chooser
 {
 public:
@@ -211,6 +211,8 @@ std::vector<Field> FieldsOf(DatabaseFile& file, const Object& object)
         const rfm_TableMetadata& layout = file.Database().GetTableMetadata(object.layout.c_str());
         for (const auto& [name, field] : layout.Fields()) fields.push_back({name.CString(), field.type});
     }
+    if (object.kind == Kind::Stream && object.damage.empty())
+        fields = {{"type", rfm_TypeString}, {"id", rfm_TypeInt}, {"value", rfm_TypeNone}};
     // Without rows nothing bears out the number that an array's header gives.
     if (object.kind == Kind::Array && object.damage.empty() && object.rows.value_or(0) > 0)
         for (int i = 0; i < object.columns; ++i)

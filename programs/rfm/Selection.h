@@ -15,7 +15,8 @@
 //   NODES.x  9.x  N*.d?     fields of these
 //   6.0                     element 0 of the rows of array 6
 //
-// A dot belongs to the name of a table when there is such a table; otherwise what stands behind the last dot is the field.
+// A dot belongs to the name of a table when there is such a table; otherwise what stands behind the last dot is the
+// field.
 
 namespace rfm_tool
 {
@@ -23,26 +24,27 @@ namespace rfm_tool
 struct Field
 {
     std::string name;
-    int type = 0; // an rfm_Type
+    int type = 0; // an rfm_Type; rfm_TypeNone for the values of a stream, which are of many
 };
-/// The fields of a table or an array in the order of their indexes: of a table ascending by name, which is the order in the
-/// file, and what rfm_FieldHandle(index) takes on a table of `file`. Empty for other objects, and for an array without rows.
+/// The fields of an object in the order of their indexes: of a table ascending by name, which is the order in the file,
+/// and what rfm_FieldHandle(index) takes on a table of `file`; of an array the elements of a row; of a stream type, id
+/// and value. Empty for other objects, for damaged ones, and for an array without rows.
 std::vector<Field> FieldsOf(DatabaseFile& file, const Object& object);
 
 /// One object that was chosen, and which of its fields.
 struct Selected
 {
     Object object;
-    std::optional<std::vector<int>>
-        fields; // indexes into FieldsOf in the order asked for, each once; none: the whole object
+    /// Indexes into FieldsOf in the order asked for, each once; none: the whole object.
+    std::optional<std::vector<int>> fields;
 };
 
-/// What the words choose: in the order of the words, and of one word by handle. An object comes once; fields that several
-/// words choose of it come together, and a word for the whole object outdoes them. A name without a glob stands for all
-/// tables that have it. No words: all objects but the library's own.
+/// What the words choose: in the order of the words, and of one word by handle. An object comes once; fields that
+/// several words choose of it come together, and a word for the whole object outdoes them. A name without a glob stands
+/// for all tables that have it. No words: all objects but the library's own.
 /// Damaged objects come too, when a glob fits their handle or there are no words: look at `object.damage`.
-/// Throws: Failure with ExitMissing for a word that chooses nothing, with a guess at what was meant; with ExitUnreadable for
-/// a damaged object that was named by its handle.
+/// Throws: Failure with ExitMissing for a word that chooses nothing, with a guess at what was meant; with
+/// ExitUnreadable for a damaged object that was named by its handle.
 std::vector<Selected> Select(DatabaseFile& file, const std::vector<std::string>& words);
 /// The one object that a word chooses.
 /// Throws: as `Select`, and for each damaged one; Failure with ExitUsage when there is more than one.

@@ -24,7 +24,8 @@ template <class T> std::string Shortest(T value)
 template <class T> void AppendShortest(std::string& target, T value)
 {
     char text[64];
-    target.append(text, std::to_chars(text, text + sizeof text, value).ptr);
+    const char* const end = std::to_chars(text, text + sizeof text, value).ptr;
+    target.append(text, static_cast<std::size_t>(end - text));
 }
 
 bool IsContinuation(char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U; }

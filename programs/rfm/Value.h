@@ -18,35 +18,11 @@ public:
         Text,
     };
 
-    constexpr Value() noexcept = default;
-    static constexpr Value OfInt(std::int64_t value) noexcept
-    {
-        Value result;
-        result.m_Kind = Kind::Int;
-        result.m_Int = value;
-        return result;
-    }
-    static constexpr Value OfFloat(float value) noexcept
-    {
-        Value result;
-        result.m_Kind = Kind::Float;
-        result.m_Double = value;
-        return result;
-    }
-    static constexpr Value OfDouble(double value) noexcept
-    {
-        Value result;
-        result.m_Kind = Kind::Double;
-        result.m_Double = value;
-        return result;
-    }
-    static constexpr Value OfText(std::string_view value) noexcept
-    {
-        Value result;
-        result.m_Kind = Kind::Text;
-        result.m_Text = value;
-        return result;
-    }
+    constexpr Value() noexcept : m_Int(0) {}
+    static constexpr Value OfInt(std::int64_t value) noexcept { return Value(value); }
+    static constexpr Value OfFloat(float value) noexcept { return {Kind::Float, value}; }
+    static constexpr Value OfDouble(double value) noexcept { return {Kind::Double, value}; }
+    static constexpr Value OfText(std::string_view value) noexcept { return Value(value); }
 
     constexpr Kind GetKind() const noexcept { return m_Kind; }
     constexpr bool IsAbsent() const noexcept { return m_Kind == Kind::Absent; }
@@ -63,9 +39,17 @@ public:
     constexpr std::string_view Text() const noexcept { return m_Text; }
 
 private:
+    constexpr explicit Value(std::int64_t value) noexcept : m_Kind(Kind::Int), m_Int(value) {}
+    constexpr explicit Value(std::string_view value) noexcept : m_Kind(Kind::Text), m_Text(value) {}
+    constexpr Value(Kind kind, double value) noexcept : m_Kind(kind), m_Double(value) {}
+
+    // Millions of them pass on their way to a listing, so that they share their bytes.
     Kind m_Kind = Kind::Absent;
-    std::int64_t m_Int = 0;
-    double m_Double = 0;
-    std::string_view m_Text;
+    union
+    {
+        std::int64_t m_Int;
+        double m_Double;
+        std::string_view m_Text;
+    };
 };
 } // namespace rfm_tool

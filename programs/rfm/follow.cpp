@@ -75,7 +75,8 @@ struct Change
     std::vector<FieldExtremes> extremes;
 };
 
-// What the one who follows wants to be told of: all objects, or those that a word chooses, and all their fields or some.
+// What the one who follows wants to be told of: all objects, or those that a word chooses, and all their fields or
+// some.
 struct Interest
 {
     std::string object; // empty: all
@@ -437,7 +438,8 @@ void FollowCommand::Lose(const char* event, const std::string& text)
     m_IsWaiting = false;
 }
 
-// The snap looks for itself, whatever the status said: an "updated" that came while a semaphore stood is used up by then.
+// The snap looks for itself, whatever the status said: an "updated" that came while a semaphore stood is used up by
+// then.
 void FollowCommand::Update()
 {
     if (m_View->File().Database().Snap() == 0) return;

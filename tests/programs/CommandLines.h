@@ -1,22 +1,24 @@
 #pragma once
 
-// Every command of the tool, as it is asked for its plainest work. A new command is one line here, and takes part in all
-// that is tested of every command: help, bad files, bad outputs.
+// Every command of the tool, as it is asked for its plainest work. A new command is one line here, and takes part in
+// all that is tested of every command: help, bad files, bad outputs.
 
 #include "ToolRunner.h"
 
 #include <algorithm>
+#include <ostream>
 #include <string>
 
 struct CommandLine
 {
     const char* name;
     Tool::Words words;       // behind the name; FILE and OUT stand for paths
-    int codeWhenDamaged = 4; // on a file that can't be opened as a database
+    int codeWhenDamaged = 4; // on a damaged database
     int codeWhenSound = 0;   // on a sound one
     bool writesData = true;  // to standard output, on a sound file
     const char* object = ""; // the word among `words` that names an object
 };
+inline void PrintTo(const CommandLine& command, std::ostream* stream) { *stream << command.name; }
 
 inline const CommandLine kCommandLines[] = {
     {"info", {"FILE"}},

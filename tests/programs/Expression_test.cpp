@@ -186,10 +186,23 @@ TEST(Expression, AnUnknownFieldIsToldWithTheOneThatWasMeant)
 {
     EXPECT_EQ(FailureOf("id > 1 and wieght > 3", rfm_tool::ExitMissing),
               "--where 'id > 1 and wieght > 3': at 12: there is no field wieght; did you mean weight?");
-    EXPECT_EQ(FailureOf("temperature > 3", rfm_tool::ExitMissing),
-              "--where 'temperature > 3': at 1: there is no field temperature; there are row, id, x, weight, "
-              "name, gap, "
-              "item, nan, 0, two words, row, ...");
+    EXPECT_EQ(
+        FailureOf("temperature > 3", rfm_tool::ExitMissing),
+        "--where 'temperature > 3': at 1: there is no field temperature; there are row, id, x, weight, name, "
+        "gap, item, nan, 0, two words, row, gr\xc3\xb6\xc3\x9f"
+        "e");
+    std::vector<ExpressionField> many(100, {"a field with a name", Type::Number});
+    try
+    {
+        const Expression expression("--until", "temperature > 3", many);
+        ADD_FAILURE();
+    }
+    catch (const Failure& failure)
+    {
+        EXPECT_THAT(failure.what(),
+                    testing::EndsWith("; there are row, a field with a name, a field with a name, a field "
+                                      "with a name, ..."));
+    }
 }
 
 TEST(Expression, WhatIsTooLargeIsRefusedAndNotTheEndOfTheStack)

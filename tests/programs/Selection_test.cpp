@@ -93,7 +93,8 @@ TEST_F(Selection, FieldsAreChosenByNameAndByGlobInTheOrderAskedFor)
     EXPECT_EQ(Chosen({"4.x", "4.id", "4.x"}), "4.4.0");
     EXPECT_EQ(Chosen({"6.1"}), "6.1");
     EXPECT_EQ(Chosen({"6.*"}), "6.0.1");
-    EXPECT_EQ(Chosen({"*.id"}), "4.0 5.0 " + std::to_string(m_Dotted) + ".0"); // others have no such field
+    EXPECT_EQ(Chosen({"*.id"}),
+              "4.0 5.0 8.1 " + std::to_string(m_Dotted) + ".0"); // others have no such field
 }
 
 TEST_F(Selection, AnObjectComesOnceAndAsAWholeWhenAWordAsksForTheWhole)

@@ -36,8 +36,12 @@ protected:
     // One line, and no half-made file.
     void ExpectOneLineOfDamage(const std::string& file) const
     {
+        ExpectOneLineOfDamage(file, GetParam().codeWhenDamaged);
+    }
+    void ExpectOneLineOfDamage(const std::string& file, int code) const
+    {
         const ToolResult result = Run(file);
-        EXPECT_EQ(result.code, GetParam().codeWhenDamaged) << result.err;
+        EXPECT_EQ(result.code, code) << result.err;
         EXPECT_FALSE(std::filesystem::exists(m_Out));
         if (result.code != 4) return;
         EXPECT_EQ(result.out, "");
@@ -81,11 +85,14 @@ TEST_P(EveryCommand, RefusesACutFileOfEachKind)
 {
     std::filesystem::resize_file(m_File, 15800);
     ExpectOneLineOfDamage(m_File);
-    for (const std::string name : {"table.rdx", "compressed.rdx", "hdf5.rdx"})
+    const auto half = [&](const std::string& name)
     {
         const std::string bytes = ReadFile(RFM_TEST_DATA "/" + name);
-        ExpectOneLineOfDamage(Written(name, bytes.substr(0, bytes.size() / 2)));
-    }
+        return Written(name, bytes.substr(0, bytes.size() / 2));
+    };
+    ExpectOneLineOfDamage(half("table.rdx"));
+    ExpectOneLineOfDamage(half("compressed.rdx"));
+    ExpectOneLineOfDamage(half("hdf5.rdx"), 4); // HDF5 doesn't let anybody in, not even `rfm check`
 }
 
 TEST_P(EveryCommand, RefusesEachGoldenFileWithADamagedHeader)

@@ -1,4 +1,5 @@
-// `rfm head`, `tail`, `rows --where`, `value`, `stats`, `schema`, and that all of them see the same in each kind of file.
+// `rfm head`, `tail`, `rows --where`, `value`, `stats`, `schema`, and that all of them see the same in each kind of
+// file.
 #include "NewFiles.h"
 #include "SampleDatabase.h"
 #include "ToolRunner.h"

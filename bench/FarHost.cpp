@@ -50,8 +50,7 @@ bool Listens(int port)
 {
     const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     const sockaddr_in address = AddressOf(port);
-    const bool connects =
-        ::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    const bool connects = ::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
     ::close(socket);
     return connects;
 }
@@ -82,7 +81,8 @@ void FarHost::WriteFiles() const
         << port << "ListenAddress " << kAddress << "\nHostKey " << Path("host_key") << "\nAuthorizedKeysFile "
         << Path("user_key.pub")
         << "\nPidFile none\nStrictModes no\nUsePAM no\nPasswordAuthentication no\n"
-           "KbdInteractiveAuthentication no\nPermitRootLogin prohibit-password\nSubsystem sftp internal-sftp\n";
+           "KbdInteractiveAuthentication no\nPermitRootLogin prohibit-password\nSubsystem sftp "
+           "internal-sftp\n";
     std::ofstream(Path("ssh_config")) << port << "IdentityFile " << Path("user_key")
                                       << "\nIdentitiesOnly yes\nBatchMode yes\nLogLevel ERROR\n"
                                          "StrictHostKeyChecking no\nUserKnownHostsFile "
@@ -137,8 +137,8 @@ FileServer::~FileServer()
 
 std::string FileServer::Url(const std::string& file) const
 {
-    return std::string("mrkrdb://") + kAddress + ":" + std::to_string(m_Connection->ConnectPortNumber()) + "/" +
-           file;
+    return std::string("mrkrdb://") + kAddress + ":" + std::to_string(m_Connection->ConnectPortNumber()) +
+           "/" + file;
 }
 
 } // namespace bench

@@ -302,10 +302,7 @@ public:
     double Run() override
     {
         return SecondsOf(
-            [&]
-            {
-                m_Sum = SumRandomRows(m_Sizes, [&](int row, double* values) { ReadRow(row, values); });
-            });
+            [&] { m_Sum = SumRandomRows(m_Sizes, [&](int row, double* values) { ReadRow(row, values); }); });
     }
     std::uint64_t Verify() override
     {

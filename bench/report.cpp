@@ -354,9 +354,10 @@ void PrintHeader(const std::vector<Peer>& peers, const Setting& setting, int rou
         "field:    %d MiB, three quarters doubles (single precision and 16 bits of noise), one connectivity; "
         "random: %d reads of %d bytes of the doubles\n",
         sizes.fieldBlockCount, sizes.fieldRandomCount, kFieldRowBytes);
-    std::printf("remote:   %d MiB on a host that is this one, through an sshd of the run's own; random: %d reads of "
-                "%d bytes, the first time (cold) and again (warm); logging in and opening are not timed\n",
-                sizes.remoteBlockCount, sizes.remoteRandomCount, kFieldRowBytes);
+    std::printf(
+        "remote:   %d MiB on a host that is this one, through an sshd of the run's own; random: %d reads of "
+        "%d bytes, the first time (cold) and again (warm); logging in and opening are not timed\n",
+        sizes.remoteBlockCount, sizes.remoteRandomCount, kFieldRowBytes);
     std::printf("rules:    medians of %d rounds, the peers in turn within each; data in the page cache; "
                 "nobody syncs; "
                 "every result checked by checksum\n",

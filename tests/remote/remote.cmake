@@ -45,8 +45,22 @@ endif()
 # The library and the programs together, over the system's own sshd.
 find_program(RFM_SSHD sshd PATHS /usr/sbin /usr/local/sbin)
 if(RFM_SSHD)
-  add_area(ssh_tests remote/rds_OverSsh_test.cpp)
-  target_compile_definitions(ssh_tests PRIVATE RFM_SSHD="${RFM_SSHD}")
+  # Started for each reader, so without a sanitizer's start.
+  add_executable(gated_relay remote/gated_relay.cpp)
+  if(RFM_SANITIZE)
+    target_compile_options(gated_relay PRIVATE -fno-sanitize=all)
+    target_link_options(gated_relay PRIVATE -fno-sanitize=all)
+  endif()
+  add_area(ssh_tests
+    remote/RemoteDatabases_test.cpp
+    remote/RemoteFaults_test.cpp
+    remote/rds_OverSsh_test.cpp
+  )
+  target_compile_definitions(ssh_tests PRIVATE
+    RFM_FILE_ASSISTANT="$<TARGET_FILE:rfmT_FileAssistant>"
+    RFM_GATED_RELAY="$<TARGET_FILE:gated_relay>"
+    RFM_SSHD="${RFM_SSHD}")
+  add_dependencies(ssh_tests gated_relay rfmT_FileAssistant)
   list(APPEND RFM_REMOTE_AREAS ssh_tests)
   if(TARGET rfm_tool)
     add_area(tool_ssh_tests programs/rfm_over_ssh_test.cpp)

@@ -3,6 +3,9 @@
 #include "contenders.h"
 #include "deflate.h"
 #include "peers.h"
+#ifdef RFM_BENCH_SSHD
+#include "remote.h"
+#endif
 
 #include <algorithm>
 #include <cerrno>
@@ -559,6 +562,11 @@ std::unique_ptr<Contender> Make(Kind kind, const Setting& setting)
     case Kind::HdfScan: return MakeRfmPlain(Kind::Scan, setting);
     case Kind::HdfWrite: return std::make_unique<WholeWrite>(setting, field);
     case Kind::HdfRead: return std::make_unique<WholeRead>(setting, field);
+#ifdef RFM_BENCH_SSHD
+    case Kind::RemoteRead:
+    case Kind::RemoteCold:
+    case Kind::RemoteWarm: return MakeRemoteBare(kind, setting);
+#endif
     default: return MakeOf<Store>(kind, setting);
     }
 }

@@ -3,6 +3,9 @@
 
 #include "contenders.h"
 #include "peers.h"
+#ifdef RFM_BENCH_SSHD
+#include "remote.h"
+#endif
 
 #include <algorithm>
 #include <cstdlib>
@@ -513,6 +516,11 @@ std::unique_ptr<Contender> Make(Kind kind, const Setting& setting)
     case Kind::HdfRead: return std::make_unique<WholeRead>(setting, hdf);
     case Kind::HdfAppend: return MakeOf<StoreOn<kHdfSteps>>(Kind::Append, setting);
     case Kind::HdfScan: return MakeOf<StoreOn<kHdfSteps>>(Kind::Scan, setting);
+#ifdef RFM_BENCH_SSHD
+    case Kind::RemoteRead:
+    case Kind::RemoteCold:
+    case Kind::RemoteWarm: return MakeRemote(kind, setting);
+#endif
     default: return MakeOf<Store>(kind, setting);
     }
 }
@@ -539,6 +547,8 @@ std::unique_ptr<Contender> MakeRfmPlain(Kind kind, const Setting& setting)
 {
     return MakeOf<Store>(kind, setting);
 }
+
+void StartRfm() { Library::Start(); }
 
 void WriteRfmRows(const std::string& file, int count) { WriteRows<NewPlain>(file, count); }
 

@@ -1,5 +1,9 @@
 #include "peers.h"
 
+#ifdef RFM_BENCH_SSHD
+#include "remote.h"
+#endif
+
 namespace bench
 {
 
@@ -37,6 +41,11 @@ std::vector<Peer> AllPeers()
     peers.push_back(Missing("BGZF"));
 #endif
     peers.push_back(DeflatePeer());
+#ifdef RFM_BENCH_SSHD
+    peers.push_back(SshPeer());
+#else
+    peers.push_back(Missing("ssh"));
+#endif
     return peers;
 }
 

@@ -33,6 +33,9 @@ std::unique_ptr<Contender> MakeRfmUnfollowed(const Setting& setting);
 /// The bare figure beside tables in another kind of file: the same work on a plain file.
 std::unique_ptr<Contender> MakeRfmPlain(Kind kind, const Setting& setting);
 
+/// Starts our library, which stays up as long as the process.
+void StartRfm();
+
 /// Writes the rows to a plain file of ours.
 void WriteRfmRows(const std::string& file, int count);
 

@@ -274,6 +274,24 @@ std::vector<Workload> AllWorkloads()
          .bare = "our own reader on a plain file",
          .must = {{"0.15 of plain", "bare", 1 / 0.15}},
          .aim = {{"0.3", "bare", 1 / 0.3}}},
+        {.kind = Kind::RemoteRead,
+         .name = "remote-read",
+         .unit = "MiB",
+         .bare = "one pread() for each MiB of a local file",
+         .must = {{"0.7 ssh cat", "ssh", 1 / 0.7}},
+         .aim = {{"ssh cat", "ssh", 1}}},
+        {.kind = Kind::RemoteCold,
+         .name = "remote-cold",
+         .unit = "read",
+         .bare = "our own reader, all of the remote file once in sequence",
+         .must = {{"whole file", "bare", 1}},
+         .aim = {{"sftp / 2", "ssh", 2}}},
+        {.kind = Kind::RemoteWarm,
+         .name = "remote-warm",
+         .unit = "read",
+         .bare = "one pread() of a local file for each",
+         .must = {{"10x sftp", "ssh", 1 / 10.0}},
+         .aim = {{"bare / 2", "bare", 2}}},
     };
 }
 
@@ -303,6 +321,9 @@ double UnitsOf(Kind kind, const Sizes& sizes)
     case Kind::HdfWrite:
     case Kind::HdfRead: return sizes.fieldBlockCount;
     case Kind::CompressedRandom: return sizes.fieldRandomCount;
+    case Kind::RemoteRead: return sizes.remoteBlockCount;
+    case Kind::RemoteCold:
+    case Kind::RemoteWarm: return sizes.remoteRandomCount;
     case Kind::CompressedSize: return static_cast<double>(sizes.fieldBlockCount) * kBlockBytes;
     }
     return 1;
@@ -333,6 +354,9 @@ void PrintHeader(const std::vector<Peer>& peers, const Setting& setting, int rou
         "field:    %d MiB, three quarters doubles (single precision and 16 bits of noise), one connectivity; "
         "random: %d reads of %d bytes of the doubles\n",
         sizes.fieldBlockCount, sizes.fieldRandomCount, kFieldRowBytes);
+    std::printf("remote:   %d MiB on a host that is this one, through an sshd of the run's own; random: %d reads of "
+                "%d bytes, the first time (cold) and again (warm); logging in and opening are not timed\n",
+                sizes.remoteBlockCount, sizes.remoteRandomCount, kFieldRowBytes);
     std::printf("rules:    medians of %d rounds, the peers in turn within each; data in the page cache; "
                 "nobody syncs; "
                 "every result checked by checksum\n",

@@ -99,6 +99,19 @@ std::uint64_t RandomFieldRowsSum(const Sizes& sizes)
     return sum;
 }
 
+std::uint64_t RandomBlockRowsSum(const Sizes& sizes)
+{
+    BlockMaker maker;
+    std::uint64_t sum = 0;
+    for (int step = 0; step < sizes.remoteRandomCount; ++step)
+    {
+        const int row = RandomPosition(step, sizes.remoteBlockCount * kFieldRowsPerBlock);
+        const double* block = maker.Block(row / kFieldRowsPerBlock);
+        sum += FieldRowSum(block + row % kFieldRowsPerBlock * kFieldRowDoubles, step);
+    }
+    return sum;
+}
+
 } // namespace
 
 const void* FieldBlock(int index, int blockCount)
@@ -124,6 +137,8 @@ Sizes Sizes::Scaled(double factor) const
     scaled.flushCount = ScaledCount(flushCount, factor, 20);
     scaled.fieldBlockCount = ScaledCount(fieldBlockCount, factor, 4);
     scaled.fieldRandomCount = ScaledCount(fieldRandomCount, factor, 100);
+    scaled.remoteBlockCount = ScaledCount(remoteBlockCount, factor, 4);
+    scaled.remoteRandomCount = ScaledCount(remoteRandomCount, factor, 100);
     return scaled;
 }
 
@@ -259,6 +274,9 @@ std::uint64_t ExpectedSum(Kind kind, const Sizes& sizes, int round)
     case Kind::HdfWrite:
     case Kind::HdfRead: return FieldBlocksSum(sizes.fieldBlockCount);
     case Kind::CompressedRandom: return RandomFieldRowsSum(sizes);
+    case Kind::RemoteRead: return BlocksSum(sizes.remoteBlockCount);
+    case Kind::RemoteCold:
+    case Kind::RemoteWarm: return RandomBlockRowsSum(sizes);
     }
     return 0;
 }

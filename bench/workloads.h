@@ -38,6 +38,9 @@ enum class Kind
     HdfRead,
     HdfAppend,
     HdfScan,
+    RemoteRead,
+    RemoteCold,
+    RemoteWarm,
 };
 
 struct Sizes
@@ -58,6 +61,8 @@ struct Sizes
     int readerNewest = 1'000;
     int fieldBlockCount = 256;
     int fieldRandomCount = 20'000;
+    int remoteBlockCount = 256;
+    int remoteRandomCount = 2'000;
 
     /// The same work with every count multiplied by `factor`, never below what exercises each path.
     Sizes Scaled(double factor) const;

@@ -7,18 +7,18 @@
 #include <string>
 #include <vector>
 
-// What differs between two databases, as two runs of one analysis are compared: layouts by name, objects in pairs, the rows of
-// a pair by number or by key, values with a tolerance.
+// What differs between two databases, as two runs of one analysis are compared: layouts by name, objects in pairs, the
+// rows of a pair by number or by key, values with a tolerance.
 //
-// Pairs. An object has a sort: what it is, the layout of a table, the elements of an array. The objects of one file may be
-// found in the other in two ways:
+// Pairs. An object has a sort: what it is, the layout of a table, the elements of an array. The objects of one file
+// may be found in the other in two ways:
 //
 //   by handle   an object has its pair under its own handle, when that has the same sort
 //   by order    the first of a sort has its pair in the first of that sort, the second in the second ...
 //
-// Handles are right for files of which one came from the other, or grew on; they shift when two runs let their objects grow in
-// other turns, and then the order of making is what stays. So by handle when each object of the one file or of the other
-// has its pair that way, otherwise by order, unless the user says which.
+// Handles are right for files of which one came from the other, or grew on; they shift when two runs let their objects
+// grow in other turns, and then the order of making is what stays. So by handle when each object of the one file or of
+// the other has its pair that way, otherwise by order, unless the user says which.
 
 namespace rfm_tool
 {

@@ -14,7 +14,7 @@ namespace
 {
 constexpr bool kStoredAsIs = omi_Swapper(omi_Swapper::Stored);
 constexpr std::int64_t kSearchedBytes = 1048576;
-constexpr int kCertain = 6; // fits better than any extent
+constexpr int kCertain = 10; // more than speaks for any extent
 
 bool IsMark(std::uint32_t word)
 {
@@ -45,7 +45,6 @@ std::vector<SalvagedSpace> Salvage::Run()
 {
     ReadBlocks();
     JudgeExtents();
-    FindMarks();
     JudgeLinks();
     std::vector<SalvagedSpace> spaces;
     for (std::uint32_t handle = 1; handle < m_Entries.size(); ++handle)
@@ -201,6 +200,7 @@ void Salvage::JudgeExtents()
     MendPool(rfm_StringPoolHandle, rfm_StringPoolMagic);
     MendPool(rfm_MetadataPoolHandle, rfm_MetadataPoolMagic);
     ClipLengths();
+    FindMarks();
     SettleOverlaps();
 }
 
@@ -286,56 +286,73 @@ void Salvage::ClipLengths()
     }
 }
 
-// Of two that claim the same bytes in use the one with more neighbours is right; of those with as many the one at a
-// multiple of 4, where extents lie as a rule.
-void Salvage::SettleOverlaps()
+std::vector<Salvage::Piece> Salvage::CollectPieces() const
 {
+    std::vector<Piece> pieces{{0, rfm_HeaderBytes, 0, kCertain, kCertain}};
+    for (const std::int64_t block : m_Blocks)
+        pieces.push_back({block, block + rfm_LinkageBlockBytes, 0, kCertain, kCertain});
     std::multiset<std::int64_t> starts{m_Image.Size()};
     std::multiset<std::int64_t> ends;
-    std::vector<Piece> pieces{{0, rfm_HeaderBytes, 0, kCertain}};
-    for (const std::int64_t block : m_Blocks)
-        pieces.push_back({block, block + rfm_LinkageBlockBytes, 0, kCertain});
     for (const Piece& piece : pieces)
     {
         starts.insert(piece.start);
         ends.insert(piece.end);
     }
+    const auto hasPlace = [](const Entry& entry)
+    { return entry.isUsed && !entry.isBroken && entry.stored.HasExtent(); };
     for (const Entry& entry : m_Entries)
     {
-        if (!entry.isUsed || entry.isBroken || !entry.stored.HasExtent()) continue;
+        if (!hasPlace(entry)) continue;
         starts.insert(entry.stored.offset);
         ends.insert(entry.stored.offset + entry.stored.allocation);
     }
     for (std::uint32_t handle = 1; handle < m_Entries.size(); ++handle)
     {
         const Entry& entry = m_Entries[handle];
-        const rfm_LinkageEntry& stored = entry.stored;
-        if (!entry.isUsed || entry.isBroken || !stored.HasExtent() || stored.length == 0) continue;
-        const int neighbours = static_cast<int>(ends.contains(stored.offset)) +
-                               static_cast<int>(starts.contains(stored.offset + stored.allocation));
-        const int fits = 2 * neighbours + (stored.offset % 4 == 0 ? 1 : 0);
-        pieces.push_back({stored.offset, stored.offset + stored.length, handle, fits});
+        const std::int64_t start = entry.stored.offset;
+        const std::int64_t end = start + entry.stored.allocation;
+        if (!hasPlace(entry) || entry.stored.length == 0) continue;
+        const int atStart =
+            (ends.contains(start) ? 2 : 0) + (entry.hasMark ? 2 : 0) + (start % 4 == 0 ? 1 : 0);
+        const int atEnd = (starts.contains(end) ? 2 : 0) + (end % 4 == 0 ? 1 : 0);
+        pieces.push_back({start, start + entry.stored.length, handle, atStart, atEnd});
     }
     std::sort(pieces.begin(), pieces.end(),
               [](const Piece& left, const Piece& right) { return left.start < right.start; });
-    const auto refuse = [&](const Piece& piece, const Piece& other)
-    {
-        if (piece.handle != 0 && !m_Entries[piece.handle].isBroken)
-            Break(piece.handle, other.handle == 0
-                                    ? "it would lie over the library's own blocks"
-                                    : fmt::format("it would lie over bytes of entry {}", other.handle));
-    };
+    return pieces;
+}
+
+// Whether the later one begins too early (above 0), or the earlier one ends too late (below 0), or nobody can tell.
+int Salvage::Compare(const Piece& earlier, const Piece& later)
+{
+    const int all = earlier.atStart + earlier.atEnd - later.atStart - later.atEnd;
+    if (earlier.start == later.start) return all;
+    const int here = earlier.atEnd - later.atStart;
+    return here != 0 ? here : all;
+}
+
+void Salvage::RefuseFor(const Piece& piece, const Piece& other)
+{
+    if (piece.handle == 0 || m_Entries[piece.handle].isBroken) return;
+    Break(piece.handle, other.handle == 0 ? "it would lie over the library's own blocks"
+                                          : fmt::format("it would lie over bytes of entry {}", other.handle));
+}
+
+// Of two that claim the same bytes in use one is right at most.
+void Salvage::SettleOverlaps()
+{
     std::vector<Piece> kept;
-    for (const Piece& piece : pieces)
+    for (const Piece& piece : CollectPieces())
     {
         bool isKept = true;
         while (isKept && !kept.empty() && piece.start < kept.back().end)
         {
             const Piece other = kept.back();
-            if (piece.fits <= other.fits) isKept = false;
-            if (!isKept) refuse(piece, other);
-            if (piece.fits < other.fits) continue;
-            refuse(other, piece);
+            const int order = Compare(other, piece);
+            isKept = order < 0;
+            if (order >= 0) RefuseFor(piece, other);
+            if (order > 0) continue;
+            RefuseFor(other, piece);
             kept.pop_back();
         }
         if (isKept) kept.push_back(piece);

@@ -11,8 +11,9 @@
 // What is where in a database that may be damaged, as far as it can be found out. Where `check` gives up and tells,
 // this goes on and weighs what speaks for what:
 //
-//   an extent that claims bytes of another    in a sound file extents lie side by side: the one that begins where
-//                                             another ends, and ends where another begins, is right
+//   an extent that claims bytes of another    in a sound file extents lie side by side: it is right to begin where
+//                                             another ends, or with the mark of an object, and to end where another
+//                                             begins
 //   a link between entries                    leads to a later entry, never to the head of an object, and no two lead
 //                                             to one
 //   a pool whose place is lost                the bytes that start with its mark
@@ -90,7 +91,8 @@ private:
         std::int64_t start;
         std::int64_t end;
         std::uint32_t handle; // 0: header and linkage blocks
-        int fits;             // how well it lies between others
+        int atStart;          // what speaks for its start
+        int atEnd;            // and for its end
     };
 
     void ReadBlocks();
@@ -108,6 +110,9 @@ private:
     std::int64_t PlaceOfEntry(std::uint32_t handle) const;
     void JudgeExtents();
     void ClipLengths();
+    std::vector<Piece> CollectPieces() const;
+    static int Compare(const Piece& earlier, const Piece& later);
+    void RefuseFor(const Piece& piece, const Piece& other);
     void SettleOverlaps();
     void Break(std::uint32_t handle, const std::string& why);
     void FindMarks();

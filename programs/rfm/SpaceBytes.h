@@ -58,8 +58,8 @@ struct Extent
     std::int64_t length = 0; // bytes in use
 };
 
-/// The bytes of a space, over its extents, and where they lie in the file. Numbers come out of a window of 64 KiB, so that
-/// reading in sequence costs a call of the system per window.
+/// The bytes of a space, over its extents, and where they lie in the file. Numbers come out of a window of 64 KiB, so
+/// that reading in sequence costs a call of the system per window.
 class SpaceBytes
 {
 public:

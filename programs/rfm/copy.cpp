@@ -39,8 +39,7 @@ public:
     {
         app.add_option("IN", m_In, "a database")->required();
         app.add_option("OUT", m_Out, "the new file")->required();
-        // Without extra arguments the parser leaves a word like [4-9] as it is.
-        app.add_option("OBJECT", m_Words, "what to copy")->required()->type_name("")->allow_extra_args(false);
+        app.add_option("OBJECT", m_Words, "what to copy")->required()->type_name("");
         DeclareKind(app, m_To, "plain, compressed or hdf5 (the kind of IN)");
         app.add_flag("-f,--force", m_Force, "replace OUT when it is there");
         m_Style.DeclareJson(app);

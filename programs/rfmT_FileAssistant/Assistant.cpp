@@ -36,7 +36,7 @@ Assistant::Assistant(int input, int output)
 void Assistant::Serve(const cow_String& path)
 {
     TakeKey();
-    OpenFile(path);
+    m_File.emplace(path, m_Watch);
     AgreeOnVersion();
     AgreeOnPageSize();
     for (signed char code = 0; NextRequest(code);) Answer(code);
@@ -52,12 +52,6 @@ void Assistant::TakeKey()
     const auto length = static_cast<unsigned char>(m_Input.ReadSchar());
     m_Input.Read(key.data(), length);
     ::explicit_bzero(key.data(), key.size());
-}
-
-void Assistant::OpenFile(const cow_String& path)
-{
-    m_File.emplace(path);
-    if (m_File->IsFollowed()) m_Watch.emplace(path);
 }
 
 void Assistant::AgreeOnVersion()

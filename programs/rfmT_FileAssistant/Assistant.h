@@ -2,7 +2,6 @@
 
 #include "HeldPages.h"
 #include "ServedFile.h"
-#include "StatusWatch.h"
 #include "rfm_RemoteFormat.h"
 #include "utl_BinIStream.h"
 #include "utl_BinOStream.h"
@@ -36,7 +35,6 @@ public:
 
 private:
     void TakeKey();
-    void OpenFile(const cow_String& path);
     void AgreeOnVersion();
     void AgreeOnPageSize();
     bool NextRequest(signed char& code);

@@ -37,11 +37,12 @@ std::int64_t CoarseNow()
 }
 } // namespace
 
-ServedFile::ServedFile(const cow_String& path)
+ServedFile::ServedFile(const cow_String& path, std::optional<StatusWatch>& watch)
 {
     RefuseUnlessRegular(path);
     m_Decoded = rfm_File::Open(path, utl_FileAccessRead);
     if (dynamic_cast<rfm_FileReprLocal*>(&m_Decoded.Repr()) == nullptr) return;
+    watch.emplace(path);
     m_Plain.Open(path, utl_FileAccessRead, 0);
     m_Plain.SetReadsAhead(false);
     m_Decoded = rfm_File();

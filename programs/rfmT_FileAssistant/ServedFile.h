@@ -1,9 +1,11 @@
 #pragma once
 
+#include "StatusWatch.h"
 #include "rfm_File.h"
 #include "utl_File.h"
 
 #include <cstdint>
+#include <optional>
 
 namespace assistant
 {
@@ -12,8 +14,10 @@ namespace assistant
 class ServedFile
 {
 public:
+    /// Sets up `watch` for a file that readers may follow. It looks first: of a file that is replaced meanwhile, the new
+    /// one is served and told as replaced, not the old one for ever.
     /// Throws: farend::Failure for anything but a regular file, which then was not opened; what the library says.
-    explicit ServedFile(const cow_String& path);
+    ServedFile(const cow_String& path, std::optional<StatusWatch>& watch);
 
     /// Whether readers may follow a writer of it: for plain files only.
     bool IsFollowed() const noexcept { return m_Plain.IsOpen(); }

@@ -19,14 +19,16 @@ utl_FileOffset RoundedUp(utl_FileOffset size)
 
 rfm_FileReprLocal::rfm_FileReprLocal(const cow_String& name, utl_FileAccess access, bool flag)
     : rfm_FileRepr(name),
-      m_File(name, access, 0),
       m_ReadOnly(access == utl_FileAccessRead),
       m_Flag(flag)
 {
     static_cast<void>(m_Flag);
+    // The checker first: of a file that is replaced in between, the new one is read and told as replaced. The other way
+    // round the old one would be read, and never told.
+    if (access != utl_FileAccessCreate) m_Checker = std::make_unique<rfm_DBStatusCheckerFileLocal>(name);
+    m_File.Open(name, access, 0);
     m_File.SetKeepsPages(true);
     if (access == utl_FileAccessCreate) return;
-    m_Checker = std::make_unique<rfm_DBStatusCheckerFileLocal>(name);
     m_LogicalFileSize = m_PhysicalFileSize = m_File.FileSize();
 }
 

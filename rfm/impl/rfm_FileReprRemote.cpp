@@ -23,6 +23,7 @@ namespace
 {
 constexpr const char* kAssistant = "rfmT_FileAssistant";
 constexpr int kReasonLineBytes = 512; // with its NUL
+constexpr long kMostReasonBytes = 16L * 1024 * 1024;
 constexpr const char* kReasonPrefixes[] = {"qlnsrvd,", "qlnsrv,", "assistant,", "MARLEK Error:"};
 // kept: 5 MiB for each page, whatever its size. Test: TheWarningComesAboveFiveMebibytesAPage.
 constexpr std::int64_t kRoomyBytesPerPage = 0x500000;
@@ -91,12 +92,16 @@ struct CloseStream
     void operator()(std::FILE* stream) const noexcept { std::fclose(stream); }
 };
 
-// The last line that one of the programs in between wrote for the user. Its line end is part of it.
+// The last line that one of the programs in between wrote for the user. Its line end is part of it. A program that never
+// stops talking must not keep its reader: what is there now counts, and of that the end.
 cow_String LastReason(std::FILE* stream)
 {
     cow_String last("Can't be determined");
+    std::fseek(stream, 0, SEEK_END);
+    const long end = std::ftell(stream);
+    std::fseek(stream, std::max(end - kMostReasonBytes, 0L), SEEK_SET);
     char line[kReasonLineBytes];
-    while (std::fgets(line, sizeof line, stream) != nullptr)
+    while (std::ftell(stream) < end && std::fgets(line, sizeof line, stream) != nullptr)
         if (BeginsWithReason(line)) last = line;
     return last;
 }

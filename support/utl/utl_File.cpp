@@ -470,6 +470,7 @@ bool utl_File::WantsPages(int count) noexcept
 // All of a read or none of it. A page that is short because the file ended there when it was loaded is looked at again.
 bool utl_File::TakeFromPages(char* buffer, int count) noexcept
 {
+    if (count > 2 * kPageBytes) return false; // first: the end of the longest read is no number
     const int place = PlaceInPage(m_Position);
     const utl_PageCache::Page* page = m_Pages->Find(PageOf(m_Position));
     if (page == nullptr) return false;
@@ -580,7 +581,8 @@ void utl_File::LetGoOfPages(std::int64_t start, std::int64_t count)
 void utl_File::WriteOutBefore(std::int64_t start, std::int64_t count)
 {
     if (m_Pages == nullptr || !m_Pages->HasDirty()) return;
-    for (std::int64_t number = PageOf(start); number <= PageOf(start + count - 1); ++number)
+    const std::int64_t end = start + std::min(count, INT64_MAX - start);
+    for (std::int64_t number = PageOf(start); number <= PageOf(end - 1); ++number)
     {
         const utl_PageCache::Page* page = m_Pages->Find(number);
         if (page != nullptr && page->IsDirty()) return WriteOutPages();

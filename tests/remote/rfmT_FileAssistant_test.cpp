@@ -9,11 +9,13 @@
 #include "RandomSeed.h"
 #include "TestFolder.h"
 #include "rfm.h"
+#include "utl_FaultPlan.h"
 
 #include <sys/mman.h>
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -260,10 +262,39 @@ public:
     }
     int Get() const { return m_File.Get(); }
     off_t Size() const { return ::lseek(m_File.Get(), 0, SEEK_END); }
+    std::string Bytes() const
+    {
+        std::string bytes(static_cast<std::size_t>(Size()), '?');
+        EXPECT_EQ(::pread(m_File.Get(), bytes.data(), bytes.size(), 0), Size());
+        return bytes;
+    }
 
 private:
     farend::Descriptor m_File;
 };
+
+TEST_F(FileAssistant, AFileThatIsReplacedDuringTheOpenIsServedAnewAndToldAsReplaced)
+{
+    const auto serve = [this](utl_FaultPlan& plan, const std::string& requests)
+    {
+        const EndInMemory input(HandshakeBytes("", 1, 1024) + requests);
+        const EndInMemory output;
+        assistant::Assistant(input.Get(), output.Get()).Serve(cow_String(m_File));
+        return std::pair(plan.Reads(), output.Bytes());
+    };
+    int readsOfOpen = 0; // the last of them is the first look at the count
+    {
+        utl_FaultPlan plan;
+        readsOfOpen = serve(plan, "").first;
+    }
+    const std::string fresh = Put("fresh.rdx", "the new one");
+    utl_FaultPlan plan;
+    plan.AtRead(readsOfOpen, [&] { std::filesystem::rename(fresh, m_File); });
+    EXPECT_EQ(serve(plan, "\x03" + PageRequestBytes({}, 0, 1024)).second, "\0\x01"s
+                                                                          "\0\x01"s
+                                                                          "\0\x01\0\0\0\x0b"s
+                                                                          "the new one"s);
+}
 
 TEST_F(FileAssistant, WhateverASessionIsDamagedToItEndsWithAReason)
 {

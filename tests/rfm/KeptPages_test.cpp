@@ -160,6 +160,9 @@ TEST_F(KeptPages, AFlushBringsRowsThenTheTablesCountThenTheLinkageThenTheFlushCo
 {
     rfm_Database database = Open(m_Path, utl_FileAccessUpdate);
     rfm_Table table = database.Table(kTable, -1, 1);
+    table.NewRow().WriteFieldInt(0, 1); // the file grows by its step here, and not in what is looked at
+    table.Flush();
+    database.Flush();
     JumpAbout(table, 1);
     for (int i = 0; i < 3; ++i)
     {

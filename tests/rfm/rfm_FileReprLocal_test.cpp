@@ -106,6 +106,21 @@ TEST_F(rfm_FileReprLocalTest, AMissingFileIsTheSystemsRefusal)
 
 // --- transfers
 
+TEST_F(rfm_FileReprLocalTest, AFileThatIsReplacedDuringTheOpenIsReadAnewAndToldAsReplaced)
+{
+    PutCounts(1, 1);
+    const cow_String fresh = m_Folder.Path("fresh");
+    PutBytes(fresh, std::string(2048, 'n'));
+    utl_FaultPlan plan;
+    plan.AtRead(1, [&] { std::filesystem::rename(fresh.CString(), Name().CString()); });
+    rfm_FileReprLocal file(Name(), utl_FileAccessRead, false);
+    char byte = 0;
+    EXPECT_EQ(file.Read(&byte, 1), 1);
+    EXPECT_EQ(byte, 'n');
+    EXPECT_EQ(file.PhysicalLength(), 2048);
+    EXPECT_EQ(file.CheckStatus(), rfm_FileStatus::RfmFileReplaced);
+}
+
 TEST_F(rfm_FileReprLocalTest, BadParametersNameTheOperation)
 {
     rfm_FileReprLocal file(Name(), utl_FileAccessCreate, false);

@@ -247,6 +247,15 @@ TEST_F(rfm_RemoteConnectingTest, ALongLineIsReadInPieces)
     EXPECT_EQ(Opening<rfm_FileConnectExc>(Url("a.rdx")), CannotConnect(Url("a.rdx"), first));
 }
 
+TEST_F(rfm_RemoteConnectingTest, OfALotThatWasSaidOnlyTheEndIsRead)
+{
+    // A tebibyte, which nobody could wait for.
+    Script("take 1\nsay assistant, first\ngrow 1099511627776\nsay end\nsay assistant, last\nleave 1\n");
+    EXPECT_EQ(Opening<rfm_FileConnectExc>(Url("a.rdx")), CannotConnect(Url("a.rdx"), "assistant, last\n"));
+    Script("take 1\nsay assistant, first\ngrow 1099511627776\nleave 1\n");
+    EXPECT_EQ(Opening<rfm_FileConnectExc>(Url("a.rdx")), CannotConnect(Url("a.rdx"), "Can't be determined"));
+}
+
 TEST_F(rfm_RemoteConnectingTest, AnAssistantThatGoesBehindTheHandshakeIsALostConnection)
 {
     Script("take 1\nsend 0001\ntake 7\nsay assistant, gone\nleave 1\n");

@@ -8,6 +8,7 @@
 #include <climits>
 #include <gmock/gmock.h>
 #include <random>
+#include <sys/mman.h>
 #include <vector>
 
 // What utl_File keeps in pages: small reads and overwrites here and there.
@@ -174,6 +175,34 @@ TEST_F(utl_FilePagesTest, AReadOverTheEdgeOfAKeptPageReadsTheOtherPartAlone)
     EXPECT_EQ(ReadAt(file, 3 * kPage - 20, 36), Text(3 * kPage - 20, 36));
     EXPECT_EQ(ReadAt(file, 2 * kPage - 20, 36), Text(2 * kPage - 20, 36));
     EXPECT_THAT(plan.ReadLog(), ElementsAre(Transfer{3 * kPage, 16}, Transfer{2 * kPage - 20, 20}));
+}
+
+TEST_F(utl_FilePagesTest, TheLongestReadThatBeginsInAKeptPageGoesToTheEndOfTheFile)
+{
+    utl_File file;
+    Open(file, utl_FileAccessRead);
+    Keep(file, 2 * kPage);
+    file.Seek(2 * kPage + 100);
+    // Room for 2 GiB, of which only what the file has is ever touched.
+    void* const room =
+        ::mmap(nullptr, INT_MAX, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    ASSERT_NE(room, MAP_FAILED);
+    const int expected = (kPages - 2) * kPage - 100;
+    EXPECT_EQ(file.Read(static_cast<char*>(room), INT_MAX), expected);
+    EXPECT_EQ(std::string_view(static_cast<char*>(room), expected), Text(2 * kPage + 100, expected));
+    ::munmap(room, INT_MAX);
+}
+
+TEST_F(utl_FilePagesTest, AReadBehindAllPlacesLeavesWhatThePagesGather)
+{
+    utl_File file;
+    Open(file, utl_FileAccessUpdate);
+    Keep(file, 2 * kPage);
+    WriteAt(file, 2 * kPage + 10, "gathered");
+    for (const int count : {100, 3000}) // by pages and past them
+        EXPECT_THROW(ReadAt(file, INT64_MAX - 10, count), utl_FileException);
+    EXPECT_EQ(Stored(), m_Text);
+    EXPECT_EQ(Flushed(file, Name()), TextWith(2 * kPage + 10, "gathered"));
 }
 
 TEST_F(utl_FilePagesTest, APageThatEndedWithTheFileIsLookedAtAgain)

@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
+#include <utility>
 #include <vector>
 
 /// What is to go wrong. Numbers of calls count from 1 while the plan stands; 0 is never.
@@ -69,6 +71,12 @@ public:
         m_Faults = {};
         m_Broken = {};
     }
+    /// Runs `action` in front of this read: what another process does meanwhile.
+    void AtRead(int number, std::function<void()> action)
+    {
+        m_ActionRead = number;
+        m_Action = std::move(action);
+    }
     /// Calls so far, the failed and the interrupted ones included.
     int Reads() const { return m_Reads; }
     int Writes() const { return m_Writes; }
@@ -118,7 +126,7 @@ private:
 
     ssize_t Read(int descriptor, char* buffer, std::size_t bytes, off_t offset)
     {
-        ++m_Reads;
+        if (++m_Reads == m_ActionRead) m_Action();
         if (Interrupted() || Fails(m_Reads, m_Faults.failRead, m_Broken.reads)) return -1;
         const ssize_t moved = m_System.read(descriptor, buffer, Clipped(bytes), offset);
         if (moved >= 0) m_ReadLog.push_back({offset, moved});
@@ -209,6 +217,8 @@ private:
     utl_Faults m_Faults;
     utl_SystemCalls m_System;
     Broken m_Broken;
+    int m_ActionRead = 0;
+    std::function<void()> m_Action;
     bool m_Fired = false;
     int m_Calls = 0;
     int m_Reads = 0;

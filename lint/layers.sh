@@ -52,8 +52,8 @@ done < <(quoted_includes examples bench)
 
 # Programs too, but a tool that looks into damaged files shares the homes of the stored structures, and what reads their
 # numbers and bytes; both ends of a remote connection share programs/farend; and the file assistant is a back end's far
-# half, so it stands on the files, the streams and the status checker themselves.
-readonly bytes_of_files='^(omi_Swapper|rfm_FileRepr|rfm_StoredOffset)\.h$'
+# half, so it stands on the files, the streams and the status checker themselves. URLs are taken apart in one place.
+readonly bytes_of_files='^(omi_Swapper|rfm_FileRepr|rfm_StoredOffset|utl_UrlParser)\.h$'
 readonly halves_of_back_ends='^(rfm_DBStatusChecker|rfm_FileReprLocal|utl_BinIStream|utl_BinOStream|utl_File)\.h$'
 while IFS=: read -r file line header; do
     if ! is_public "$header" && [[ ! -f "$(dirname "$file")/$header" && ! -f "programs/farend/$header" &&

@@ -124,8 +124,6 @@ std::string RemedyFor(std::string_view words)
 std::string PlainWords(const std::exception& cause)
 {
     std::string words = PlainMessage(cause.what());
-    const std::string mark = "Error: ";
-    if (words.starts_with(mark)) words.erase(0, mark.size());
     const std::size_t url = words.find(": mrkrdb://");
     const std::size_t reason = words.find(", reason: ", url == std::string::npos ? words.size() : url);
     if (reason != std::string::npos) words.erase(url, reason - url);

@@ -196,8 +196,8 @@ std::string PlainMessage(std::string_view message)
         else if (!words.empty() && words.back() != ' ')
             words += ' ';
     }
-    const std::string mark = "ERROR: ";
-    if (words.starts_with(mark)) words.erase(0, mark.size());
+    for (const std::string mark : {"ERROR: ", "Error: "})
+        if (words.starts_with(mark)) words.erase(0, mark.size());
     while (!words.empty() && (words.back() == ' ' || words.back() == '.')) words.pop_back();
     return OneLine(words);
 }

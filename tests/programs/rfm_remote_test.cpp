@@ -32,6 +32,13 @@ protected:
         EXPECT_EQ(AsFile(there.out, name), here.out) << command.name;
         EXPECT_EQ(AsFile(there.err, name), here.err) << command.name;
     }
+    static std::string LineOf(BoundedChild& child)
+    {
+        std::string line;
+        for (std::string byte = child.Read(1); !byte.empty() && byte != "\n"; byte = child.Read(1))
+            line += byte;
+        return line;
+    }
     static void SetTime(const std::string& path, std::time_t seconds)
     {
         const timespec times[] = {{seconds, 0}, {seconds, 0}};
@@ -106,17 +113,19 @@ TEST_F(RfmRemote, FollowTellsOfAFlushThere)
 {
     AddAndStart();
     BoundedChild follow(ToolWords({"follow", Connector()}));
-    EXPECT_EQ(follow.Read(24), "open\tflush 1, 6 objects\n");
+    EXPECT_THAT(LineOf(follow), StartsWith("open\tflush "));
     {
         rfm_Database database =
             rfm_Database::Open(rfm_File::Open(cow_String(kJob()), utl_FileAccessUpdate), "");
-        auto pairs = database.ArrayDouble(rfm_Handle(6), 0);
+        auto pairs = database.ArrayDouble(rfm_Handle(6), -1, 0);
+        pairs.Seek(3);
         const double values[] = {7, 8};
         pairs.Write(values, 1);
         pairs.Flush();
         database.Flush();
-        const std::string told = "flush\t2\tlag unknown\tdouble array (6) +1 row";
-        EXPECT_EQ(follow.Read(told.size()), told);
+        const std::string line = LineOf(follow);
+        EXPECT_THAT(line, StartsWith("flush\t"));
+        EXPECT_THAT(line, HasSubstr("\tlag unknown\tdouble array (6) +1 row"));
     }
     ::kill(follow.Process(), SIGINT);
     EXPECT_EQ(follow.Finish().code, 130);
@@ -126,7 +135,7 @@ TEST_F(RfmRemote, FollowEndsWhenTheDaemonIsGone)
 {
     AddAndStart();
     BoundedChild follow(ToolWords({"follow", Connector()}));
-    EXPECT_EQ(follow.Read(24), "open\tflush 1, 6 objects\n");
+    EXPECT_THAT(LineOf(follow), StartsWith("open\tflush "));
     for (const SeenProcess& each : Descendants())
         if (each.process != follow.Process() && each.parent != follow.Process())
             ::kill(each.process, SIGKILL);

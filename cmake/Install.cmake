@@ -17,7 +17,8 @@ install(TARGETS rfm EXPORT rfmTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library NAMELINK_COMPONENT development)
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/rfm COMPONENT development
         FILES_MATCHING PATTERN "*.h")
-install(FILES ${PROJECT_SOURCE_DIR}/docs/architecture.md ${PROJECT_SOURCE_DIR}/docs/format.md
+install(FILES ${PROJECT_SOURCE_DIR}/docs/tutorial.md ${PROJECT_SOURCE_DIR}/docs/limits.md
+              ${PROJECT_SOURCE_DIR}/docs/architecture.md ${PROJECT_SOURCE_DIR}/docs/format.md
         DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/librfm-dev COMPONENT development)
 install(FILES ${PROJECT_SOURCE_DIR}/docs/cli.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/rfm-tools COMPONENT tools)
 install(FILES ${PROJECT_SOURCE_DIR}/docs/remote.md DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/rfm-remote COMPONENT remote)
@@ -26,6 +27,9 @@ set(rfm_exampleDir ${CMAKE_INSTALL_DATADIR}/doc/librfm-dev/examples)
 install(FILES ${PROJECT_SOURCE_DIR}/examples/write_read_table.cpp
               ${PROJECT_SOURCE_DIR}/examples/array_two_increments.cpp
               ${PROJECT_SOURCE_DIR}/examples/follow_writer.cpp
+              ${PROJECT_SOURCE_DIR}/examples/evolve_layout.cpp
+              ${PROJECT_SOURCE_DIR}/examples/write_compressed.cpp
+              ${PROJECT_SOURCE_DIR}/examples/list_objects.cpp
         DESTINATION ${rfm_exampleDir} COMPONENT development)
 
 set(rfm_packageDir ${CMAKE_INSTALL_LIBDIR}/cmake/rfm)

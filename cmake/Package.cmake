@@ -62,7 +62,7 @@ number of others read the file while it\ngrows, and a killed writer loses nothin
 rfm_describe(library librfm0 libs "Record-file database for results of analyses - library"
   "${rfm_aboutDatabase}This package holds the shared library.")
 rfm_describe(development librfm-dev libdevel "Record-file database for results of analyses - development"
-  "${rfm_aboutDatabase}This package holds the headers, the descriptions for CMake and pkg-config,\nand three examples.")
+  "${rfm_aboutDatabase}This package holds the headers, the descriptions for CMake and pkg-config,\nand six examples.")
 rfm_describe(tools rfm-tools science "Record-file database for results of analyses - command-line tool"
   "${rfm_aboutDatabase}This package holds the program rfm, which looks into databases, follows their\n\
 writers, compares, checks, converts and exports them.")

@@ -1,11 +1,16 @@
-# Runs an example in a folder of its own and compares what it prints, and its exit code, with what is expected.
+# Runs an example in a folder of its own and compares what it prints, and its exit code, with what is expected. With
+# OTHER its argument is the file that the example of this name has left.
 #
-#   cmake -DPROGRAM=... -DNAME=... -DEXPECTED=... -DFOLDER=... -P compare_output.cmake
+#   cmake -DPROGRAM=... -DNAME=... -DEXPECTED=... -DFOLDER=... [-DOTHER=...] -P compare_output.cmake
 set(folder ${FOLDER}/${NAME})
+set(file ${folder}/${NAME}.rdx)
+if(OTHER)
+  set(file ${FOLDER}/${OTHER}/${OTHER}.rdx)
+endif()
 file(REMOVE_RECURSE ${folder})
 file(MAKE_DIRECTORY ${folder})
 execute_process(
-  COMMAND ${PROGRAM} ${folder}/${NAME}.rdx
+  COMMAND ${PROGRAM} ${file}
   WORKING_DIRECTORY ${folder}
   OUTPUT_VARIABLE printed
   ERROR_VARIABLE complaints

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Installs the packages as a newcomer would and does what the README says: empty_root.sh PACKAGES FOLDER makes an empty
-# Debian below FOLDER, installs all packages of the folder PACKAGES with apt, runs the console blocks of the README as a
-# user without rights, and takes the packages away again. Needs root and the mirror that apt on this machine uses; the
-# empty system is kept as FOLDER/base.tar for the next time.
+# Debian below FOLDER, installs all packages of the folder PACKAGES with apt, runs the console blocks of the README and
+# of the tutorial as a user without rights, and takes the packages away again. Needs root and the mirror that apt on this
+# machine uses; the empty system is kept as FOLDER/base.tar for the next time.
 set -euo pipefail
 
 project="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
@@ -84,13 +84,14 @@ for program in $programs; do
     grep -q "/man[18]/${program##*/}[.][18][.]gz\$" <<<"$files" || die "$program has no manual page"
 done
 
-say "the README, as a newcomer runs it"
-cp "$project/README.md" "$project/packaging/run_console.sh" "$root/packages/"
+say "the README and the tutorial, as a newcomer runs them"
+cp "$project/README.md" "$project/docs/tutorial.md" "$project/packaging/run_console.sh" "$root/packages/"
 In useradd --create-home --home-dir /tmp/newcomer newcomer
 # The dollar is the newcomer's.
 # shellcheck disable=SC2016
 In runuser -u newcomer -- env HOME=/tmp/newcomer MRL_PATH=/usr/libexec/rfm sh -c 'rfm doctor &&
-    /packages/run_console.sh /packages/README.md "$HOME"'
+    /packages/run_console.sh /packages/README.md "$HOME" && mkdir "$HOME/tutorial" &&
+    /packages/run_console.sh /packages/tutorial.md "$HOME/tutorial"'
 
 say "taking the packages away again"
 In apt-get -q -y purge "${names[@]}" >>"$folder/install.log" 2>&1 || die "apt-get purge failed, see $folder/install.log"

@@ -118,13 +118,18 @@ elseif(STEP STREQUAL "components")
     message(FATAL_ERROR "in no package: ${forgotten}\nin packages, more than once or besides: ${packed}")
   endif()
 
-elseif(STEP STREQUAL "readme")
+elseif(STEP STREQUAL "readme" OR STEP STREQUAL "tutorial")
   # The blocks are written for an installed package: what is in the system's folders there is in the prefix here.
-  file(MAKE_DIRECTORY ${WORK_DIR}/readme)
+  set(text README.md)
+  if(STEP STREQUAL "tutorial")
+    set(text docs/tutorial.md)
+  endif()
+  file(REMOVE_RECURSE ${WORK_DIR}/${STEP})
+  file(MAKE_DIRECTORY ${WORK_DIR}/${STEP})
   set(ENV{PATH} ${prefix}/${BINDIR}:$ENV{PATH})
   set(ENV{PKG_CONFIG_PATH} ${prefix}/${LIBDIR}/pkgconfig)
   set(ENV{LD_LIBRARY_PATH} ${prefix}/${LIBDIR})
-  run(${SOURCE_DIR}/packaging/run_console.sh ${SOURCE_DIR}/README.md ${WORK_DIR}/readme
+  run(${SOURCE_DIR}/packaging/run_console.sh ${SOURCE_DIR}/${text} ${WORK_DIR}/${STEP}
       /usr/share/=${prefix}/share/)
 
 else()

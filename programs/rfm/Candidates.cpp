@@ -1,6 +1,6 @@
 #include "Candidates.h"
 
-#include "DatabaseFile.h"
+#include "Selection.h"
 #include "Text.h"
 
 #include <CLI/CLI.hpp>
@@ -91,6 +91,12 @@ Words FieldNames(DatabaseFile& file, const std::string& layout)
     return names;
 }
 
+// Of the first object that the word names.
+std::string LayoutOf(DatabaseFile& file, const std::string& word)
+{
+    return Select(file, {word}).front().object.layout;
+}
+
 // A table goes by its layout, unless an earlier one has that name; everything else by its handle.
 Words ObjectNames(DatabaseFile& file)
 {
@@ -120,7 +126,7 @@ Words ObjectsOrFields(const std::string& path, const std::string& word)
     DatabaseFile file(path);
     const std::size_t point = word.find('.');
     if (point == std::string::npos) return ObjectNames(file);
-    return WithPrefix(word.substr(0, point + 1), FieldNames(file, file.Find(word.substr(0, point)).layout));
+    return WithPrefix(word.substr(0, point + 1), FieldNames(file, LayoutOf(file, word.substr(0, point))));
 }
 
 // Of a list with commas the last name is completed.
@@ -128,7 +134,7 @@ Words FieldsOfObject(const Words& arguments, const std::string& word)
 {
     if (arguments.size() < 2) return {};
     DatabaseFile file(arguments[0]);
-    return WithPrefix(word.substr(0, word.rfind(',') + 1), FieldNames(file, file.Find(arguments[1]).layout));
+    return WithPrefix(word.substr(0, word.rfind(',') + 1), FieldNames(file, LayoutOf(file, arguments[1])));
 }
 
 Words InCommand(Command& command, const Words& words)

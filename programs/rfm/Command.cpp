@@ -1,8 +1,10 @@
 #include "Command.h"
 
 #include <CLI/CLI.hpp>
+#include <fmt/format.h>
 
 #include <charconv>
+#include <limits>
 
 namespace rfm_tool
 {
@@ -52,6 +54,25 @@ Style StyleOptions::Choose(const Output& output) const
     if (json) return Style::Json;
     if (csv) return Style::Csv;
     return output.IsTerminal() ? Style::Aligned : Style::Tabs;
+}
+
+// Of a screen, the names of the columns, the note behind the rows and the next prompt want a line each.
+Screenful::Screenful(Output& output, Style style, bool wantsAll)
+    : m_Output(output),
+      m_Limit(std::numeric_limits<std::int64_t>::max())
+{
+    if (style != Style::Aligned) return;
+    if (wantsAll)
+        output.Page();
+    else
+        m_Limit = output.ScreenLines() - 3;
+}
+
+void Screenful::TellTheRest() const
+{
+    m_Output.Finish();
+    if (m_Count > m_Limit && !m_Output.IsGone())
+        Note(fmt::format("there is more: {} lines in all; --all shows it", m_Count));
 }
 
 void DeclareFile(CLI::App& app, std::string& file) { app.add_option("FILE", file, "a database")->required(); }

@@ -27,6 +27,8 @@ public:
     Command& operator=(const Command&) = delete;
 
     virtual std::string_view Name() const = 0;
+    /// Another word for it; empty for none.
+    virtual std::string_view OtherName() const { return {}; }
     /// What it does, in one line.
     virtual std::string_view Summary() const = 0;
     /// What more there is to say, and three examples.
@@ -47,6 +49,23 @@ struct StyleOptions
     void DeclareJson(CLI::App& app);
     void DeclareAll(CLI::App& app);
     Style Choose(const Output& output) const;
+};
+
+/// Keeps a listing to one screen on a terminal, or puts all of it into a pager when all was asked for. Elsewhere it does
+/// nothing.
+class Screenful
+{
+public:
+    Screenful(Output& output, Style style, bool wantsAll);
+    /// Whether the next line is still shown.
+    bool Takes() noexcept { return ++m_Count <= m_Limit; }
+    /// Behind the listing: a note when lines were left out.
+    void TellTheRest() const;
+
+private:
+    Output& m_Output;
+    std::int64_t m_Limit;
+    std::int64_t m_Count = 0;
 };
 
 /// An option that takes a whole number from 0 up, and one that takes seconds, parts of them too.

@@ -8,6 +8,7 @@
 #include "rfm_HeaderFormat.h"
 #include "rfm_LinkageFormat.h"
 #include "rfm_ObjectFormat.h"
+#include "utl_UrlParser.h"
 
 #include <fmt/format.h>
 #include <sys/stat.h>
@@ -80,21 +81,6 @@ int ExtentsOf(const rfm_Database& database, rfm_Handle handle)
     return extents;
 }
 
-// A handle as a person writes it; nothing for any other word.
-std::optional<std::uint32_t> HandleFromWord(std::string_view word)
-{
-    int base = 10;
-    if (word.starts_with("0x") || word.starts_with("0X"))
-    {
-        base = 16;
-        word.remove_prefix(2);
-    }
-    std::uint32_t value = 0;
-    const std::from_chars_result end = std::from_chars(word.data(), word.data() + word.size(), value, base);
-    if (word.empty() || end.ec != std::errc() || end.ptr != word.data() + word.size()) return {};
-    return value;
-}
-
 rfm_Database OpenDatabase(const std::string& path, const rfm_File& file)
 {
     try
@@ -111,8 +97,12 @@ rfm_Database OpenDatabase(const std::string& path, const rfm_File& file)
 
 rfm_File OpenFile(const std::string& path)
 {
-    RequireReadableFile(path);
-    RequireDatabaseMagic(path);
+    // What lies on another machine can be looked at by the library alone.
+    if (!utl_UrlParser::IsUrl(path.c_str()))
+    {
+        RequireReadableFile(path);
+        RequireDatabaseMagic(path);
+    }
     try
     {
         return rfm_File::Open(path.c_str(), utl_FileAccessRead);
@@ -191,9 +181,44 @@ void RequireReadableFile(const std::string& path)
         throw Failure(ExitUnreadable, name, "the file is empty", "its writer has not begun, or was stopped");
 }
 
+namespace
+{
+// What the first bytes of a file that is no database say that it is.
+std::string LooksLike(std::string_view start)
+{
+    static constexpr std::pair<std::string_view, const char*> kMarks[] = {
+        {"SQLite format 3", "an SQLite database"},
+        {"\x89PNG", "a PNG picture"},
+        {"\xff\xd8\xff", "a JPEG picture"},
+        {"GIF8", "a GIF picture"},
+        {"%PDF", "a PDF document"},
+        {"PK\x03\x04", "a zip archive"},
+        {"\x1f\x8b", "gzip data"},
+        {"BZh", "bzip2 data"},
+        {"\xfd"
+         "7zXZ",
+         "xz data"},
+        {"\x28\xb5\x2f\xfd", "zstd data"},
+        {"\x7f"
+         "ELF",
+         "a program"},
+        {"\x93NUMPY", "a NumPy array"},
+        {"CDF", "a netCDF file"},
+        {"<?xml", "an XML text"},
+        {"<VTKFile", "an XML text"},
+    };
+    for (const auto& [mark, what] : kMarks)
+        if (start.starts_with(mark)) return what;
+    const auto isText = [](char byte)
+    { return static_cast<unsigned char>(byte) >= ' ' || byte == '\t' || byte == '\n' || byte == '\r'; };
+    if (!std::all_of(start.begin(), start.end(), isText)) return "binary data";
+    return start.starts_with('{') || start.starts_with('[') ? "a JSON text" : "a text";
+}
+} // namespace
+
 void RequireDatabaseMagic(const std::string& path)
 {
-    char bytes[8] = {};
+    char bytes[64] = {};
     std::ifstream file(path, std::ios::binary);
     file.read(bytes, sizeof bytes);
     const std::string_view start(bytes, static_cast<std::size_t>(file.gcount()));
@@ -202,7 +227,7 @@ void RequireDatabaseMagic(const std::string& path)
                       "run its analysis again with a newer version");
     // Files that hold a database in another way have marks of their own; the library knows them.
     if (start.starts_with(kMagic) || start.starts_with("MRKTSA") || start.starts_with("\x89HDF")) return;
-    throw Failure(ExitUnreadable, OneLine(path), "not a database: it does not start with TVNR",
+    throw Failure(ExitUnreadable, OneLine(path), "not a database: it looks like " + LooksLike(start),
                   "look at it with the program that made it");
 }
 
@@ -290,48 +315,6 @@ void DatabaseFile::DescribeTable(Object& object)
     for ([[maybe_unused]] const auto& [name, field] : table.TableMetadata().Fields()) ++object.columns;
     object.rowBytes = table.RowSize();
     object.rows = table.Length();
-}
-
-Object DatabaseFile::Find(const std::string& word)
-{
-    const std::optional<std::uint32_t> value = HandleFromWord(word);
-    return value ? FindByHandle(*value, word) : FindByLayout(word);
-}
-
-Object DatabaseFile::FindByHandle(std::uint32_t value, const std::string& word)
-{
-    const std::vector<rfm_Handle> handles = Handles();
-    if (!std::binary_search(handles.begin(), handles.end(), rfm_Handle(value)))
-        throw Failure(ExitMissing, OneLine(m_Path), "no object has the handle " + OneLine(word),
-                      "`rfm ls` lists the handles");
-    Object object = Describe(rfm_Handle(value));
-    if (object.damage.empty()) return object;
-    throw Failure(ExitUnreadable, fmt::format("{}: handle {}", OneLine(m_Path), value), object.damage,
-                  "`rfm check` tells what is damaged");
-}
-
-Object DatabaseFile::FindByLayout(const std::string& name)
-{
-    std::vector<Object> found;
-    std::vector<std::string> layouts;
-    for (const rfm_Handle handle : Handles())
-    {
-        Object object = Describe(handle);
-        if (object.kind != Kind::Table) continue;
-        layouts.push_back(object.layout);
-        if (object.layout == name) found.push_back(std::move(object));
-    }
-    if (found.empty())
-    {
-        const std::string_view near = NearestName(name, layouts);
-        throw Failure(ExitMissing, OneLine(m_Path), "no table has the layout " + OneLine(name),
-                      near.empty() ? "`rfm ls` lists the tables"
-                                   : fmt::format("did you mean {}?", OneLine(near)));
-    }
-    if (found.size() > 1)
-        Note(fmt::format("{} tables have the layout {}; this is the first, handle {}", found.size(),
-                         OneLine(name), found.front().handle.Value()));
-    return found.front();
 }
 
 Semaphore LookAtSemaphore(const std::string& path)

@@ -39,6 +39,11 @@ struct Object
 
     /// "table", "double array", "stream", ...
     std::string TypeWord() const;
+    /// Whether it is a pool or an unused handle, and no application made it.
+    bool IsOfTheLibrary() const noexcept
+    {
+        return kind == Kind::Strings || kind == Kind::Layouts || kind == Kind::Unused;
+    }
 };
 
 /// "int", "float", "double", "handle", "string"; "type 17" for an unknown number.
@@ -68,15 +73,10 @@ public:
     std::vector<rfm_Handle> Handles();
     /// Never throws for damage: it tells.
     Object Describe(rfm_Handle handle);
-    /// The object that a word names: a handle in decimal or, after 0x, in hexadecimal digits, or a layout, which names the
-    /// first table that has it. A word that is a number is a handle, whatever layouts are called.
-    Object Find(const std::string& word);
 
 private:
     void DescribeTable(Object& object);
     void DescribeContent(Object& object);
-    Object FindByHandle(std::uint32_t value, const std::string& word);
-    Object FindByLayout(const std::string& name);
 
     std::string m_Path;
     rfm_File m_File;

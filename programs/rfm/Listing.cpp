@@ -5,33 +5,69 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 
 namespace rfm_tool
 {
 namespace
 {
-Cell Number(std::string text, std::string json)
+// The forms of a value, each at the end of a text.
+void AppendText(std::string& target, const Value& value)
 {
-    std::string csv = text;
-    return {std::move(text), std::move(csv), std::move(json)};
+    switch (value.GetKind())
+    {
+    case Value::Kind::Absent: return;
+    case Value::Kind::Int: return AppendNumber(target, value.Int());
+    case Value::Kind::Float: return AppendNumber(target, static_cast<float>(value.Number()));
+    case Value::Kind::Double: return AppendNumber(target, value.Number());
+    case Value::Kind::Text: return AppendOneLine(target, value.Text());
+    }
 }
 
-std::string Joined(const std::vector<Cell>& cells, std::string Cell::*form, char between)
+void AppendCsv(std::string& target, const Value& value)
 {
-    std::string line;
-    for (std::size_t i = 0; i < cells.size(); ++i)
+    if (value.IsText())
+        target += CsvCell(value.Text());
+    else
+        AppendText(target, value);
+}
+
+void AppendJson(std::string& target, const Value& value)
+{
+    if (value.IsAbsent())
+        target += "null";
+    else if (value.IsText())
+        target += TextJson(value.Text());
+    else if (!std::isfinite(value.Number()))
+        target += NumberJson(value.Number());
+    else
+        AppendText(target, value);
+}
+
+template <class Append>
+void AppendJoined(std::string& target, std::span<const Value> values, char between, const Append& append)
+{
+    for (std::size_t i = 0; i < values.size(); ++i)
     {
-        if (i > 0) line += between;
-        line += cells[i].*form;
+        if (i > 0) target += between;
+        append(target, values[i]);
     }
-    return line;
 }
 } // namespace
 
-Cell Cell::OfInt(std::int64_t value) { return Number(NumberText(value), NumberText(value)); }
-Cell Cell::OfFloat(float value) { return Number(NumberText(value), NumberJson(value)); }
-Cell Cell::OfDouble(double value) { return Number(NumberText(value), NumberJson(value)); }
-Cell Cell::OfText(std::string_view value) { return {OneLine(value), CsvCell(value), TextJson(value)}; }
+std::string TextOf(const Value& value)
+{
+    std::string text;
+    AppendText(text, value);
+    return text;
+}
+
+std::string JsonOf(const Value& value)
+{
+    std::string text;
+    AppendJson(text, value);
+    return text;
+}
 
 Listing::Listing(Output& output, Style style, std::vector<Column> columns, const std::string& jsonHead)
     : m_Output(output),
@@ -44,32 +80,43 @@ Listing::Listing(Output& output, Style style, std::vector<Column> columns, const
 
 void Listing::Head(const std::string& jsonHead)
 {
-    std::vector<Cell> names;
-    for (const Column& column : m_Columns) names.push_back(Cell::OfText(column.name));
+    std::vector<Value> names;
+    for (const Column& column : m_Columns) names.push_back(Value::OfText(column.name));
     if (m_Style == Style::Json)
     {
         m_Output.Write("{\"rfm\":1," + jsonHead + "\"columns\":[");
         for (std::size_t i = 0; i < m_Columns.size(); ++i)
-            m_Output.Write(fmt::format("{}{{\"name\":{},\"type\":\"{}\"}}", i == 0 ? "" : ",", names[i].json,
-                                       m_Columns[i].type));
+            m_Output.Write(fmt::format("{}{{\"name\":{},\"type\":\"{}\"}}", i == 0 ? "" : ",",
+                                       TextJson(m_Columns[i].name), m_Columns[i].type));
         m_Output.Write("],\"rows\":[");
     }
     else if (m_Style == Style::Aligned)
-        m_Kept.push_back(std::move(names));
+        Keep(names);
     else
         WriteLine(names);
 }
 
-void Listing::Row(std::vector<Cell> cells)
+void Listing::Keep(std::span<const Value> values)
+{
+    std::vector<std::string>& texts = m_Kept.emplace_back(values.size());
+    for (std::size_t i = 0; i < values.size(); ++i) AppendText(texts[i], values[i]);
+}
+
+void Listing::Row(const std::vector<Cell>& cells)
+{
+    std::vector<Value> values;
+    for (const Cell& cell : cells) values.push_back(cell.View());
+    Row(values);
+}
+
+void Listing::Row(std::span<const Value> values)
 {
     if (m_Style != Style::Aligned)
-        WriteLine(cells);
-    else if (m_IsMeasured)
-        WriteAligned(cells);
+        WriteLine(values);
     else
     {
-        m_Kept.push_back(std::move(cells));
-        if (m_Kept.size() > kMeasuredRows) WriteMeasured();
+        Keep(values);
+        if (m_IsMeasured || m_Kept.size() > kMeasuredRows) WriteKept();
     }
     ++m_Count;
 }
@@ -78,26 +125,27 @@ void Listing::Finish(const std::string& jsonTail)
 {
     if (m_Style == Style::Json)
         m_Output.Line((m_Count == 0 ? "]" : "\n]") + jsonTail + "}");
-    else if (m_Style == Style::Aligned && !m_IsMeasured)
-        WriteMeasured();
+    else if (m_Style == Style::Aligned)
+        WriteKept();
 }
 
-void Listing::WriteMeasured()
+void Listing::WriteKept()
 {
-    m_IsMeasured = true;
-    for (const std::vector<Cell>& cells : m_Kept)
-        for (std::size_t i = 0; i < cells.size(); ++i)
-            m_Widths[i] = std::max(m_Widths[i], DisplayWidth(cells[i].text));
-    for (const std::vector<Cell>& cells : m_Kept) WriteAligned(cells);
+    if (!m_IsMeasured)
+        for (const std::vector<std::string>& texts : m_Kept)
+            for (std::size_t i = 0; i < texts.size(); ++i)
+                m_Widths[i] = std::max(m_Widths[i], DisplayWidth(texts[i]));
+    for (std::size_t i = 0; i < m_Kept.size(); ++i) WriteAligned(m_Kept[i], !m_IsMeasured && i == 0);
     m_Kept.clear();
+    m_IsMeasured = true;
 }
 
-void Listing::WriteAligned(const std::vector<Cell>& cells)
+void Listing::WriteAligned(const std::vector<std::string>& texts, bool isHead)
 {
     std::string line;
-    for (std::size_t i = 0; i < cells.size(); ++i)
+    for (std::size_t i = 0; i < texts.size(); ++i)
     {
-        const std::string& text = cells[i].text;
+        const std::string& text = texts[i];
         const std::string padding(m_Widths[i] - std::min(m_Widths[i], DisplayWidth(text)), ' ');
         if (i > 0) line += "  ";
         line += m_Columns[i].isRight ? padding + text : text + padding;
@@ -109,20 +157,30 @@ void Listing::WriteAligned(const std::vector<Cell>& cells)
         m_WasCut = true;
         line = std::string(CutToWidth(line, width - 1)) + ">";
     }
-    m_Output.Line(line);
+    m_Output.Line(isHead ? m_Output.Strong(line) : line);
 }
 
-void Listing::WriteLine(const std::vector<Cell>& cells)
+// Behind every row of a large array stands nothing but this: numbers go straight into the output's own block.
+void Listing::WriteLine(std::span<const Value> values)
 {
+    std::string& target = m_Output.Pending();
     switch (m_Style)
     {
     case Style::Json:
-        m_Output.Write((m_Count == 0 ? "\n[" : ",\n[") + Joined(cells, &Cell::json, ',') + "]");
-        return;
-    case Style::Csv: m_Output.Line(Joined(cells, &Cell::csv, ',')); return;
+        target += m_Count == 0 ? "\n[" : ",\n[";
+        AppendJoined(target, values, ',', AppendJson);
+        target += ']';
+        break;
+    case Style::Csv:
+        AppendJoined(target, values, ',', AppendCsv);
+        target += '\n';
+        break;
     case Style::Tabs:
-    case Style::Aligned: m_Output.Line(Joined(cells, &Cell::text, '\t'));
+    case Style::Aligned:
+        AppendJoined(target, values, '\t', AppendText);
+        target += '\n';
+        break;
     }
+    m_Output.FlushWhenFull();
 }
-
 } // namespace rfm_tool

@@ -1,9 +1,12 @@
 #pragma once
 
 #include "Output.h"
+#include "Value.h"
 
 #include <cstdint>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace rfm_tool
@@ -17,22 +20,36 @@ enum class Style
     Json,
 };
 
-/// One value, ready for every style.
-struct Cell
+/// A value that owns its text.
+class Cell
 {
-    std::string text; // as OneLine gives it, or the number
-    std::string csv;
-    std::string json;
+public:
+    static Cell Absent() { return {}; }
+    static Cell OfInt(std::int64_t value) { return Cell(Value::OfInt(value)); }
+    static Cell OfFloat(float value) { return Cell(Value::OfFloat(value)); }
+    static Cell OfDouble(double value) { return Cell(Value::OfDouble(value)); }
+    static Cell OfText(std::string_view value)
+    {
+        Cell cell(Value::OfText({}));
+        cell.m_Text = value;
+        return cell;
+    }
+    static Cell Of(const Value& value) { return value.IsText() ? OfText(value.Text()) : Cell(value); }
 
-    static Cell Absent() { return {"", "", "null"}; }
-    static Cell OfInt(std::int64_t value);
-    static Cell OfFloat(float value);
-    static Cell OfDouble(double value);
-    static Cell OfText(std::string_view value);
-    static Cell Of(int value) { return OfInt(value); }
-    static Cell Of(float value) { return OfFloat(value); }
-    static Cell Of(double value) { return OfDouble(value); }
+    /// Lives as long as the cell.
+    Value View() const noexcept { return m_Value.IsText() ? Value::OfText(m_Text) : m_Value; }
+
+private:
+    Cell() = default;
+    explicit Cell(const Value& value) : m_Value(value) {}
+
+    Value m_Value;
+    std::string m_Text;
 };
+
+/// A value as a cell of a line of text has it, and as JSON has it.
+std::string TextOf(const Value& value);
+std::string JsonOf(const Value& value);
 
 struct Column
 {
@@ -53,7 +70,9 @@ public:
     /// `jsonHead`: members that stand in front of the columns, each followed by a comma.
     Listing(Output& output, Style style, std::vector<Column> columns, const std::string& jsonHead);
 
-    void Row(std::vector<Cell> cells);
+    /// One value for each column.
+    void Row(std::span<const Value> values);
+    void Row(const std::vector<Cell>& cells);
     /// Ends the listing; `jsonTail` are members behind the rows, each led by a comma.
     void Finish(const std::string& jsonTail = "");
     /// The aligned style cut at the width of the screen.
@@ -61,15 +80,16 @@ public:
 
 private:
     void Head(const std::string& jsonHead);
-    void WriteMeasured();
-    void WriteAligned(const std::vector<Cell>& cells);
-    void WriteLine(const std::vector<Cell>& cells);
+    void Keep(std::span<const Value> values);
+    void WriteKept();
+    void WriteAligned(const std::vector<std::string>& texts, bool isHead);
+    void WriteLine(std::span<const Value> values);
 
     Output& m_Output;
     Style m_Style;
     std::vector<Column> m_Columns;
     std::vector<std::size_t> m_Widths;
-    std::vector<std::vector<Cell>> m_Kept;
+    std::vector<std::vector<std::string>> m_Kept; // texts of lines; the names of the columns first
     bool m_IsMeasured = false;
     bool m_WasCut = false;
     std::int64_t m_Count = 0;

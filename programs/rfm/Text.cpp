@@ -21,11 +21,10 @@ template <class T> std::string Shortest(T value)
     return {text, end.ptr};
 }
 
-template <class T> std::string ShortestJson(T value)
+template <class T> void AppendShortest(std::string& target, T value)
 {
-    if (std::isnan(value)) return "\"NaN\"";
-    if (std::isinf(value)) return value > 0 ? "\"Infinity\"" : "\"-Infinity\"";
-    return Shortest(value);
+    char text[64];
+    target.append(text, std::to_chars(text, text + sizeof text, value).ptr);
 }
 
 bool IsContinuation(char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U; }
@@ -80,13 +79,32 @@ std::string Escaped(std::string_view bytes)
 std::string NumberText(std::int64_t value) { return Shortest(value); }
 std::string NumberText(float value) { return Shortest(value); }
 std::string NumberText(double value) { return Shortest(value); }
-std::string NumberJson(float value) { return ShortestJson(value); }
-std::string NumberJson(double value) { return ShortestJson(value); }
+void AppendNumber(std::string& target, std::int64_t value) { AppendShortest(target, value); }
+void AppendNumber(std::string& target, float value) { AppendShortest(target, value); }
+void AppendNumber(std::string& target, double value) { AppendShortest(target, value); }
+
+std::string NumberJson(double value)
+{
+    if (std::isnan(value)) return "\"NaN\"";
+    if (std::isinf(value)) return value > 0 ? "\"Infinity\"" : "\"-Infinity\"";
+    return Shortest(value);
+}
 
 std::string OneLine(std::string_view text)
 {
     std::string line;
     line.reserve(text.size());
+    AppendOneLine(line, text);
+    return line;
+}
+
+void AppendOneLine(std::string& line, std::string_view text)
+{
+    const auto isPlain = [](char byte) { return byte >= ' ' && byte <= '~' && byte != '\\'; };
+    const std::size_t plain =
+        static_cast<std::size_t>(std::find_if_not(text.begin(), text.end(), isPlain) - text.begin());
+    line.append(text.substr(0, plain));
+    text.remove_prefix(plain);
     while (!text.empty())
     {
         const std::size_t length = Utf8Sequence(text);
@@ -99,7 +117,6 @@ std::string OneLine(std::string_view text)
             line += sequence;
         text.remove_prefix(sequence.size());
     }
-    return line;
 }
 
 std::string CsvCell(std::string_view text)

@@ -11,12 +11,16 @@ namespace rfm_tool
 std::string NumberText(std::int64_t value);
 std::string NumberText(float value);
 std::string NumberText(double value);
+/// The same behind what `target` holds already.
+void AppendNumber(std::string& target, std::int64_t value);
+void AppendNumber(std::string& target, float value);
+void AppendNumber(std::string& target, double value);
 /// The same for JSON, which has no word for what is not finite: "NaN", "Infinity" and "-Infinity" as strings.
-std::string NumberJson(float value);
 std::string NumberJson(double value);
 
 /// A text on one line and in one cell: control characters, backslashes and bytes that are not UTF-8 as \t \n \r \\ \xNN.
 std::string OneLine(std::string_view text);
+void AppendOneLine(std::string& target, std::string_view text);
 /// A cell of a CSV line (RFC 4180): quoted when it has to be, and when it is empty, since absent values are bare.
 std::string CsvCell(std::string_view text);
 /// A JSON string; text that is not UTF-8 as {"hex": "..."}.

@@ -19,7 +19,7 @@ public:
     {
         return "One line for each object: handle, type, rows, columns, layout, bytes in use, bytes reserved, "
                "and\n"
-               "into how many extents of the file they are spread. -a shows the library's own objects too.\n"
+               "into how many extents of the file they are spread.\n"
                "\n"
                "examples:\n"
                "  rfm ls job.rdx\n"
@@ -30,13 +30,15 @@ public:
     {
         DeclareFile(app, m_File);
         m_Style.DeclareAll(app);
-        app.add_flag("-a,--all", m_All, "the pools and unused handles too");
+        app.add_flag("-a", m_HasOwn, "the library's own objects too: pools and unused handles");
+        app.add_flag("--all", m_All, "all lines, on a terminal in a pager");
     }
     int Run(Output& output) override;
 
 private:
     std::string m_File;
     StyleOptions m_Style;
+    bool m_HasOwn = false;
     bool m_All = false;
 };
 
@@ -60,28 +62,25 @@ std::vector<Cell> Cells(const Object& object)
             Cell::OfInt(object.extents)};
 }
 
-bool IsOfTheLibrary(const Object& object)
-{
-    return object.kind == Kind::Strings || object.kind == Kind::Layouts || object.kind == Kind::Unused;
-}
-
 int LsCommand::Run(Output& output)
 {
     DatabaseFile file(m_File);
     int code = ExitDone;
+    Screenful screenful(output, m_Style.Choose(output), m_All);
     Listing listing(output, m_Style.Choose(output), Columns(),
                     fmt::format("\"command\":\"ls\",\"file\":{},", TextJson(m_File)));
     for (const rfm_Handle handle : file.Handles())
     {
         const Object object = file.Describe(handle);
-        if (IsOfTheLibrary(object) && !m_All) continue;
-        listing.Row(Cells(object));
+        if (object.IsOfTheLibrary() && !m_HasOwn) continue;
+        if (screenful.Takes()) listing.Row(Cells(object));
         if (object.damage.empty()) continue;
         Note(fmt::format("{}: handle {}: {}; `rfm check` tells what is damaged", OneLine(m_File),
                          handle.Value(), object.damage));
         code = ExitNo;
     }
     listing.Finish();
+    screenful.TellTheRest();
     return code;
 }
 } // namespace

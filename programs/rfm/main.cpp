@@ -8,14 +8,17 @@
 #include "completion.h"
 #include "convert.h"
 #include "doctor.h"
-#include "dump.h"
 #include "follow.h"
 #include "hash.h"
 #include "help.h"
 #include "info.h"
 #include "ls.h"
 #include "rfm_Library.h"
+#include "rows.h"
+#include "schema.h"
+#include "stats.h"
 #include "unlock.h"
+#include "value.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -39,9 +42,14 @@ Commands AllCommands()
     Commands commands;
     commands.push_back(MakeInfo());
     commands.push_back(MakeLs());
-    commands.push_back(MakeDump());
-    commands.push_back(MakeCheck());
+    commands.push_back(MakeSchema());
+    commands.push_back(MakeHead());
+    commands.push_back(MakeTail());
+    commands.push_back(MakeRows());
+    commands.push_back(MakeValue());
+    commands.push_back(MakeStats());
     commands.push_back(MakeFollow());
+    commands.push_back(MakeCheck());
     commands.push_back(MakeConvert());
     commands.push_back(MakeCompact());
     commands.push_back(MakeHash());
@@ -102,8 +110,8 @@ std::string MainHelp(const Commands& commands)
         "\n"
         "examples:\n"
         "  rfm job.rdx                 what is it? (rfm info job.rdx)\n"
-        "  rfm dump job.rdx NODES      the rows of a table\n"
-        "  rfm check job.rdx           is it sound?\n"
+        "  rfm rows job.rdx NODES      the rows of a table\n"
+        "  rfm follow job.rdx          what does its writer add?\n"
         "\n"
         "commands:\n";
     for (const std::unique_ptr<Command>& command : commands)
@@ -120,8 +128,10 @@ std::string MainHelp(const Commands& commands)
 
 Command* FindCommand(const Commands& commands, std::string_view name)
 {
-    const auto found = std::find_if(commands.begin(), commands.end(),
-                                    [&](const auto& each) { return each->Name() == name; });
+    const auto found =
+        std::find_if(commands.begin(), commands.end(),
+                     [&](const auto& each)
+                     { return each->Name() == name || (!name.empty() && each->OtherName() == name); });
     return found == commands.end() ? nullptr : found->get();
 }
 
@@ -134,11 +144,34 @@ bool LooksLikeFile(const std::string& word)
 [[noreturn]] void RefuseWord(const Commands& commands, const std::string& word)
 {
     std::vector<std::string_view> names;
-    for (const std::unique_ptr<Command>& command : commands) names.push_back(command->Name());
+    for (const std::unique_ptr<Command>& command : commands)
+    {
+        names.push_back(command->Name());
+        if (!command->OtherName().empty()) names.push_back(command->OtherName());
+    }
     const std::string_view near = NearestName(word, names);
     throw Failure(ExitUsage, OneLine(word), "no such command or file",
                   near.empty() ? "`rfm --help` lists the commands"
                                : fmt::format("did you mean `rfm {}`?", near));
+}
+
+// The first word that the parser could not place: an option that there isn't, or an argument too many.
+[[noreturn]] void RefuseExtra(const Command& command, const CLI::App& app)
+{
+    const std::string remedy = fmt::format("`rfm {} --help` shows how", command.Name());
+    const std::vector<std::string> words = app.remaining();
+    const auto option =
+        std::find_if(words.begin(), words.end(),
+                     [](const std::string& word) { return word.size() > 1 && word.starts_with('-'); });
+    if (option == words.end())
+        throw Failure(ExitUsage, std::string(command.Name()),
+                      OneLine(words.front()) + " is one word too many", remedy);
+    std::vector<std::string> names;
+    for (const CLI::Option* each : app.get_options())
+        for (const std::string& name : each->get_lnames()) names.push_back("--" + name);
+    const std::string_view near = NearestName(option->substr(0, option->find('=')), names);
+    throw Failure(ExitUsage, std::string(command.Name()), OneLine(*option) + ": there is no such option",
+                  near.empty() ? remedy : fmt::format("did you mean {}?", near));
 }
 
 int RunCommand(Command& command, std::vector<std::string> words, Output& output)
@@ -160,6 +193,10 @@ int RunCommand(Command& command, std::vector<std::string> words, Output& output)
     {
         output.Write(app.help());
         return ExitDone;
+    }
+    catch (const CLI::ExtrasError&)
+    {
+        RefuseExtra(command, app);
     }
     catch (const CLI::ParseError& error)
     {
@@ -235,7 +272,7 @@ int Main(int argc, char** argv)
     rfm_initialize(initializations);
     Output output;
     const int code = RunGuarded(argc, argv, output);
-    output.Flush();
+    output.Finish();
     rfm_finalize(initializations);
     // HDF5 would try again to write what it could not, and complain at length: everything has been said.
     if (code == ExitOutput) ::_exit(code);

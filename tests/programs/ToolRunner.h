@@ -9,8 +9,10 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 /// What a run left.
@@ -101,8 +103,11 @@ public:
         tool.Answer(input);
         return tool.Finish();
     }
-    /// One run on a terminal of the given size: output and error come together, with the terminal's line ends.
-    static ToolResult RunOnTerminal(Words words, unsigned short lines, unsigned short columns)
+    /// One run on a terminal of the given size: output and error come together, with the terminal's line ends. Without
+    /// colours and a pager, unless they are given.
+    static ToolResult RunOnTerminal(Words words, unsigned short lines, unsigned short columns,
+                                    const std::vector<std::pair<const char*, const char*>>& environment = {
+                                        {"NO_COLOR", "1"}, {"PAGER", "cat"}})
     {
         winsize size{};
         size.ws_row = lines;
@@ -110,7 +115,11 @@ public:
         int terminal = -1;
         Tool tool(std::move(words), Terminal{});
         tool.m_Process = ::forkpty(&terminal, nullptr, nullptr, &size);
-        if (tool.m_Process == 0) tool.Become();
+        if (tool.m_Process == 0)
+        {
+            for (const auto& [name, value] : environment) ::setenv(name, value, 1);
+            tool.Become();
+        }
         ToolResult result;
         while (Append(terminal, result.out)) continue; // ends with an error when the other side is gone
         ::close(terminal);

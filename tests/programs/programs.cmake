@@ -1,7 +1,12 @@
 if(TARGET rfm_tool)
   find_package(fmt REQUIRED)
   find_package(OpenSSL REQUIRED COMPONENTS Crypto)
+  find_package(nlohmann_json REQUIRED)
   add_area(tool_tests
+    programs/Expression_test.cpp
+    programs/Glob_test.cpp
+    programs/Selection_test.cpp
+    programs/rfm_bad_input_test.cpp
     programs/rfm_check_test.cpp
     programs/rfm_check_compressed_test.cpp
     programs/rfm_compact_test.cpp
@@ -13,8 +18,15 @@ if(TARGET rfm_tool)
     programs/rfm_hash_test.cpp
     programs/rfm_help_test.cpp
     programs/rfm_progress_test.cpp
+    programs/rfm_rows_test.cpp
     programs/rfm_tool_test.cpp
+    ${PROJECT_SOURCE_DIR}/programs/rfm/DatabaseFile.cpp
+    ${PROJECT_SOURCE_DIR}/programs/rfm/Expression.cpp
+    ${PROJECT_SOURCE_DIR}/programs/rfm/Glob.cpp
+    ${PROJECT_SOURCE_DIR}/programs/rfm/Output.cpp
     ${PROJECT_SOURCE_DIR}/programs/rfm/Progress.cpp
+    ${PROJECT_SOURCE_DIR}/programs/rfm/Selection.cpp
+    ${PROJECT_SOURCE_DIR}/programs/rfm/Text.cpp
   )
   target_include_directories(tool_tests PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/programs
                              ${PROJECT_SOURCE_DIR}/programs/rfm)
@@ -28,6 +40,6 @@ if(TARGET rfm_tool)
       target_compile_definitions(tool_tests PRIVATE ${shell}="${${shell}}")
     endif()
   endforeach()
-  target_link_libraries(tool_tests PRIVATE util fmt::fmt OpenSSL::Crypto ZLIB::ZLIB)
+  target_link_libraries(tool_tests PRIVATE util fmt::fmt nlohmann_json::nlohmann_json OpenSSL::Crypto ZLIB::ZLIB)
   add_dependencies(tool_tests rfm_tool)
 endif()

@@ -1,4 +1,4 @@
-// `rfm dump` and `rfm ls`: literal output of each kind of object in each style.
+// `rfm rows`, by its other name `dump`, and `rfm ls`: literal output of each kind of object in each style.
 #include "SampleDatabase.h"
 #include "ToolRunner.h"
 
@@ -52,7 +52,7 @@ TEST_F(RfmDump, JsonHasAVersionColumnsAndRows)
 {
     EXPECT_EQ(
         Dump({"4", "--json"}),
-        "{\"rfm\":1,\"command\":\"dump\",\"file\":" + JsonName() +
+        "{\"rfm\":1,\"command\":\"rows\",\"file\":" + JsonName() +
             ",\"handle\":4,\"type\":\"table\",\"layout\":\"NODES\",\"columns\":["
             "{\"name\":\"row\",\"type\":\"int\"},{\"name\":\"id\",\"type\":\"int\"},"
             "{\"name\":\"link\",\"type\":\"handle\"},{\"name\":\"name\",\"type\":\"string\"},"
@@ -109,8 +109,10 @@ TEST_F(RfmDump, AnObjectIsNamedByItsHandleInBothNotationsOrByItsLayout)
 {
     EXPECT_EQ(Dump({"0x6"}), Dump({"6"}));
     const ToolResult byLayout = Tool::Run({"dump", m_File, "NODES"});
-    EXPECT_EQ(byLayout.out, Dump({"4"}));
-    EXPECT_EQ(byLayout.err, "rfm: 2 tables have the layout NODES; this is the first, handle 4\n");
+    EXPECT_EQ(byLayout.code, 2);
+    EXPECT_EQ(byLayout.out, "");
+    EXPECT_EQ(byLayout.err,
+              "rfm: " + m_File + ": 2 objects are meant by NODES; did you mean one of the handles 4, 5?\n");
 }
 
 TEST_F(RfmDump, AnObjectThatIsNotThereIsExitThreeWithAGuess)
@@ -120,9 +122,9 @@ TEST_F(RfmDump, AnObjectThatIsNotThereIsExitThreeWithAGuess)
     EXPECT_EQ(handle.err, "rfm: " + m_File + ": no object has the handle 99; `rfm ls` lists the handles\n");
     const ToolResult layout = Tool::Run({"dump", m_File, "NODE"});
     EXPECT_EQ(layout.code, 3);
-    EXPECT_EQ(layout.err, "rfm: " + m_File + ": no table has the layout NODE; did you mean NODES?\n");
+    EXPECT_EQ(layout.err, "rfm: " + m_File + ": no table has the name NODE; did you mean NODES?\n");
     EXPECT_EQ(Tool::Run({"dump", m_File, "elements"}).err,
-              "rfm: " + m_File + ": no table has the layout elements; `rfm ls` lists the tables\n");
+              "rfm: " + m_File + ": no table has the name elements; `rfm ls` lists the tables\n");
 }
 
 TEST_F(RfmDump, ATerminalGetsOneScreenOfAlignedRowsAndANote)
@@ -142,10 +144,12 @@ TEST_F(RfmDump, ATerminalGetsOneScreenOfAlignedRowsAndANote)
 
 TEST_F(RfmDump, ANarrowTerminalCutsLinesAndSaysSo)
 {
-    EXPECT_EQ(Tool::RunOnTerminal({"dump", m_File, "4", "-n", "1"}, 24, 20).out,
-              "row  id  link  name>\r\n"
-              "  0  10     6  a\\tb>\r\n"
-              "rfm: lines that end with > are cut at the width of the screen; --csv has them whole\r\n");
+    EXPECT_EQ(
+        Tool::RunOnTerminal({"dump", m_File, "4", "-n", "1"}, 24, 20).out,
+        "row  id  link  name>\r\n"
+        "  0  10     6  a\\tb>\r\n"
+        "rfm: lines that end with > are cut at the width of the screen; --fields chooses some of them, --all "
+        "shows them in a pager\r\n");
 }
 
 TEST_F(RfmDump, BytesThatAreNoTextAreEscapedAndGivenAsHexInJson)

@@ -27,7 +27,7 @@ TEST_F(RfmFollow, ALineForEachFlushTellsNewObjectsAndRows)
     rfm_TableMetadata layout("STEPS", 1);
     const int time = layout.DefineDoubleField("time");
     database.Flush();
-    Tool tool({"follow", m_File, "--until-flush", "4"});
+    Tool tool({"follow", m_File, "--until", "flush >= 4"});
     EXPECT_EQ(tool.Line(), "open\tflush 1, 0 objects");
 
     // A layout that came after the open of the follower.
@@ -39,9 +39,10 @@ TEST_F(RfmFollow, ALineForEachFlushTellsNewObjectsAndRows)
     steps.Flush();
     field.Flush();
     database.Flush();
-    EXPECT_THAT(tool.Line(),
-                MatchesRegex(std::string("flush\t2\t") + kLag +
-                             "new table STEPS \\(4\\) \\+1 row, new int array \\(5\\) \\+2 rows"));
+    EXPECT_THAT(
+        tool.Line(),
+        MatchesRegex(std::string("flush\t2\t") + kLag +
+                     "new table STEPS \\(4\\) \\+1 row: time 1; new int array \\(5\\) \\+2 rows: 1 to 4"));
 
     field.Truncate(1);
     field.Flush();
@@ -78,7 +79,7 @@ TEST_F(RfmFollow, ItLivesThroughATransactionAReplacementAndALoss)
             tool.Line(),
             MatchesRegex(
                 "\\{\"rfm\":1,\"event\":\"flush\",\"flush\":3,\"lag\":[0-9.]+,\"changes\":\\[\\{\"handle\":4,"
-                "\"object\":\"stream\",\"new\":true,\"bytes\":20\\}\\]\\}"));
+                "\"object\":\"stream\",\"new\":true,\"bytes\":20,\"extremes\":\\[\\]\\}\\]\\}"));
     }
     EXPECT_THAT(tool.Line(), StartsWith("{\"rfm\":1,\"event\":\"flush\",\"flush\":4,")); // the close
     std::filesystem::remove(m_File);
@@ -97,7 +98,7 @@ TEST_F(RfmFollow, ItLivesThroughATransactionAReplacementAndALoss)
 TEST_F(RfmFollow, ATimeThatIsUpIsExitFive)
 {
     CreateDatabase(m_File).Close();
-    const ToolResult result = Tool::Run({"follow", m_File, "--timeout", "0.05", "--until-flush", "2"});
+    const ToolResult result = Tool::Run({"follow", m_File, "--timeout", "0.05", "--until", "flush >= 2"});
     EXPECT_EQ(result.code, 5);
     EXPECT_EQ(result.out, "open\tflush 1, 0 objects\n");
     EXPECT_EQ(result.err, "rfm: " + m_File +
@@ -108,8 +109,58 @@ TEST_F(RfmFollow, ATimeThatIsUpIsExitFive)
 TEST_F(RfmFollow, AFlushCountThatIsReachedAlreadyEndsAtOnce)
 {
     CreateDatabase(m_File).Close();
-    const ToolResult result = Tool::Run({"follow", m_File, "--until-flush", "1"});
+    const ToolResult result = Tool::Run({"follow", m_File, "--until", "flush >= 1"});
     EXPECT_EQ(result.code, 0);
     EXPECT_EQ(result.out, "open\tflush 1, 0 objects\n");
+}
+
+TEST_F(RfmFollow, UntilAsksTheRowsOfTheObjectOldAndNew)
+{
+    rfm_Database database = CreateDatabase(m_File);
+    rfm_TableMetadata layout("STEPS", 1);
+    const int time = layout.DefineDoubleField("time");
+    const int load = layout.DefineFloatField("load");
+    rfm_Table steps = database.Table(database.Bind(layout), -1, -1);
+    auto field = database.ArrayInt(1, -1, 0);
+    const auto step = [&](double at)
+    {
+        rfm_Row row = steps.NewRow();
+        row.WriteFieldDouble(time, at);
+        row.WriteFieldFloat(load, 0.5F);
+        const int value = 7;
+        field.Write(&value, 1);
+        steps.Flush();
+        field.Flush();
+        database.Flush();
+    };
+    step(1);
+    Tool tool({"follow", m_File, "STEPS", "--until", "time >= 3"});
+    EXPECT_EQ(tool.Line(), "open\tflush 1, 2 objects");
+    step(2);
+    EXPECT_THAT(tool.Line(), MatchesRegex(std::string("flush\t2\t") + kLag +
+                                          "table STEPS \\(4\\) \\+1 row: load 0.5, time 2"));
+    step(3);
+    EXPECT_THAT(tool.Line(), StartsWith("flush\t3\t"));
+    EXPECT_EQ(tool.Finish().code, 0);
+    EXPECT_EQ(Tool::Run({"follow", m_File, "STEPS", "--until", "time == 2"}).code, 0); // it's there already
+
+    Tool narrow({"follow", m_File, "STEPS.time", "--until", "flush >= 4", "--json"});
+    EXPECT_THAT(narrow.Line(), StartsWith("{\"rfm\":1,\"event\":\"open\""));
+    step(4);
+    EXPECT_THAT(
+        narrow.Line(),
+        testing::EndsWith("\"changes\":[{\"handle\":4,\"object\":\"table STEPS\",\"new\":false,\"rows\":1,"
+                          "\"extremes\":[{\"field\":\"time\",\"minimum\":4,\"maximum\":4}]}]}"));
+    EXPECT_EQ(narrow.Finish().code, 0);
+}
+
+TEST_F(RfmFollow, AnUntilThatCantBeUnderstoodIsRefusedAtOnce)
+{
+    CreateDatabase(m_File).Close();
+    const ToolResult unknown = Tool::Run({"follow", m_File, "--until", "flash > 3"});
+    EXPECT_EQ(unknown.code, 3);
+    EXPECT_EQ(unknown.out, "");
+    EXPECT_EQ(unknown.err, "rfm: --until 'flash > 3': at 1: there is no field flash; did you mean flush?\n");
+    EXPECT_EQ(Tool::Run({"follow", m_File, "--until", "flush >"}).code, 2);
 }
 } // namespace

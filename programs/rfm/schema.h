@@ -4,5 +4,5 @@
 
 namespace rfm_tool
 {
-std::unique_ptr<Command> MakeDump();
+std::unique_ptr<Command> MakeSchema();
 } // namespace rfm_tool

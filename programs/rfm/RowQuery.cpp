@@ -1,0 +1,77 @@
+#include "RowQuery.h"
+
+#include "Failure.h"
+#include "Text.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <numeric>
+
+namespace rfm_tool
+{
+void RowQuery::Declare(CLI::App& app)
+{
+    app.add_option("OBJECT", object, "a handle, the name of a table, or TABLE.FIELD; with * ? [a-z]")
+        ->required();
+    app.add_option("--where", where, "only rows for which this holds: 'x > 0 and name ~ \"a*\"'")
+        ->type_name("EXPR");
+    app.add_option("--fields", fields, "only these fields, in this order")->type_name("A,B");
+}
+
+QueriedRows::QueriedRows(DatabaseFile& file, const RowQuery& query)
+    : m_Selected(SelectOne(file, query.object)),
+      m_Source(OpenRows(file, m_Selected.object))
+{
+    if (!query.fields.empty() && m_Selected.fields)
+        throw Failure(ExitUsage, OneLine(query.object), "names fields, and --fields too", "give one of them");
+    if (!query.fields.empty())
+        m_Fields = SelectFields(file, m_Selected.object, query.fields);
+    else if (m_Selected.fields)
+        m_Fields = *m_Selected.fields;
+    else
+    {
+        m_Fields.resize(m_Source->Columns().size());
+        std::iota(m_Fields.begin(), m_Fields.end(), 0);
+    }
+    if (!query.where.empty()) m_Where.emplace("--where", query.where, ExpressionFieldsOf(*m_Source));
+}
+
+std::vector<Column> QueriedRows::Columns() const
+{
+    std::vector<Column> columns{{m_Source->NumberName(), "int", true}};
+    for (const int field : m_Fields) columns.push_back(m_Source->Columns()[static_cast<std::size_t>(field)]);
+    return columns;
+}
+
+bool QueriedRows::Next()
+{
+    while (m_Source->Next())
+        if (!m_Where || m_Where->Holds(*m_Source)) return true;
+    return false;
+}
+
+const std::vector<Value>& QueriedRows::Values()
+{
+    m_Values.clear();
+    m_Values.push_back(Value::OfInt(m_Source->Number()));
+    for (const int field : m_Fields) m_Values.push_back(m_Source->ValueOf(field));
+    return m_Values;
+}
+
+// The row that can't be read is the one behind the last that was, or the one whose fields were being read.
+void ReadRows(const DatabaseFile& file, QueriedRows& rows, const std::function<void()>& step)
+{
+    try
+    {
+        step();
+    }
+    catch (const nex_Exception& cause)
+    {
+        throw Failure(ExitUnreadable,
+                      fmt::format("{}: handle {}, row {}", OneLine(file.Path()), rows.Object().handle.Value(),
+                                  std::max<std::int64_t>(rows.Source().Row(), 0)),
+                      PlainMessage(cause.what()), "`rfm check` tells what is damaged");
+    }
+}
+} // namespace rfm_tool

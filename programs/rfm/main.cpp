@@ -8,11 +8,14 @@
 #include "completion.h"
 #include "convert.h"
 #include "doctor.h"
+#include "export.h"
 #include "follow.h"
 #include "hash.h"
 #include "help.h"
+#include "import.h"
 #include "info.h"
 #include "ls.h"
+#include "plot.h"
 #include "rfm_Library.h"
 #include "rows.h"
 #include "schema.h"
@@ -49,6 +52,9 @@ Commands AllCommands()
     commands.push_back(MakeValue());
     commands.push_back(MakeStats());
     commands.push_back(MakeFollow());
+    commands.push_back(MakePlot());
+    commands.push_back(MakeExport());
+    commands.push_back(MakeImport());
     commands.push_back(MakeCheck());
     commands.push_back(MakeConvert());
     commands.push_back(MakeCompact());
@@ -105,8 +111,8 @@ std::string MainHelp(const Commands& commands)
 {
     std::string help =
         "rfm looks into databases of tables, arrays and streams, while their writer runs or after it\n"
-        "was killed. It changes no file; convert and compact write new ones, and unlock removes a\n"
-        "semaphore, after asking.\n"
+        "was killed. It changes no database; convert, compact, export, import and plot write new files,\n"
+        "and unlock removes a semaphore, after asking.\n"
         "\n"
         "examples:\n"
         "  rfm job.rdx                 what is it? (rfm info job.rdx)\n"

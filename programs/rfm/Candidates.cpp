@@ -1,5 +1,6 @@
 #include "Candidates.h"
 
+#include "DatabaseFile.h"
 #include "Selection.h"
 #include "Text.h"
 
@@ -83,18 +84,12 @@ Words Choices(const CLI::Option& option)
     return Split(type.substr(open + 1, close - open - 1), ',');
 }
 
-Words FieldNames(DatabaseFile& file, const std::string& layout)
+Words FieldNames(DatabaseFile& file, const std::string& object)
 {
     Words names;
-    for (const auto& [name, field] : file.Database().GetTableMetadata(cow_String(layout)).Fields())
-        names.push_back(OneLine(name.View()));
+    for (const Field& field : FieldsOf(file, SelectOne(file, object).object))
+        names.push_back(OneLine(field.name));
     return names;
-}
-
-// Of the first object that the word names.
-std::string LayoutOf(DatabaseFile& file, const std::string& word)
-{
-    return Select(file, {word}).front().object.layout;
 }
 
 // A table goes by its layout, unless an earlier one has that name; everything else by its handle.
@@ -126,7 +121,7 @@ Words ObjectsOrFields(const std::string& path, const std::string& word)
     DatabaseFile file(path);
     const std::size_t point = word.find('.');
     if (point == std::string::npos) return ObjectNames(file);
-    return WithPrefix(word.substr(0, point + 1), FieldNames(file, LayoutOf(file, word.substr(0, point))));
+    return WithPrefix(word.substr(0, point + 1), FieldNames(file, word.substr(0, point)));
 }
 
 // Of a list with commas the last name is completed.
@@ -134,7 +129,7 @@ Words FieldsOfObject(const Words& arguments, const std::string& word)
 {
     if (arguments.size() < 2) return {};
     DatabaseFile file(arguments[0]);
-    return WithPrefix(word.substr(0, word.rfind(',') + 1), FieldNames(file, LayoutOf(file, arguments[1])));
+    return WithPrefix(word.substr(0, word.rfind(',') + 1), FieldNames(file, arguments[1]));
 }
 
 Words InCommand(Command& command, const Words& words)

@@ -33,6 +33,12 @@ void DeclareCount(CLI::App& app, const std::string& name, std::int64_t& value, c
         ->check(NotNegative<std::int64_t>("a whole number from 0 up"));
 }
 
+void DeclareNumber(CLI::App& app, const std::string& name, double& value, const std::string& valueName,
+                   const std::string& help)
+{
+    app.add_option(name, value, help)->type_name(valueName)->check(NotNegative<double>("a number from 0 up"));
+}
+
 void DeclareSeconds(CLI::App& app, const std::string& name, double& value, const std::string& help)
 {
     app.add_option(name, value, help)->type_name("S")->check(NotNegative<double>("a number of seconds"));

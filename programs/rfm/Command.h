@@ -68,9 +68,12 @@ private:
     std::int64_t m_Count = 0;
 };
 
-/// An option that takes a whole number from 0 up, and one that takes seconds, parts of them too.
+/// An option that takes a whole number from 0 up, one that takes any number from 0 up, and one that takes seconds, parts of
+/// them too.
 void DeclareCount(CLI::App& app, const std::string& name, std::int64_t& value, const std::string& valueName,
                   const std::string& help);
+void DeclareNumber(CLI::App& app, const std::string& name, double& value, const std::string& valueName,
+                   const std::string& help);
 void DeclareSeconds(CLI::App& app, const std::string& name, double& value, const std::string& help);
 
 /// The argument FILE, which every command has first.

@@ -1,11 +1,11 @@
 #include "Compaction.h"
 
+#include "DatabaseWriter.h"
 #include "Failure.h"
-#include "NewFile.h"
 #include "PoolWalk.h"
+#include "Progress.h"
 #include "Text.h"
 #include "omi_Swapper.h"
-#include "rfm_FileRepr.h"
 #include "rfm_LinkageFormat.h"
 #include "rfm_MetadataFormat.h"
 #include "rfm_ObjectFormat.h"
@@ -15,22 +15,14 @@
 
 #include <algorithm>
 #include <cstring>
+#include <set>
 #include <unordered_map>
 #include <vector>
 
 // Every space is copied as bytes into one extent. Two things change on the way: references to texts, since the new pool
 // of strings has only those that something refers to; and what fields without data hold, which becomes zero. Layouts
-// keep their places in their pool, and objects their handles, so whatever else refers to something stays right.
-//
-// How handles stay. The library gives them in ascending order and can't be asked for a certain one. In the old file
-// those between two objects went to entries that went on with an object, since nothing else takes one. The new file has
-// none of these, because each object is whole before the next one begins. So their handles are used up by spaces without
-// content, which a last step hangs behind the unused handle 2, one after the other, where no list of objects shows them:
-//
-//   old file:   4 table --> 6 --> 7       5 array       8 stream
-//   new file:   4 table       5 array       8 stream       2 unused --> 6 --> 7
-//
-// Handles behind the last object are not needed; the pool of strings goes on there, as the last in the file.
+// keep their places in their pool, and objects their handles, so whatever else refers to something stays right. Of a
+// selection only the layouts of its tables come along, so that their places change too.
 
 namespace rfm_tool
 {
@@ -39,12 +31,7 @@ namespace
 constexpr bool kSwapped = omi_Swapper(omi_Swapper::Stored);
 constexpr std::size_t kPieceBytes = 262144;
 constexpr int kItemHeadBytes = 8;
-
-std::uint32_t HandleBehind(std::uint32_t handle)
-{
-    const std::uint32_t next = handle + 1;
-    return (next & rfm_SlotMask) == 0 ? next + 1 : next; // slot 0 chains the blocks
-}
+constexpr int kTableLayoutOffset = rfm_TableFirstRowOffset - 4;
 
 /// The bytes of an object that was found sound, one after the other.
 class SpaceReader
@@ -81,41 +68,17 @@ private:
     std::int64_t m_Left;
 };
 
-/// Bytes on their way into a space of a new database, in large pieces. What was not flushed is dropped: it belongs to
-/// a file that comes to nothing.
-class SpaceWriter
-{
-public:
-    explicit SpaceWriter(rfm_Space space) : m_Space(std::move(space)) { m_Gathered.reserve(kPieceBytes); }
-    void Write(const char* bytes, std::size_t count)
-    {
-        if (count > kPieceBytes - m_Gathered.size()) Flush();
-        m_Gathered.insert(m_Gathered.end(), bytes, bytes + count);
-    }
-    void Flush()
-    {
-        if (!m_Gathered.empty()) m_Space.Write(m_Gathered.data(), static_cast<int>(m_Gathered.size()));
-        m_Gathered.clear();
-    }
-    rfm_Handle Handle() const { return m_Space.Handle(); }
-
-private:
-    rfm_Space m_Space;
-    std::vector<char> m_Gathered;
-};
-
 /// The texts that something refers to, in the order in which they were come by.
 class TextPool
 {
 public:
-    explicit TextPool(DatabaseFile& file) : m_Path(file.Path()), m_New(rfm_StringPoolFirstRecord)
+    explicit TextPool(DatabaseFile& file) : m_Path(file.Path())
     {
         SpaceReader reader(file, rfm_Handle(rfm_StringPoolHandle));
         m_Old.resize(static_cast<std::size_t>(reader.Left()));
         for (std::size_t place = 0; place < m_Old.size();
              place += std::min(kPieceBytes, m_Old.size() - place))
             reader.Read(m_Old.data() + place, std::min(kPieceBytes, m_Old.size() - place));
-        omi_Store(m_New.data(), rfm_StringPoolMagic, kSwapped);
     }
     /// Puts the new reference in the place of the old one.
     void Renew(char* reference)
@@ -125,15 +88,14 @@ public:
         if (renewed == 0) renewed = Take(old);
         omi_Store(reference, static_cast<double>(renewed), kSwapped);
     }
-    /// What the space of the new pool holds.
-    const std::vector<char>& Bytes() const noexcept { return m_New; }
+    const NewTexts& New() const noexcept { return m_New; }
 
 private:
     std::int64_t Take(double old);
 
     std::string m_Path;
     std::vector<char> m_Old;
-    std::vector<char> m_New;
+    NewTexts m_New;
     std::unordered_map<double, std::int64_t> m_References; // old to new
 };
 
@@ -148,29 +110,27 @@ std::int64_t TextPool::Take(double old)
     if (!(old >= rfm_StringPoolFirstRecord) || old > end) refuse();
     const std::size_t record = static_cast<std::size_t>(old);
     const std::int64_t length = omi_Load<std::int32_t>(m_Old.data() + record, kSwapped);
-    const std::int64_t bytes = rfm_StringRecordBytes(length);
-    if (length < 0 || bytes > static_cast<std::int64_t>(m_Old.size() - record)) refuse();
-    const std::int64_t place = static_cast<std::int64_t>(m_New.size());
-    const auto first = m_Old.begin() + static_cast<std::ptrdiff_t>(record);
-    m_New.insert(m_New.end(), first, first + bytes);
-    return place;
+    if (length < 0 || rfm_StringRecordBytes(length) > static_cast<std::int64_t>(m_Old.size() - record))
+        refuse();
+    return m_New.Add({m_Old.data() + record + 4, static_cast<std::size_t>(length)});
 }
 
 /// The objects of one database on their way into another.
 class ObjectCopies
 {
 public:
-    explicit ObjectCopies(DatabaseFile& source) : m_Source(source), m_Texts(source) {}
-    void Run(FileKind kind, const std::string& path);
-    /// Handles that no object has, ascending.
-    const std::vector<std::uint32_t>& Fillers() const noexcept { return m_Fillers; }
-    /// Lets go of what could not be written, without a word.
-    void Abandon();
+    ObjectCopies(DatabaseFile& source, DatabaseWriter& target, Progress& progress)
+        : m_Source(source),
+          m_Target(target),
+          m_Progress(progress),
+          m_Texts(source)
+    {
+    }
+    void Run(const std::vector<Object>& objects, bool hasAllLayouts);
 
 private:
-    void CopyLayouts();
-    void CopyTexts();
-    void FillUpTo(rfm_Handle handle);
+    void CopyLayouts(const std::set<std::int64_t>* wanted);
+    std::set<std::int64_t> LayoutsOf(const std::vector<Object>& objects);
     void Copy(const Object& object);
     void CopyTable(const Object& object, SpaceReader& reader, SpaceWriter& writer);
     void RenewRow(const std::vector<int>& types, std::vector<char>& row);
@@ -178,11 +138,10 @@ private:
     void CopyItems(SpaceReader& reader, SpaceWriter& writer);
 
     DatabaseFile& m_Source;
+    DatabaseWriter& m_Target;
+    Progress& m_Progress;
     TextPool m_Texts;
-    rfm_File m_File;
-    rfm_Database m_Target;
-    std::vector<std::uint32_t> m_Fillers;
-    std::uint32_t m_Next = rfm_FirstRootHandle; // the handle that comes next
+    std::unordered_map<int, int> m_LayoutPlaces; // old to new
 };
 
 // Every byte of what is left, as it is.
@@ -199,42 +158,35 @@ void CopyHead(SpaceReader& reader, SpaceWriter& writer, int count)
     writer.Write(head.data(), head.size());
 }
 
-// The pool of layouts comes first, while its space is the last in the file and grows where it is; the pool of strings
-// last, when all texts are known. In between no handle goes to either of them.
-void ObjectCopies::Run(FileKind kind, const std::string& path)
+void ObjectCopies::Run(const std::vector<Object>& objects, bool hasAllLayouts)
 {
-    m_File = CreateFileOfKind(kind, path);
-    m_Target =
-        rfm_Database::Create(m_File, cow_String(m_Source.Header().mark), m_Source.Database().Description(),
-                             rfm_Database::GetCreationTime(m_Source.File()));
-    CopyLayouts();
-    for (const rfm_Handle handle : m_Source.Handles())
-    {
-        if (handle.Value() <= rfm_MetadataPoolHandle) continue;
-        FillUpTo(handle);
-        Copy(m_Source.Describe(handle));
-    }
-    CopyTexts();
-    m_Target.Close();
-    m_File = rfm_File();
+    const std::set<std::int64_t> wanted = LayoutsOf(objects);
+    CopyLayouts(hasAllLayouts ? nullptr : &wanted);
+    for (const Object& object : objects) Copy(object);
+    m_Target.Close(m_Texts.New());
 }
 
-void ObjectCopies::Abandon()
+std::set<std::int64_t> ObjectCopies::LayoutsOf(const std::vector<Object>& objects)
 {
-    const QuietStandardError quiet;
-    m_Target = rfm_Database();
-    m_File = rfm_File();
+    std::set<std::int64_t> places;
+    for (const Object& object : objects)
+        if (object.kind == Kind::Table)
+            places.insert(m_Source.Database().GetTableMetadataHandle(cow_String(object.layout)).Value());
+    return places;
 }
 
-void ObjectCopies::CopyLayouts()
+// Null wants all of them.
+void ObjectCopies::CopyLayouts(const std::set<std::int64_t>* wanted)
 {
     SpaceReader reader(m_Source, rfm_Handle(rfm_MetadataPoolHandle));
-    rfm_Space space = m_Target.Space(rfm_Handle(rfm_MetadataPoolHandle), -1);
-    SpaceWriter writer(space);
+    SpaceWriter writer = m_Target.Layouts();
+    const std::int64_t end = reader.Left();
     CopyHead(reader, writer, rfm_MetadataFirstRecord);
+    int newPlace = rfm_MetadataFirstRecord;
     std::vector<char> record;
     while (reader.Left() > 0)
     {
+        const std::int64_t oldPlace = end - reader.Left();
         record.resize(rfm_MetadataHeadBytes);
         reader.Read(record.data(), rfm_MetadataHeadBytes);
         const int length = omi_Load<int>(record.data(), kSwapped);
@@ -245,31 +197,15 @@ void ObjectCopies::CopyLayouts()
         if (length > rfm_MetadataHeadBytes)
             reader.Read(record.data() + rfm_MetadataHeadBytes,
                         static_cast<std::size_t>(length - rfm_MetadataHeadBytes));
+        if (wanted != nullptr && !wanted->contains(oldPlace)) continue;
         // A type or a length in front of each name.
         for (std::size_t name = 4; name < record.size(); name += rfm_MetadataFieldBytes)
             m_Texts.Renew(record.data() + name);
         writer.Write(record.data(), record.size());
+        m_LayoutPlaces[static_cast<int>(oldPlace)] = newPlace;
+        newPlace += length;
     }
     writer.Flush();
-}
-
-void ObjectCopies::CopyTexts()
-{
-    rfm_Space space = m_Target.Space(rfm_Handle(rfm_StringPoolHandle), -1);
-    const std::vector<char>& bytes = m_Texts.Bytes();
-    SpaceWriter writer(space);
-    for (std::size_t place = 0; place < bytes.size(); place += std::min(kPieceBytes, bytes.size() - place))
-        writer.Write(bytes.data() + place, std::min(kPieceBytes, bytes.size() - place));
-    writer.Flush();
-}
-
-void ObjectCopies::FillUpTo(rfm_Handle handle)
-{
-    while (m_Next < handle.Value())
-    {
-        m_Fillers.push_back(m_Target.Space(-1).Handle().Value());
-        m_Next = HandleBehind(m_Fillers.back());
-    }
 }
 
 void ObjectCopies::Copy(const Object& object)
@@ -278,17 +214,13 @@ void ObjectCopies::Copy(const Object& object)
     if (!object.damage.empty())
         throw Failure(ExitUnreadable, what, object.damage, "`rfm check` tells what is damaged");
     SpaceReader reader(m_Source, object.handle);
-    SpaceWriter writer(m_Target.Space(-1));
-    m_Next = HandleBehind(writer.Handle().Value());
-    if (writer.Handle() != object.handle)
-        throw Failure(ExitUnreadable, what,
-                      fmt::format("its copy would get the handle {}", writer.Handle().Value()),
-                      "`rfm check` tells what is damaged");
+    SpaceWriter writer = m_Target.NewSpace(object.handle, what);
     if (object.kind == Kind::Table) CopyTable(object, reader, writer);
     if (object.kind == Kind::Array && object.elementType == rfm_TypeString) CopyStrings(reader, writer);
     if (object.kind == Kind::Stream) CopyItems(reader, writer);
     CopyRest(reader, writer);
     writer.Flush();
+    m_Progress.Advance(object.size);
 }
 
 void ObjectCopies::CopyTable(const Object& object, SpaceReader& reader, SpaceWriter& writer)
@@ -296,7 +228,12 @@ void ObjectCopies::CopyTable(const Object& object, SpaceReader& reader, SpaceWri
     std::vector<int> types;
     for (const auto& [name, field] : m_Source.Database().GetTableMetadata(cow_String(object.layout)).Fields())
         types.push_back(field.type);
-    CopyHead(reader, writer, rfm_TableFirstRowOffset);
+    if (reader.Left() == 0) return; // its writer has not flushed it
+    char head[rfm_TableFirstRowOffset];
+    reader.Read(head, sizeof head);
+    char* layout = head + kTableLayoutOffset;
+    omi_Store(layout, m_LayoutPlaces.at(omi_Load<int>(layout, kSwapped)), kSwapped);
+    writer.Write(head, sizeof head);
     std::vector<char> row(static_cast<std::size_t>(object.rowBytes));
     while (!row.empty() && reader.Left() > 0)
     {
@@ -357,70 +294,40 @@ void ObjectCopies::CopyItems(SpaceReader& reader, SpaceWriter& writer)
     }
 }
 
-/// The linkage table of a database that is closed.
-class LinkageEditor
+} // namespace
+
+namespace
 {
-public:
-    explicit LinkageEditor(const std::string& path)
-        : m_File(rfm_File::Open(path.c_str(), utl_FileAccessUpdate))
-    {
-        for (std::int64_t block = rfm_FirstLinkageBlockOffset; block != 0; block = EntryAt(block).offset)
-            m_Blocks.push_back(block);
-    }
-    void SetNext(std::uint32_t handle, std::uint32_t next)
-    {
-        const std::int64_t place =
-            m_Blocks[handle >> rfm_SlotBits] + std::int64_t{handle & rfm_SlotMask} * rfm_LinkageEntryBytes;
-        rfm_LinkageEntry entry = EntryAt(place);
-        entry.next = next;
-        char bytes[rfm_LinkageEntryBytes];
-        rfm_EncodeLinkageEntry(entry, kSwapped, bytes);
-        m_File.Repr().Seek(place);
-        m_File.Repr().Write(bytes, sizeof bytes);
-    }
-    void Flush() { m_File.Repr().Flush(); }
-
-private:
-    rfm_LinkageEntry EntryAt(std::int64_t place)
-    {
-        char bytes[rfm_LinkageEntryBytes] = {};
-        m_File.Repr().Seek(place);
-        m_File.Repr().Read(bytes, sizeof bytes);
-        rfm_LinkageEntry entry;
-        rfm_DecodeLinkageEntry(bytes, kSwapped, entry);
-        return entry;
-    }
-
-    rfm_File m_File;
-    std::vector<std::int64_t> m_Blocks;
-};
-
-void HideFillers(const std::string& path, const std::vector<std::uint32_t>& fillers)
+std::vector<Object> ApplicationObjects(DatabaseFile& source)
 {
-    if (fillers.empty()) return;
-    LinkageEditor linkage(path);
-    std::uint32_t last = rfm_UnusedHandle;
-    for (const std::uint32_t filler : fillers)
-    {
-        linkage.SetNext(last, filler);
-        last = filler;
-    }
-    linkage.Flush();
+    std::vector<Object> objects;
+    for (const rfm_Handle handle : source.Handles())
+        if (handle.Value() > rfm_MetadataPoolHandle) objects.push_back(source.Describe(handle));
+    return objects;
+}
+
+void WriteObjects(DatabaseFile& source, const std::vector<Object>& objects, bool hasAllLayouts, FileKind kind,
+                  const std::string& path)
+{
+    std::int64_t bytes = 0;
+    for (const Object& object : objects) bytes += object.size;
+    Progress progress(bytes);
+    progress.Begin("copying");
+    DatabaseWriter target(kind, path,
+                          {source.Header().mark, source.Database().Description(),
+                           rfm_Database::GetCreationTime(source.File())});
+    ObjectCopies(source, target, progress).Run(objects, hasAllLayouts);
 }
 } // namespace
 
 void WriteCompacted(DatabaseFile& source, FileKind kind, const std::string& path)
 {
-    ObjectCopies copies(source);
-    try
-    {
-        copies.Run(kind, path);
-    }
-    catch (...)
-    {
-        copies.Abandon();
-        throw;
-    }
-    HideFillers(path, copies.Fillers());
+    WriteObjects(source, ApplicationObjects(source), true, kind, path);
+}
+
+void WriteSelected(DatabaseFile& source, const std::vector<Object>& objects, FileKind kind,
+                   const std::string& path)
+{
+    WriteObjects(source, objects, false, kind, path);
 }
 } // namespace rfm_tool

@@ -4,6 +4,7 @@
 #include "FileKind.h"
 
 #include <string>
+#include <vector>
 
 namespace rfm_tool
 {
@@ -11,4 +12,8 @@ namespace rfm_tool
 /// that nothing uses, and no text that nothing refers to. Handles stay, so that what refers to objects stays right.
 /// Throws: Failure when something can't be read or copied; what the library says when the file can't be written.
 void WriteCompacted(DatabaseFile& source, FileKind kind, const std::string& path);
+/// The same for some objects, ascending by handle, with the layouts and texts that they need. What they refer to by handle comes
+/// along only when it is among them.
+void WriteSelected(DatabaseFile& source, const std::vector<Object>& objects, FileKind kind,
+                   const std::string& path);
 } // namespace rfm_tool

@@ -9,6 +9,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <set>
 #include <vector>
 
 namespace rfm_tool
@@ -55,11 +56,12 @@ class ContentWalk
 {
 public:
     explicit ContentWalk(DatabaseFile& file) : m_File(file), m_Database(file.Database()) {}
-    std::string Run();
+    /// Objects by ascending handle; layouts by ascending name.
+    std::string Run(const std::vector<rfm_Handle>& objects, const std::vector<std::string>& layouts);
 
 private:
     void Header();
-    void Layouts();
+    void Layouts(const std::vector<std::string>& names);
     void ObjectOf(const Object& object);
     void Content(const Object& object);
     void Table(const Object& object);
@@ -75,15 +77,13 @@ private:
     ContentWriter m_Writer;
 };
 
-std::string ContentWalk::Run()
+std::string ContentWalk::Run(const std::vector<rfm_Handle>& objects, const std::vector<std::string>& layouts)
 {
     m_Writer.Text(kVersion);
     Header();
-    Layouts();
-    std::vector<rfm_Handle> handles = m_File.Handles();
-    std::erase_if(handles, [](rfm_Handle handle) { return handle.Value() <= rfm_MetadataPoolHandle; });
-    m_Writer.Count(static_cast<std::int64_t>(handles.size()));
-    for (const rfm_Handle handle : handles) ObjectOf(m_File.Describe(handle));
+    Layouts(layouts);
+    m_Writer.Count(static_cast<std::int64_t>(objects.size()));
+    for (const rfm_Handle handle : objects) ObjectOf(m_File.Describe(handle));
     return fmt::format("{}:{}", kVersion, m_Writer.Hex());
 }
 
@@ -93,14 +93,13 @@ void ContentWalk::Header()
     m_Writer.Text(m_Database.Description().View());
 }
 
-void ContentWalk::Layouts()
+void ContentWalk::Layouts(const std::vector<std::string>& names)
 {
-    const cow_1DArrayList<cow_String> names = m_Database.GetTableMetadataNames();
-    m_Writer.Count(names.Count());
-    for (const cow_String& name : names)
+    m_Writer.Count(static_cast<std::int64_t>(names.size()));
+    for (const std::string& name : names)
     {
-        const rfm_TableMetadata& layout = m_Database.GetTableMetadata(name);
-        m_Writer.Text(name.View());
+        const rfm_TableMetadata& layout = m_Database.GetTableMetadata(cow_String(name));
+        m_Writer.Text(name);
         std::int64_t fields = 0;
         for ([[maybe_unused]] const auto& field : layout.Fields()) ++fields;
         m_Writer.Count(fields);
@@ -249,5 +248,21 @@ void ContentWalk::Space(const Object& object)
 }
 } // namespace
 
-std::string ContentHash(DatabaseFile& file) { return ContentWalk(file).Run(); }
+std::string ContentHash(DatabaseFile& file)
+{
+    std::vector<rfm_Handle> handles = file.Handles();
+    std::erase_if(handles, [](rfm_Handle handle) { return handle.Value() <= rfm_MetadataPoolHandle; });
+    std::vector<std::string> layouts;
+    for (const cow_String& name : file.Database().GetTableMetadataNames()) layouts.emplace_back(name.View());
+    return ContentWalk(file).Run(handles, layouts);
+}
+
+std::string ContentHash(DatabaseFile& file, const std::vector<rfm_Handle>& objects)
+{
+    std::set<std::string> layouts;
+    for (const rfm_Handle handle : objects)
+        if (const Object object = file.Describe(handle); object.kind == Kind::Table)
+            layouts.insert(object.layout);
+    return ContentWalk(file).Run(objects, {layouts.begin(), layouts.end()});
+}
 } // namespace rfm_tool

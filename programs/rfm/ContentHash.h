@@ -3,6 +3,7 @@
 #include "DatabaseFile.h"
 
 #include <string>
+#include <vector>
 
 namespace rfm_tool
 {
@@ -11,4 +12,6 @@ namespace rfm_tool
 /// number in front changes with that.
 /// Throws: Failure when something can't be read.
 std::string ContentHash(DatabaseFile& file);
+/// The same of some objects, and of the layouts of the tables among them: what a file would give that has nothing else.
+std::string ContentHash(DatabaseFile& file, const std::vector<rfm_Handle>& objects);
 } // namespace rfm_tool

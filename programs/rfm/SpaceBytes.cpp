@@ -8,11 +8,14 @@
 #include "rfm_HeaderFormat.h"
 
 #include <algorithm>
+#include <limits>
 
 namespace rfm_tool
 {
 namespace
 {
+// The number of the range behind the end of the file, which is no segment.
+constexpr std::int64_t kBehindTheEnd = std::numeric_limits<std::int64_t>::max();
 constexpr bool kStoredAsIs = omi_Swapper(omi_Swapper::Stored);
 
 rfm_File OpenAnyFile(const std::string& path)
@@ -34,12 +37,54 @@ FileImage::FileImage(const std::string& path)
 {
 }
 
-int FileImage::Read(std::int64_t offset, char* bytes, int count)
+int FileImage::ReadThere(std::int64_t offset, char* bytes, int count)
 {
     m_File.Repr().Seek(offset);
     const int read = m_File.Repr().ReadUpToEnd(bytes, count);
     std::fill(bytes + read, bytes + count, '\0');
     return read;
+}
+
+int FileImage::Read(std::int64_t offset, char* bytes, int count)
+{
+    if (!m_FillsHoles) return ReadThere(offset, bytes, count);
+    const std::int64_t end = offset + count;
+    for (std::int64_t place = offset; place < end;)
+    {
+        const Range* hole = RangeBehind(place);
+        const std::int64_t there = hole == nullptr ? end : std::clamp(hole->start, place, end);
+        if (there > place) ReadThere(place, bytes + (place - offset), static_cast<int>(there - place));
+        if (there == end) break;
+        place = std::min(hole->end, end);
+        std::fill(bytes + (there - offset), bytes + (place - offset), '\0');
+    }
+    return static_cast<int>(TrimmedCount(offset, count));
+}
+
+void FileImage::FillHoles()
+{
+    m_FillsHoles = true;
+    m_Unreadable.push_back({kBehindTheEnd, m_Size, std::numeric_limits<std::int64_t>::max()});
+}
+
+// The first range that ends behind `place`.
+const FileImage::Range* FileImage::RangeBehind(std::int64_t place) const
+{
+    const auto range =
+        std::upper_bound(m_Unreadable.begin(), m_Unreadable.end(), place,
+                         [](std::int64_t each, const Range& other) { return each < other.end; });
+    return range == m_Unreadable.end() ? nullptr : &*range;
+}
+
+std::int64_t FileImage::TrimmedCount(std::int64_t start, std::int64_t count) const
+{
+    while (count > 0)
+    {
+        const Range* hole = RangeBehind(start + count - 1);
+        if (hole == nullptr || hole->start >= start + count) break;
+        count = std::max<std::int64_t>(hole->start - start, 0);
+    }
+    return count;
 }
 
 std::uint32_t FileImage::FlushCountNow()
@@ -52,10 +97,8 @@ std::uint32_t FileImage::FlushCountNow()
 
 std::int64_t FileImage::UnreadableSegment(std::int64_t start, std::int64_t count) const
 {
-    const auto range =
-        std::upper_bound(m_Unreadable.begin(), m_Unreadable.end(), start,
-                         [](std::int64_t place, const Range& each) { return place < each.end; });
-    return range != m_Unreadable.end() && range->start < start + count ? range->segment : -1;
+    const Range* range = RangeBehind(start);
+    return range != nullptr && range->start < start + count ? range->segment : -1;
 }
 
 SpaceBytes::SpaceBytes(FileImage& image, std::vector<Extent> extents)
@@ -73,6 +116,20 @@ std::size_t SpaceBytes::ExtentOf(std::int64_t place) const
 {
     const auto behind = std::upper_bound(m_Starts.begin(), m_Starts.end(), place);
     return behind == m_Starts.begin() ? 0 : static_cast<std::size_t>(behind - m_Starts.begin()) - 1;
+}
+
+bool SpaceBytes::IsReadable(std::int64_t place, std::int64_t count) const
+{
+    if (place < 0 || count > m_Length - place) return false;
+    for (std::size_t i = ExtentOf(place); count > 0; ++i)
+    {
+        const std::int64_t skipped = place - m_Starts[i];
+        const std::int64_t here = std::min(m_Extents[i].length - skipped, count);
+        if (here > 0 && m_Image.UnreadableSegment(m_Extents[i].offset + skipped, here) >= 0) return false;
+        place += std::max<std::int64_t>(here, 0);
+        count -= std::max<std::int64_t>(here, 0);
+    }
+    return true;
 }
 
 std::int64_t SpaceBytes::FileOffset(std::int64_t place) const

@@ -29,6 +29,11 @@ public:
     /// The first segment under these bytes that can't be read, -1 when they can.
     std::int64_t UnreadableSegment(std::int64_t start, std::int64_t count) const;
 
+    /// From now on what can't be read reads as zero, and what lies behind the end of the file counts as unreadable.
+    void FillHoles();
+    /// Bytes of `count` from `start` on that are left when those at their end that can't be read are taken away.
+    std::int64_t TrimmedCount(std::int64_t start, std::int64_t count) const;
+
 private:
     struct Range
     {
@@ -37,9 +42,13 @@ private:
         std::int64_t end;
     };
 
+    int ReadThere(std::int64_t offset, char* bytes, int count);
+    const Range* RangeBehind(std::int64_t place) const;
+
     rfm_File m_File;
     std::int64_t m_Size;
     std::vector<Range> m_Unreadable; // ascending
+    bool m_FillsHoles = false;
 };
 
 /// One contiguous piece of a space.
@@ -62,6 +71,8 @@ public:
     double Double(std::int64_t place);
     /// At most kWindowBytes of them.
     std::string Text(std::int64_t place, std::int64_t count);
+    /// Whether all these bytes are there and can be read.
+    bool IsReadable(std::int64_t place, std::int64_t count) const;
     /// Where the byte at `place` lies in the file; behind the end, where it would.
     std::int64_t FileOffset(std::int64_t place) const;
 

@@ -168,10 +168,12 @@ void CheckCommand::WriteText(Output& output, const Finding& finding) const
     const std::int64_t count = finding.damages.Count();
     const std::int64_t unlisted = count - static_cast<std::int64_t>(finding.damages.Kept().size());
     if (unlisted > 0) output.Line(fmt::format("and {} more; -n N lists more of each object", unlisted));
-    output.Line(
-        fmt::format("{}: {}, {}, {}, {}", count == 0 ? "sound" : Counted(count, "damage", "damages"),
-                    Counted(finding.fileBytes, "byte", "bytes"), Counted(sums.objects, "object", "objects"),
-                    Counted(sums.layouts, "layout", "layouts"), Counted(sums.texts, "text", "texts")));
+    const std::string remedy =
+        count == 0 ? "" : fmt::format("; `rfm recover {} OUT` saves what can still be read", OneLine(m_File));
+    output.Line(fmt::format(
+        "{}: {}, {}, {}, {}{}", count == 0 ? "sound" : Counted(count, "damage", "damages"),
+        Counted(finding.fileBytes, "byte", "bytes"), Counted(sums.objects, "object", "objects"),
+        Counted(sums.layouts, "layout", "layouts"), Counted(sums.texts, "text", "texts"), remedy));
 }
 
 std::string SectorsJson(const Finding& finding)
@@ -207,6 +209,7 @@ int CheckCommand::Run(Output& output)
 {
     RequireReadableFile(m_File);
     RequireDatabaseMagic(m_File);
+    TellOfSemaphore(m_File, "if none runs, `rfm unlock` removes what it left");
     const Finding finding = WalkAtRest();
     if (m_Style.json)
         WriteJson(output, finding);

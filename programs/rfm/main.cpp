@@ -7,6 +7,8 @@
 #include "compact.h"
 #include "completion.h"
 #include "convert.h"
+#include "copy.h"
+#include "diff.h"
 #include "doctor.h"
 #include "export.h"
 #include "follow.h"
@@ -16,6 +18,7 @@
 #include "info.h"
 #include "ls.h"
 #include "plot.h"
+#include "recover.h"
 #include "rfm_Library.h"
 #include "rows.h"
 #include "schema.h"
@@ -56,8 +59,11 @@ Commands AllCommands()
     commands.push_back(MakeExport());
     commands.push_back(MakeImport());
     commands.push_back(MakeCheck());
+    commands.push_back(MakeDiff());
     commands.push_back(MakeConvert());
     commands.push_back(MakeCompact());
+    commands.push_back(MakeCopy());
+    commands.push_back(MakeRecover());
     commands.push_back(MakeHash());
     commands.push_back(MakeUnlock());
     commands.push_back(MakeCompletion());
@@ -111,8 +117,10 @@ std::string MainHelp(const Commands& commands)
 {
     std::string help =
         "rfm looks into databases of tables, arrays and streams, while their writer runs or after it\n"
-        "was killed. It changes no database; convert, compact, export, import and plot write new files,\n"
-        "and unlock removes a semaphore, after asking.\n"
+        "was killed. It changes no file; convert, compact, copy, recover, export, import and plot write
+        "
+        "new ones, and unlock removes a semaphore, after asking.
+        "
         "\n"
         "examples:\n"
         "  rfm job.rdx                 what is it? (rfm info job.rdx)\n"

@@ -12,12 +12,15 @@ if(TARGET rfm_tool)
     programs/rfm_compact_test.cpp
     programs/rfm_completion_test.cpp
     programs/rfm_convert_test.cpp
+    programs/rfm_copy_test.cpp
+    programs/rfm_diff_test.cpp
     programs/rfm_doctor_test.cpp
     programs/rfm_dump_test.cpp
     programs/rfm_follow_test.cpp
     programs/rfm_hash_test.cpp
     programs/rfm_help_test.cpp
     programs/rfm_progress_test.cpp
+    programs/rfm_recover_test.cpp
     programs/rfm_rows_test.cpp
     programs/rfm_tool_test.cpp
     ${PROJECT_SOURCE_DIR}/programs/rfm/DatabaseFile.cpp
@@ -42,4 +45,13 @@ if(TARGET rfm_tool)
   endforeach()
   target_link_libraries(tool_tests PRIVATE util fmt::fmt nlohmann_json::nlohmann_json OpenSSL::Crypto ZLIB::ZLIB)
   add_dependencies(tool_tests rfm_tool)
+
+  # From inside, since thousands of damaged files are recovered: all of the tool but its main.
+  add_area(recovery_tests
+    programs/rfm_recovery_test.cpp
+    $<FILTER:$<TARGET_OBJECTS:rfm_tool>,EXCLUDE,main\\.cpp>
+  )
+  target_include_directories(recovery_tests PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/programs
+                             ${PROJECT_SOURCE_DIR}/programs/rfm)
+  target_link_libraries(recovery_tests PRIVATE fmt::fmt OpenSSL::Crypto ZLIB::ZLIB)
 endif()

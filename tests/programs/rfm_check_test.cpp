@@ -383,6 +383,16 @@ TEST_F(RfmCheck, AStreamsItemsAreWalked)
     EXPECT_EQ(Tool::Run({"check", m_File}).code, 0);
 }
 
+TEST_F(RfmCheck, ASemaphoreThatStandsIsToldWithWhatRemovesIt)
+{
+    std::filesystem::create_directory(m_Folder / "s.lsm");
+    const ToolResult result = Tool::Run({"check", m_File});
+    EXPECT_EQ(result.code, 0);
+    EXPECT_EQ(result.err,
+              "rfm: " + m_File +
+                  ": a writer asks readers to wait; if none runs, `rfm unlock` removes what it left\n");
+}
+
 TEST_F(RfmCheck, NTellsHowManyDamagesOfAnObjectAreListed)
 {
     for (int row = 0; row < 3; ++row) Overwrite<int>(m_File, Extent(4) + 12 + 36 * row, 0x7FFFFFF1);
@@ -391,7 +401,8 @@ TEST_F(RfmCheck, NTellsHowManyDamagesOfAnObjectAreListed)
     EXPECT_THAT(result.out, StartsWith(At(4, Extent(4) + 12) + "row 0, presence bits: found 0x7FFFFFF1"));
     EXPECT_THAT(result.out,
                 EndsWith("\nand 2 more; -n N lists more of each object\n3 damages: 15872 bytes, 6 objects, 1 "
-                         "layout, 11 texts\n"));
+                         "layout, 11 texts; `rfm recover " +
+                         m_File + " OUT` saves what can still be read\n"));
 }
 
 TEST_F(RfmCheck, JsonHasEachDamageAsAnObject)

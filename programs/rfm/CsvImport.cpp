@@ -255,11 +255,11 @@ int DefineField(rfm_TableMetadata& layout, const CsvColumn& column)
 {
     switch (column.Type())
     {
-    case rfm_TypeInt: return layout.DefineIntField(column.name);
-    case rfm_TypeFloat: return layout.DefineFloatField(column.name);
-    case rfm_TypeDouble: return layout.DefineDoubleField(column.name);
-    case rfm_TypeHandle: return layout.DefineHandleField(column.name);
-    default: return layout.DefineStringField(column.name);
+    case rfm_TypeInt: return layout.DefineIntField(cow_String(column.name));
+    case rfm_TypeFloat: return layout.DefineFloatField(cow_String(column.name));
+    case rfm_TypeDouble: return layout.DefineDoubleField(cow_String(column.name));
+    case rfm_TypeHandle: return layout.DefineHandleField(cow_String(column.name));
+    default: return layout.DefineStringField(cow_String(column.name));
     }
 }
 
@@ -288,7 +288,7 @@ ImportedTable CsvTable::Write(FileKind kind, const NewFile& out)
     ImportedTable result;
     result.name =
         m_Source.table.empty() ? std::filesystem::path(m_Source.path).stem().string() : m_Source.table;
-    rfm_TableMetadata layout(result.name, 1);
+    rfm_TableMetadata layout(cow_String(result.name), 1);
     for (const CsvColumn& column : m_Columns)
     {
         DefineField(layout, column);

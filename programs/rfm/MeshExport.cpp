@@ -1,5 +1,6 @@
 #include "MeshExport.h"
 
+#include "Failure.h"
 #include "LittleEndian.h"
 #include "RowQuery.h"
 #include "Text.h"

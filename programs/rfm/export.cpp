@@ -259,7 +259,7 @@ void ExportCommand::ExportToFile(DatabaseFile& file, const Selected& selected, c
     output.Line(fmt::format("{}: {}", OneLine(path), Counted(count, "row", "rows")));
 }
 
-void AppendNumber(std::string& target, const Value& value)
+void AppendNumberOf(std::string& target, const Value& value)
 {
     if (value.GetKind() == Value::Kind::Int) return AppendNumber(target, value.Int());
     if (value.GetKind() == Value::Kind::Float)
@@ -289,7 +289,7 @@ public:
             if (values[i].IsText())
                 AppendCsvCell(target, values[i].Text());
             else if (!values[i].IsAbsent())
-                AppendNumber(target, values[i]);
+                AppendNumberOf(target, values[i]);
         }
         target += '\n';
     }

@@ -21,7 +21,8 @@ Range RangeOf(std::initializer_list<double> values)
 std::vector<std::string> Labels(double low, double high, int most)
 {
     std::vector<std::string> labels;
-    for (const rfm_tool::Tick& tick : rfm_tool::TicksIn(RangeOf({low, high}), most)) labels.push_back(tick.label);
+    for (const rfm_tool::Tick& tick : rfm_tool::TicksIn(RangeOf({low, high}), most))
+        labels.push_back(tick.label);
     return labels;
 }
 
@@ -76,7 +77,8 @@ TEST(AxisRange, OfOneNumberIsWidenedAroundIt)
     EXPECT_EQ(RangeOf({50}).Drawable().Low(), 45);
     EXPECT_EQ(RangeOf({50}).Drawable().High(), 55);
     EXPECT_EQ(RangeOf({0}).Drawable().Low(), -1);
-    EXPECT_EQ(RangeOf({1, 1 + 1e-15}).Drawable().High(), 1 + 1e-15 + (1 + 1e-15) / 10) << "nothing but rounding";
+    EXPECT_EQ(RangeOf({1, 1 + 1e-15}).Drawable().High(), 1 + 1e-15 + (1 + 1e-15) / 10)
+        << "nothing but rounding";
     EXPECT_EQ(RangeOf({2, 3}).Drawable().Low(), 2);
 }
 } // namespace

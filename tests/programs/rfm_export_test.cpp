@@ -122,11 +122,16 @@ TEST_F(RfmExport, AnArrayInNpyHasTheBytesOfItsPicture)
     EXPECT_EQ(result.code, 0) << result.err;
     EXPECT_EQ(result.out, m_Out + ": 3 rows\n");
     const std::string dictionary = "{'descr': '<f8', 'fortran_order': False, 'shape': (3, 2), }";
-    EXPECT_EQ(Hex(ReadFile(m_Out)),
-              "934e554d5059" "0100" "7600" + Hex(dictionary + std::string(117 - dictionary.size(), ' ') + "\n") +
-                  "000000000000f03f" "0000000000000040"  // 1 2
-                  "0000000000000840" "0000000000001040"  // 3 4
-                  "0000000000001640" "0000000000000080"); // 5.5 -0
+    EXPECT_EQ(Hex(ReadFile(m_Out)), "934e554d5059"
+                                    "0100"
+                                    "7600" +
+                                        Hex(dictionary + std::string(117 - dictionary.size(), ' ') + "\n") +
+                                        "000000000000f03f"
+                                        "0000000000000040" // 1 2
+                                        "0000000000000840"
+                                        "0000000000001040" // 3 4
+                                        "0000000000001640"
+                                        "0000000000000080"); // 5.5 -0
 }
 
 TEST_F(RfmExport, NpyOfIntsAndFloatsHasFourBytesForEach)
@@ -147,10 +152,13 @@ TEST_F(RfmExport, NpyOfIntsAndFloatsHasFourBytesForEach)
     EXPECT_THAT(NamesIn(m_Out), ElementsAre("4.npy", "5.npy"));
     const std::string ints = ReadFile(m_Out + "/4.npy");
     EXPECT_THAT(ints.substr(10), StartsWith("{'descr': '<i4', 'fortran_order': False, 'shape': (2, 1), }"));
-    EXPECT_EQ(Hex(ints.substr(128)), "feffffff" "02010000");
+    EXPECT_EQ(Hex(ints.substr(128)), "feffffff"
+                                     "02010000");
     const std::string floats = ReadFile(m_Out + "/5.npy");
     EXPECT_THAT(floats.substr(10), StartsWith("{'descr': '<f4', 'fortran_order': False, 'shape': (1, 3), }"));
-    EXPECT_EQ(Hex(floats.substr(128)), "0000003f" "000080bf" "00000040");
+    EXPECT_EQ(Hex(floats.substr(128)), "0000003f"
+                                       "000080bf"
+                                       "00000040");
 }
 
 TEST_F(RfmExport, NpyOfSomeRowsTellsHowManyThereAre)
@@ -167,7 +175,8 @@ TEST_F(RfmExport, NpyRefusesWhatIsNoArrayOfNumbers)
     ExpectRefusal({"7", "--to", "npy", "-o", m_Out}, 2,
                   m_File + ": handle 7: is an array of texts, for which npy has no place" + remedy);
     ExpectRefusal({"4", "--to", "npy", "-o", m_Out}, 2, m_File + ": handle 4: is no array" + remedy);
-    ExpectRefusal({"6", "--to", "npy"}, 2, "--to npy: its bytes are not for standard output; give a file with -o");
+    ExpectRefusal({"6", "--to", "npy"}, 2,
+                  "--to npy: its bytes are not for standard output; give a file with -o");
     EXPECT_FALSE(std::filesystem::exists(m_Out));
 }
 
@@ -181,9 +190,10 @@ TEST_F(RfmExport, SeveralObjectsAreAFileEachInAFolder)
     EXPECT_EQ(ReadFile(m_Out + "/NODES-4.csv"), kCsv);
     EXPECT_EQ(Export({"6", "--to", "csv", "-o", m_Out}).code, 2) << "is there already";
     EXPECT_EQ(Export({"6", "--to", "csv", "-o", m_Out, "-f"}).code, 0);
-    ExpectRefusal({"--to", "csv"}, 2,
-                  m_File + ": 5 objects are meant, and standard output has room for one; name one, or give a folder "
-                           "with -o");
+    ExpectRefusal(
+        {"--to", "csv"}, 2,
+        m_File + ": 5 objects are meant, and standard output has room for one; name one, or give a folder "
+                 "with -o");
 }
 
 TEST_F(RfmExport, ALayoutThatIsNoNameOfAFileLeadsOutOfNoFolder)
@@ -216,13 +226,15 @@ TEST_F(RfmExport, AFileThatIsThereIsReplacedOnlyByForce)
 
 TEST_F(RfmExport, OptionsThatDoNotFitTheFormAreRefused)
 {
-    ExpectRefusal({"4", "--to", "xml"}, 2, "export: --to: xml is not csv, jsonl, npy or vtu; `rfm export --help` shows how");
+    ExpectRefusal({"4", "--to", "xml"}, 2,
+                  "export: --to: xml is not csv, jsonl, npy or vtu; `rfm export --help` shows how");
     ExpectRefusal({"4", "--to", "csv", "--mesh", "nodes=NODES"}, 2,
                   "--to csv: --mesh and --map are for vtu; leave them away, or say --to vtu");
     ExpectRefusal({"4", "--to", "vtu", "-o", m_Out, "--where", "row < 1"}, 2,
                   "--to vtu: a mesh is exported whole; leave --where and --fields away");
     ExpectRefusal({"4", "--to", "csv", "--where", "idd > 1"}, 3,
-                  Tool::Run({"rows", m_File, "4", "--where", "idd > 1"}).err.substr(5, std::string::npos)
+                  Tool::Run({"rows", m_File, "4", "--where", "idd > 1"})
+                      .err.substr(5, std::string::npos)
                       .substr(0, Tool::Run({"rows", m_File, "4", "--where", "idd > 1"}).err.size() - 6));
 }
 
@@ -233,11 +245,13 @@ TEST_F(RfmExport, AFullDiskOrAForbiddenFolderLeavesNoFile)
         ExpectRefusal({"6", "--to", "npy", "-o", m_Out}, 7,
                       m_Out + ": File too large; make room or write elsewhere; nothing was left there");
         ExpectRefusal({"4", "6", "--to", "csv", "-o", m_Out, "--where", "row < 0"}, 7,
-                      m_Out + "/NODES.csv: File too large; make room or write elsewhere; nothing was left there");
+                      m_Out +
+                          "/NODES.csv: File too large; make room or write elsewhere; nothing was left there");
     }
     EXPECT_THAT(NamesIn(m_Folder / ""), ElementsAre("s.rdx"));
-    ExpectRefusal({"4", "--to", "csv", "-o", "/proc/none/out"}, 7,
-                  "/proc/none/out: No such file or directory; make room or write elsewhere; nothing was left there");
+    ExpectRefusal(
+        {"4", "--to", "csv", "-o", "/proc/none/out"}, 7,
+        "/proc/none/out: No such file or directory; make room or write elsewhere; nothing was left there");
     ExpectRefusal({"4", "6", "--to", "csv", "-o", m_File}, 7,
                   m_File + ": Not a directory; 2 objects need a folder");
 }
@@ -246,7 +260,8 @@ TEST_F(RfmExport, ALastRowOfWhichAPartIsThereIsNoRowOfNpy)
 {
     Overwrite<double>(m_File, EntryPlace(6) + 8, NumberAt<double>(m_File, EntryPlace(6) + 8) - 8);
     ExpectRefusal({"6", "--to", "npy", "-o", m_Out}, 4,
-                  m_File + ": handle 6, row 2: only a part of the row is there; --where 'row < 2' leaves it out");
+                  m_File +
+                      ": handle 6, row 2: only a part of the row is there; --where 'row < 2' leaves it out");
     EXPECT_FALSE(std::filesystem::exists(m_Out));
     EXPECT_EQ(Export({"6", "--to", "npy", "-o", m_Out, "--where", "row < 2"}).code, 0);
     EXPECT_EQ(Export({"6", "--to", "csv"}).out, "0,1\n1,2\n3,4\n5.5,\n");
@@ -300,7 +315,8 @@ protected:
         for (const char* name : {"x", "y", "z"}) nodes.DefineDoubleField(name);
         const int id = nodes.DefineIntField("id");
         rfm_TableMetadata elements("ELEMENTS", 1);
-        for (const char* name : {"node1", "node2", "node3", "node4", "reference"}) elements.DefineIntField(name);
+        for (const char* name : {"node1", "node2", "node3", "node4", "reference"})
+            elements.DefineIntField(name);
         rfm_Table points = database.Table(database.Bind(nodes), -1, -1);
         for (int i = 0; i < 4; ++i)
         {
@@ -326,18 +342,20 @@ protected:
     }
 };
 
-const std::string kMeshHead = "<?xml version=\"1.0\"?>\n"
-                              "<VTKFile type=\"UnstructuredGrid\" version=\"1.0\" byte_order=\"LittleEndian\" "
-                              "header_type=\"UInt64\">\n"
-                              "<UnstructuredGrid>\n"
-                              "<Piece NumberOfPoints=\"4\" NumberOfCells=\"2\">\n";
+const std::string kMeshHead =
+    "<?xml version=\"1.0\"?>\n"
+    "<VTKFile type=\"UnstructuredGrid\" version=\"1.0\" byte_order=\"LittleEndian\" "
+    "header_type=\"UInt64\">\n"
+    "<UnstructuredGrid>\n"
+    "<Piece NumberOfPoints=\"4\" NumberOfCells=\"2\">\n";
 
 TEST_F(RfmExportMesh, AMeshInVtuHasTheTextAndTheBytesOfItsPicture)
 {
     const ToolResult result = Export(Mesh({"t<1>=6", "--mesh", "first=1", "-o", m_Out}));
     EXPECT_EQ(result.code, 0) << result.err;
     EXPECT_EQ(result.out, m_Out + ": 4 nodes, 2 elements, data of 1 and 0\n");
-    const std::string array = "<DataArray type=\"{}\" Name=\"{}\" NumberOfComponents=\"{}\" format=\"appended\" offset=\"{}\"/>\n";
+    const std::string array =
+        "<DataArray type=\"{}\" Name=\"{}\" NumberOfComponents=\"{}\" format=\"appended\" offset=\"{}\"/>\n";
     const std::string text =
         kMeshHead + "<PointData>\n" + fmt::format(fmt::runtime(array), "Float64", "t&lt;1&gt;", 1, 0) +
         "</PointData>\n<CellData>\n</CellData>\n<Points>\n" +
@@ -348,13 +366,15 @@ TEST_F(RfmExportMesh, AMeshInVtuHasTheTextAndTheBytesOfItsPicture)
         "</Cells>\n</Piece>\n</UnstructuredGrid>\n<AppendedData encoding=\"raw\">\n_";
     const std::string zero = "0000000000000000";
     const std::string one = "000000000000f03f";
-    const std::string numbers =
-        "2000000000000000" + one + "0000000000000040 0000000000000840 0000000000001040" // t
-        "6000000000000000" + zero + zero + zero + one + zero + zero + zero + one + zero + zero + zero + one +
-        "3800000000000000" + zero + "0100000000000000 0200000000000000 0300000000000000" + zero +
-        "0100000000000000 0200000000000000" // tetra and triangle
-        "1000000000000000 0400000000000000 0700000000000000"
-        "0200000000000000 0a 05";
+    const std::string numbers = "2000000000000000" + one +
+                                "0000000000000040 0000000000000840 0000000000001040" // t
+                                "6000000000000000" +
+                                zero + zero + zero + one + zero + zero + zero + one + zero + zero + zero +
+                                one + "3800000000000000" + zero +
+                                "0100000000000000 0200000000000000 0300000000000000" + zero +
+                                "0100000000000000 0200000000000000" // tetra and triangle
+                                "1000000000000000 0400000000000000 0700000000000000"
+                                "0200000000000000 0a 05";
     EXPECT_EQ(Hex(ReadFile(m_Out)), Hex(text + Bytes(numbers) + "\n</AppendedData>\n</VTKFile>\n"));
 }
 
@@ -363,7 +383,8 @@ TEST_F(RfmExportMesh, DataGoesWhereItHasARowForEach)
     EXPECT_EQ(Export(Mesh({"6", "v=7", "ELEMENTS.reference", "--mesh", "first=1", "-o", m_Out})).out,
               m_Out + ": 4 nodes, 2 elements, data of 1 and 2\n");
     const std::string text = ReadFile(m_Out);
-    EXPECT_THAT(text, HasSubstr("<PointData>\n<DataArray type=\"Float64\" Name=\"6\" NumberOfComponents=\"1\""));
+    EXPECT_THAT(text,
+                HasSubstr("<PointData>\n<DataArray type=\"Float64\" Name=\"6\" NumberOfComponents=\"1\""));
     EXPECT_THAT(text, HasSubstr("<CellData>\n<DataArray type=\"Int32\" Name=\"v\" NumberOfComponents=\"3\""));
     EXPECT_THAT(text, HasSubstr("type=\"Float64\" Name=\"reference\"")) << "one row has no number there";
     EXPECT_THAT(Hex(text), HasSubstr(Hex(Bytes("1000000000000000 0000000000001c40 000000000000f87f"))));
@@ -385,9 +406,9 @@ TEST_F(RfmExportMesh, NodesAreKnownByTheirNumbersWhereThereIsAField)
     EXPECT_EQ(Export(Mesh({"--mesh", "ids=id", "-o", m_Out})).err,
               "rfm: ELEMENTS: row 0 names node 1; no node has this number; name another field with ids=\n");
     EXPECT_EQ(Export(Mesh({"--mesh", "ids=id", "--mesh", "corners=reference", "-o", m_Out})).code, 2);
-    EXPECT_EQ(Export(Mesh({"-o", m_Out})).err,
-              "rfm: ELEMENTS: row 0 names node 4; there are 4 from 0 on; first=1 counts rows from 1, ids=FIELD looks "
-              "numbers up\n");
+    EXPECT_EQ(Export(Mesh({"-o", m_Out})).err, "rfm: ELEMENTS: row 0 names node 4; there are 4 from 0 on; "
+                                               "first=1 counts rows from 1, ids=FIELD looks "
+                                               "numbers up\n");
     EXPECT_FALSE(std::filesystem::exists(m_Out));
 }
 
@@ -403,17 +424,23 @@ TEST_F(RfmExportMesh, WhatDoesNotFitTogetherIsToldWithWhatWouldDo)
     ExpectRefusal(with({"a=NODES"}), 2, "a=NODES: one name for several fields; name one: a=TABLE.FIELD");
     ExpectRefusal(with({"--mesh", "cell-data=6"}), 2,
                   "6: 4 rows, but 4 nodes and 2 elements; data has a row for each node, or for each element");
-    ExpectRefusal(with({"--mesh", "cells=cube"}), 2,
-                  "cells=cube: there is no such cell; there are vertex, line, triangle, tetra, quad, pyramid, wedge, "
-                  "hexahedron, quadratic-tetra, quadratic-edge, quadratic-triangle, quadratic-quad, quadratic-pyramid, "
-                  "quadratic-wedge, quadratic-hexahedron");
-    ExpectRefusal(with({"--mesh", "corners=reference,node1,node2,node3,node4"}), 2,
-                  "ELEMENTS: row 0 names node 7; there are 4 from 1 on; first=1 counts rows from 1, ids=FIELD looks "
-                  "numbers up");
-    ExpectRefusal(with({"--mesh", "node=NODES"}), 2, "--mesh: node: a mesh has no such key; did you mean nodes=?");
-    ExpectRefusal(with({"--mesh", "nodes"}), 2, "--mesh: nodes is not KEY=VALUE; say for example nodes=NODES");
-    ExpectRefusal(with({"--mesh", "xyz=x"}), 2, "xyz=x: 1 field, and a place has two or three; say for example xyz=x,y,z");
-    ExpectRefusal(with({"--map", m_Folder / "none"}), 3, m_Folder / "none" + ": no such file; give the path of a mapping");
+    ExpectRefusal(
+        with({"--mesh", "cells=cube"}), 2,
+        "cells=cube: there is no such cell; there are vertex, line, triangle, tetra, quad, pyramid, wedge, "
+        "hexahedron, quadratic-tetra, quadratic-edge, quadratic-triangle, quadratic-quad, quadratic-pyramid, "
+        "quadratic-wedge, quadratic-hexahedron");
+    ExpectRefusal(
+        with({"--mesh", "corners=reference,node1,node2,node3,node4"}), 2,
+        "ELEMENTS: row 0 names node 7; there are 4 from 1 on; first=1 counts rows from 1, ids=FIELD looks "
+        "numbers up");
+    ExpectRefusal(with({"--mesh", "node=NODES"}), 2,
+                  "--mesh: node: a mesh has no such key; did you mean nodes=?");
+    ExpectRefusal(with({"--mesh", "nodes"}), 2,
+                  "--mesh: nodes is not KEY=VALUE; say for example nodes=NODES");
+    ExpectRefusal(with({"--mesh", "xyz=x"}), 2,
+                  "xyz=x: 1 field, and a place has two or three; say for example xyz=x,y,z");
+    ExpectRefusal(with({"--map", m_Folder / "none"}), 3,
+                  m_Folder / "none" + ": no such file; give the path of a mapping");
     WriteFile(m_Folder / "map", "nodes=NODES\nelements\n");
     ExpectRefusal(with({"--map", m_Folder / "map"}), 2,
                   m_Folder / "map" + ", line 2: elements is not KEY=VALUE; say for example nodes=NODES");

@@ -27,7 +27,8 @@ protected:
         const ToolResult result = Import(csv, more);
         return result.code == 0 ? Tool::Run({"rows", m_Out, "4"}).out : result.err;
     }
-    void ExpectRefusal(const std::string& csv, const Tool::Words& more, int code, const std::string& line) const
+    void ExpectRefusal(const std::string& csv, const Tool::Words& more, int code,
+                       const std::string& line) const
     {
         const ToolResult result = Import(csv, more);
         EXPECT_EQ(result.code, code);
@@ -73,7 +74,10 @@ TEST_F(RfmImport, EachLineEndEndsALineAndTheLastLineNeedsNone)
     EXPECT_EQ(Rows("a,b\r\n1,x\r\n2,y\r\n"), rows);
     EXPECT_EQ(Rows("a,b\r1,x\r2,y\r"), rows);
     EXPECT_EQ(Rows("a,b\n1,x\n2,y"), rows);
-    EXPECT_EQ(Rows("\xEF\xBB\xBF" "a,b\n\n1,x\n\n2,y\n\n"), rows) << "a mark of UTF-8, and lines without anything";
+    EXPECT_EQ(Rows("\xEF\xBB\xBF"
+                   "a,b\n\n1,x\n\n2,y\n\n"),
+              rows)
+        << "a mark of UTF-8, and lines without anything";
 }
 
 TEST_F(RfmImport, OfOneColumnALineWithoutAnythingIsARow)
@@ -110,12 +114,14 @@ TEST_F(RfmImport, ACellThatDoesNotFitIsToldWithItsPlace)
 {
     const Tool::Words types{"--types", "a=int,b=float,c=handle"};
     const std::string remedy = "; correct it, or say --types ";
-    ExpectRefusedCell("a,b,c\n1,1,1\n2147483648,1,1\n", "line 3, column 1 (a)",
-                      "\"2147483648\" is no whole number from -2147483648 to 2147483647" + remedy + "a=string", types);
+    ExpectRefusedCell(
+        "a,b,c\n1,1,1\n2147483648,1,1\n", "line 3, column 1 (a)",
+        "\"2147483648\" is no whole number from -2147483648 to 2147483647" + remedy + "a=string", types);
     ExpectRefusedCell("a,b,c\n1,\"1\n\",1\n", "line 2, column 2 (b)",
                       "\"1\\n\" is no number that fits into a float" + remedy + "b=string", types);
     ExpectRefusedCell("a,b,c\n1,1,-1\n", "line 2, column 3 (c)",
-                      "\"-1\" is no handle, a whole number from 0 to 4294967295" + remedy + "c=string", types);
+                      "\"-1\" is no handle, a whole number from 0 to 4294967295" + remedy + "c=string",
+                      types);
     ExpectRefusedCell("a,b,c\n1,1e39,1\n", "line 2, column 2 (b)",
                       "\"1e39\" is no number that fits into a float" + remedy + "b=string", types);
     ExpectRefusedCell("a,b,c\n\"\",1,1\n", "line 2, column 1 (a)",
@@ -126,26 +132,32 @@ TEST_F(RfmImport, LinesThatAreNoCsvAreToldWithTheirPlace)
 {
     const std::string absent = "; an absent value is an empty cell";
     ExpectRefusedCell("a,b\n1\n", "line 2, column 2 (b)", "the line has 1 cell, the first one 2" + absent);
-    ExpectRefusedCell("a,b\n\"1\n\",2\n1,2,3\n", "line 4, column 3", "the line has 3 cells, the first one 2" + absent);
+    ExpectRefusedCell("a,b\n\"1\n\",2\n1,2,3\n", "line 4, column 3",
+                      "the line has 3 cells, the first one 2" + absent);
     ExpectRefusedCell("a,b\n1,\"x\n2,y\n", "line 2, column 2",
                       "the quote that begins here is never closed; close it, or double it inside");
     ExpectRefusedCell("a,b\n1,\"x\"y\n", "line 2, column 2",
                       "there is more behind the closing quote; double a quote inside a cell");
     ExpectRefusedCell("a,b\n1,x\"y\n", "line 2, column 2",
                       "a quote in a cell without quotes; put the cell in quotes and double this one");
-    ExpectRefusedCell("a,\n1,2\n", "line 1, column 2", "the column has no name; the first line names the columns");
-    ExpectRefusedCell("a,b,a\n", "line 1, column 3", "a is the name of an earlier column, too; give it another name");
+    ExpectRefusedCell("a,\n1,2\n", "line 1, column 2",
+                      "the column has no name; the first line names the columns");
+    ExpectRefusedCell("a,b,a\n", "line 1, column 3",
+                      "a is the name of an earlier column, too; give it another name");
     ExpectRefusal("", {}, 4, m_Csv + ": the file is empty; its first line names the columns");
 }
 
 TEST_F(RfmImport, AnUnknownColumnTypeOrOptionIsRefused)
 {
-    ExpectRefusal("id,x\n", {"--types", "ids=int"}, 3, m_Csv + ": no column has the name ids; did you mean id?");
+    ExpectRefusal("id,x\n", {"--types", "ids=int"}, 3,
+                  m_Csv + ": no column has the name ids; did you mean id?");
     ExpectRefusal("id,x\n", {"--types", "id=integer"}, 2,
                   "--types: id=integer is no COLUMN=TYPE; types are int, float, double, handle and string");
-    ExpectRefusal("id,x\n", {"--separator", "::"}, 2, "--separator: :: is not one character; say , or ; or tab");
-    ExpectRefusal("id,x\n", {"--status", "s"}, 2,
-                  "import csv: an option for syrthes was given; `rfm import --help` tells which options there are");
+    ExpectRefusal("id,x\n", {"--separator", "::"}, 2,
+                  "--separator: :: is not one character; say , or ; or tab");
+    ExpectRefusal(
+        "id,x\n", {"--status", "s"}, 2,
+        "import csv: an option for syrthes was given; `rfm import --help` tells which options there are");
     EXPECT_EQ(Tool::Run({"import", "xml", m_Csv, m_Out}).err,
               "rfm: import: FORM: xml is not csv or syrthes; `rfm import --help` shows how\n");
 }
@@ -153,7 +165,8 @@ TEST_F(RfmImport, AnUnknownColumnTypeOrOptionIsRefused)
 TEST_F(RfmImport, AFileThatCanNotBeReadIsRefused)
 {
     const auto failure = [&](const std::string& path) { return Tool::Run({"import", "csv", path, m_Out}); };
-    EXPECT_EQ(failure(m_Folder / "none").err, "rfm: " + m_Folder / "none" + ": no such file; give the path of a CSV file\n");
+    EXPECT_EQ(failure(m_Folder / "none").err,
+              "rfm: " + m_Folder / "none" + ": no such file; give the path of a CSV file\n");
     EXPECT_EQ(failure(m_Folder / "none").code, 3);
     EXPECT_EQ(failure("/tmp").err, "rfm: /tmp: is a directory; give the path of a CSV file\n");
     EXPECT_EQ(failure("/dev/zero").err, "rfm: /dev/zero: is no regular file; give the path of a CSV file\n");
@@ -172,7 +185,8 @@ TEST_F(RfmImport, OutIsReplacedOnlyByForceAndAFullDiskLeavesNothing)
     const ToolResult full = Import("a\n1\n");
     EXPECT_EQ(full.code, 7);
     EXPECT_THAT(full.err, StartsWith("rfm: " + m_Out + ": "));
-    EXPECT_THAT(full.err, HasSubstr("File too large; make room or write elsewhere; nothing was left there\n"));
+    EXPECT_THAT(full.err,
+                HasSubstr("File too large; make room or write elsewhere; nothing was left there\n"));
     EXPECT_EQ(std::count(full.err.begin(), full.err.end(), '\n'), 1) << full.err;
     EXPECT_THAT(NamesIn(m_Folder / ""), ElementsAre("nodes.csv"));
 }
@@ -220,10 +234,14 @@ TEST_F(RfmImport, ATableThatWasExportedComesBackEqual)
 
 TEST_F(RfmImport, ARunThatIsNotThereIsRefused)
 {
-    const auto failure = [&](const std::string& path) { return Tool::Run({"import", "syrthes", path, m_Out}).err; };
-    EXPECT_EQ(failure(m_Folder / "case.syd"), "rfm: " + m_Folder / "case.syd" + ": there is no " + m_Folder / "case.syd" +
+    const auto failure = [&](const std::string& path) {
+        return Tool::Run({"import", "syrthes", path, m_Out}).err;
+    };
+    EXPECT_EQ(failure(m_Folder / "case.syd"), "rfm: " + m_Folder / "case.syd" + ": there is no " +
+                                                  m_Folder / "case.syd" +
                                                   "; give the path of the solver's data file\n");
-    EXPECT_EQ(failure(m_Folder / ""), "rfm: " + m_Folder / "" + ": 0 data files (.syd) in the folder; give the path of one\n");
+    EXPECT_EQ(failure(m_Folder / ""),
+              "rfm: " + m_Folder / "" + ": 0 data files (.syd) in the folder; give the path of one\n");
     EXPECT_FALSE(std::filesystem::exists(m_Out));
 }
 } // namespace

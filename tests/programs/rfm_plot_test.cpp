@@ -58,7 +58,8 @@ protected:
         EXPECT_EQ(result.code, 0) << result.err;
         return ReadFile(m_Out);
     }
-    std::string OnScreen(Tool::Words words, const std::vector<std::pair<const char*, const char*>>& environment) const
+    std::string OnScreen(Tool::Words words,
+                         const std::vector<std::pair<const char*, const char*>>& environment) const
     {
         words.insert(words.begin(), {"plot", m_File});
         std::string text = Tool::RunOnTerminal(words, 13, 40, environment).out;
@@ -97,14 +98,16 @@ TEST_F(RfmPlot, SeveralFieldsHaveALegendAndTheRowIsTheDefault)
 
 TEST_F(RfmPlot, DotsAreLinesWithoutLength)
 {
-    EXPECT_THAT(Svg({"4.energy", "--dots"}), HasSubstr("d=\"M90 240h0M265 240h0M440 240h0M615 240h0M790 240h0\"/>"));
+    EXPECT_THAT(Svg({"4.energy", "--dots"}),
+                HasSubstr("d=\"M90 240h0M265 240h0M440 240h0M615 240h0M790 240h0\"/>"));
 }
 
 TEST_F(RfmPlot, OfManyPointsTheLeastAndTheGreatestStay)
 {
     const std::string svg = Svg({"5"});
     const std::string line = svg.substr(svg.find("d=\"M", svg.find("stroke-linejoin")));
-    const auto points = std::count(line.begin(), line.begin() + static_cast<std::ptrdiff_t>(line.find("\"/>")), 'L');
+    const auto points =
+        std::count(line.begin(), line.begin() + static_cast<std::ptrdiff_t>(line.find("\"/>")), 'L');
     EXPECT_GT(points, 2 * 700);
     EXPECT_LT(points, 4 * 700);
     EXPECT_THAT(svg, HasSubstr("L440 40L")) << "the one wave of height 3";
@@ -124,9 +127,10 @@ TEST_F(RfmPlot, SeveralFieldsAreToldApartByMarksWithoutColour)
 {
     const std::string screen = OnScreen({"4", "--fields", "force,energy"}, kUtf8);
     EXPECT_THAT(screen, HasSubstr("\nx: row   * force + energy\n"));
-    const std::string coloured =
-        OnScreen({"4", "--fields", "force,energy"}, {{"NO_COLOR", ""}, {"TERM", "xterm"}, {"LC_ALL", "C.UTF-8"}});
-    EXPECT_THAT(coloured, HasSubstr("x: row   \x1b[34m\xe2\x94\x81 force\x1b[0m \x1b[31m\xe2\x94\x81 energy\x1b[0m\n"));
+    const std::string coloured = OnScreen({"4", "--fields", "force,energy"},
+                                          {{"NO_COLOR", ""}, {"TERM", "xterm"}, {"LC_ALL", "C.UTF-8"}});
+    EXPECT_THAT(coloured,
+                HasSubstr("x: row   \x1b[34m\xe2\x94\x81 force\x1b[0m \x1b[31m\xe2\x94\x81 energy\x1b[0m\n"));
 }
 
 TEST_F(RfmPlot, OnAPipeItIsAsLargeAsAnOldTerminal)
@@ -169,7 +173,8 @@ TEST_F(RfmPlot, NoPictureIsLeftWhereItCanNotBeWhole)
         ExpectRefusal({"4.force", "-o", m_Out}, 7,
                       m_Out + ": File too large; make room or write elsewhere; nothing was left there");
     }
-    ExpectRefusal({"4.label", "-o", m_Out}, 2, m_File + ": 4.label: label has texts; name fields with numbers");
+    ExpectRefusal({"4.label", "-o", m_Out}, 2,
+                  m_File + ": 4.label: label has texts; name fields with numbers");
     EXPECT_THAT(NamesIn(m_Folder / ""), ElementsAre("s.rdx"));
     WriteFile(m_Out, "precious");
     ExpectRefusal({"4.force", "-o", m_Out}, 2, m_Out + ": is there already; --force replaces it");

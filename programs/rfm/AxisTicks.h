@@ -30,7 +30,7 @@ struct Tick
     double place;
     std::string label;
 };
-/// Round numbers within a drawable range, 1, 2 or 5 times a power of ten apart: about `most` of them, and at most that many
-/// and one.
+/// Round numbers within a drawable range, 1, 2 or 5 times a power of ten apart: about `most` of them, and at most
+/// that many and one.
 std::vector<Tick> TicksIn(const Range& range, int most);
 } // namespace rfm_tool

@@ -7,9 +7,9 @@
 #include <string_view>
 #include <vector>
 
-// Lines of cells as RFC 4180 has them: cells between separators, in quotes where they hold separators, quotes or line ends;
-// a quote inside is two. A line ends with CR LF, LF or CR, the last one with the file, too. A mark of UTF-8 in front of the
-// first line is no part of it.
+// Lines of cells as RFC 4180 has them: cells between separators, in quotes where they hold separators, quotes or
+// line ends; a quote inside is two. A line ends with CR LF, LF or CR, the last one with the file, too. A mark of
+// UTF-8 in front of the first line is no part of it.
 
 namespace rfm_tool
 {

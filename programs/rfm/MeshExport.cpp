@@ -268,7 +268,8 @@ std::vector<VtuArray>& MeshReader::Fitting(const std::string& word, std::int64_t
     return fitsPoints ? m_Grid.pointData : m_Grid.cellData;
 }
 
-// Numbers of one array of the grid as they come. Where whole numbers are absent, all of them become doubles with nan there.
+// Numbers of one array of the grid as they come. Where whole numbers are absent, all of them become doubles with nan
+// there.
 class DataColumn
 {
 public:

@@ -10,8 +10,8 @@
 //   ids=id                  its field with the numbers that elements know nodes by; without it they are row numbers
 //   first=1                 the number of the first row then, 0 when it isn't given
 //   elements=ELEMENTS       the table of elements
-//   corners=n1,n2,n3,n4     its fields with the nodes of an element, in VTK's order; without it those whose name ends in a
-//                           number, by that number. An element has as many nodes as there is data in these
+//   corners=n1,n2,n3,n4     its fields with the nodes of an element, in VTK's order; without it those whose name
+//                           ends in a number, by that number. An element has as many nodes as there is data in these
 //   cells=quad              what elements of so many nodes are, where it is not the usual
 //   point-data=t=14,NODES.u what belongs to nodes, by names of its own or not
 //   cell-data=...           what belongs to elements
@@ -34,6 +34,7 @@ struct MeshMapping
 };
 
 /// What the words say, and where they are silent the file; an empty path is none.
-/// Throws: Failure for a file that can't be read, a line that can't be understood, and without a table of nodes or elements.
+/// Throws: Failure for a file that can't be read, a line that can't be understood, and without a table of nodes or
+/// elements.
 MeshMapping ReadMeshMapping(const std::vector<std::string>& words, const std::string& path);
 } // namespace rfm_tool

@@ -33,8 +33,8 @@ struct PlotData
     std::vector<PlotSeries> series;
 };
 
-/// Keeps of consecutive points in one column of pixels the first, the least, the greatest and the last: what is drawn is
-/// the same, and there are at most four for each column while x goes on in one direction.
+/// Keeps of consecutive points in one column of pixels the first, the least, the greatest and the last: what is
+/// drawn is the same, and there are at most four for each column while x goes on in one direction.
 class Thinner
 {
 public:
@@ -72,7 +72,8 @@ private:
     Numbered m_Last{};
 };
 
-/// Reads an object's rows, for the ranges first and then for the points. `x` is a field, or empty for the row's number.
+/// Reads an object's rows, for the ranges first and then for the points. `x` is a field, or empty for the row's
+/// number.
 /// Throws: Failure, without anything to draw too.
 PlotData ReadPlot(DatabaseFile& file, const RowQuery& query, const std::string& x, int columns);
 } // namespace rfm_tool

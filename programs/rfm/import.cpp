@@ -145,7 +145,8 @@ std::filesystem::path ImportCommand::CaseFile() const
                   "give the path of one");
 }
 
-// Viewers look for the database while it grows, so it has its name from the start; whatever ends the run, they are told.
+// Viewers look for the database while it grows, so it has its name from the start; whatever ends the run, they are
+// told.
 void RequireNewName(const std::string& path, bool mayReplace)
 {
     const auto status = std::filesystem::symlink_status(path);

@@ -117,10 +117,8 @@ std::string MainHelp(const Commands& commands)
 {
     std::string help =
         "rfm looks into databases of tables, arrays and streams, while their writer runs or after it\n"
-        "was killed. It changes no file; convert, compact, copy, recover, export, import and plot write
-        "
-        "new ones, and unlock removes a semaphore, after asking.
-        "
+        "was killed. It changes no file; convert, compact, copy, recover, export, import and plot write\n"
+        "new ones, and unlock removes a semaphore, after asking.\n"
         "\n"
         "examples:\n"
         "  rfm job.rdx                 what is it? (rfm info job.rdx)\n"

@@ -253,7 +253,8 @@ private:
         const auto found = m_Objects.find(name);
         if (found == m_Objects.end())
         {
-            throw std::runtime_error("the database holds no " + name + ": it was not made by record_solver");
+            throw std::runtime_error("the database holds no " + name +
+                                     ": it was not made by rfm import syrthes");
         }
         return found->second;
     }

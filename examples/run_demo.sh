@@ -28,7 +28,7 @@ bin=${DEMO_BIN:-$here/../build/release/bin}
 bin=$(cd "$bin" 2>/dev/null && pwd) || fail "there is no folder $bin: build first"
 output=${1:-demo-output}
 
-for program in record_solver follow_results; do
+for program in rfm follow_results; do
     [ -x "$bin/$program" ] || fail "there is no program $bin/$program: build first"
 done
 for needed in "$package_case" "$package_profile" /usr/bin/python3; do
@@ -93,8 +93,8 @@ say "solver, recorder and viewer start: $steps steps, an increment every $period
 set -m
 "$bin/follow_results" --picture "$output/temperature.png" --report "$output/viewer.txt" "$output/run.rdx" &
 viewer=$!
-"$bin/record_solver" "$output/case/syrthes/demo.syd" "$output/run.rdx" "$output/solver.status" \
-    "syrthes.py -n 1 -d demo.syd" &
+"$bin/rfm" import syrthes "$output/case/syrthes/demo.syd" "$output/run.rdx" --status "$output/solver.status" \
+    --command "syrthes.py -n 1 -d demo.syd" >"$output/recorder.log" &
 recorder=$!
 run_solver &
 solver=$!

@@ -43,20 +43,23 @@ while IFS=: read -r file line header; do
 done < <(quoted_includes include)
 
 # Examples and benchmarks are users like any other: public headers and their own. A microbenchmark measures parts of
-# the inside, so it may name them.
+# the inside, so it may name them; the demo's viewer shares the layout of a recorded run with the recorder.
 while IFS=: read -r file line header; do
-    if ! is_public "$header" && [[ ! -f "$(dirname "$file")/$header" && "$file" != *_microbench.cpp ]]; then
+    if ! is_public "$header" && [[ ! -f "$(dirname "$file")/$header" && "$header" != results_layout.h &&
+        "$file" != *_microbench.cpp ]]; then
         offence "$file:$line: $header is not a public header"
     fi
 done < <(quoted_includes examples bench)
 
 # Programs too, but a tool that looks into damaged files shares the homes of the stored structures, and what reads their
-# numbers and bytes; both ends of a remote connection share programs/farend; and the file assistant is a back end's far
-# half, so it stands on the files, the streams and the status checker themselves. URLs are taken apart in one place.
+# numbers and bytes; both ends of a remote connection share programs/farend; the tool records a solver's runs with
+# programs/syrthes; and the file assistant is a back end's far half, so it stands on the files, the streams and the
+# status checker themselves. URLs are taken apart in one place.
 readonly bytes_of_files='^(omi_Swapper|rfm_FileRepr|rfm_StoredOffset|utl_UrlParser)\.h$'
 readonly halves_of_back_ends='^(rfm_DBStatusChecker|rfm_FileReprLocal|utl_BinIStream|utl_BinOStream|utl_File)\.h$'
 while IFS=: read -r file line header; do
     if ! is_public "$header" && [[ ! -f "$(dirname "$file")/$header" && ! -f "programs/farend/$header" &&
+        ! -f "programs/syrthes/$header" &&
         "$header" != *Format.h && ! "$header" =~ $bytes_of_files ]] &&
         ! [[ "$file" == programs/rfmT_FileAssistant/* && "$header" =~ $halves_of_back_ends ]]; then
         offence "$file:$line: $header is neither a public header nor the home of a stored structure"

@@ -42,6 +42,7 @@ public:
     int Error() const noexcept { return m_Error; }
 
     bool IsTerminal() const noexcept { return m_IsTerminal; }
+    bool HasColour() const noexcept { return m_HasColour; }
     /// A line that stands out, where the terminal has colours and the reader wants them (NO_COLOR).
     std::string Strong(std::string_view line) const;
     int ScreenLines() const noexcept { return m_Lines; }

@@ -21,7 +21,12 @@ void RowQuery::Declare(CLI::App& app)
 }
 
 QueriedRows::QueriedRows(DatabaseFile& file, const RowQuery& query)
-    : m_Selected(SelectOne(file, query.object)),
+    : QueriedRows(file, SelectOne(file, query.object), query)
+{
+}
+
+QueriedRows::QueriedRows(DatabaseFile& file, Selected selected, const RowQuery& query)
+    : m_Selected(std::move(selected)),
       m_Source(OpenRows(file, m_Selected.object))
 {
     if (!query.fields.empty() && m_Selected.fields)

@@ -32,6 +32,8 @@ class QueriedRows
 public:
     /// Throws: Failure for an object, fields or an expression that can't be found or understood.
     QueriedRows(DatabaseFile& file, const RowQuery& query);
+    /// The same of an object that was chosen already; the query's own word for one is left aside.
+    QueriedRows(DatabaseFile& file, Selected selected, const RowQuery& query);
 
     const rfm_tool::Object& Object() const noexcept { return m_Selected.object; }
     RowSource& Source() noexcept { return *m_Source; }

@@ -122,14 +122,40 @@ void AppendOneLine(std::string& line, std::string_view text)
 
 std::string CsvCell(std::string_view text)
 {
-    if (!text.empty() && text.find_first_of(",\"\r\n") == std::string_view::npos) return std::string(text);
-    std::string cell = "\"";
+    std::string cell;
+    AppendCsvCell(cell, text);
+    return cell;
+}
+
+void AppendCsvCell(std::string& target, std::string_view text)
+{
+    const bool isPlain = !text.empty() && text.find_first_of(",\"\r\n") == std::string_view::npos;
+    if (isPlain)
+    {
+        target += text;
+        return;
+    }
+    target += '"';
     for (const char byte : text)
     {
-        if (byte == '"') cell += '"';
-        cell += byte;
+        if (byte == '"') target += '"';
+        target += byte;
     }
-    return cell + '"';
+    target += '"';
+}
+
+std::string XmlText(std::string_view text)
+{
+    std::string escaped;
+    for (const char byte : OneLine(text)) switch (byte)
+        {
+        case '&': escaped += "&amp;"; break;
+        case '<': escaped += "&lt;"; break;
+        case '>': escaped += "&gt;"; break;
+        case '"': escaped += "&quot;"; break;
+        default: escaped += byte;
+        }
+    return escaped;
 }
 
 std::string TextJson(std::string_view text)

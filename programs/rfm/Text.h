@@ -23,6 +23,9 @@ std::string OneLine(std::string_view text);
 void AppendOneLine(std::string& target, std::string_view text);
 /// A cell of a CSV line (RFC 4180): quoted when it has to be, and when it is empty, since absent values are bare.
 std::string CsvCell(std::string_view text);
+void AppendCsvCell(std::string& target, std::string_view text);
+/// Text between tags or in an attribute of XML; what XML can't hold at all as OneLine has it.
+std::string XmlText(std::string_view text);
 /// A JSON string; text that is not UTF-8 as {"hex": "..."}.
 std::string TextJson(std::string_view text);
 /// Characters, as a terminal counts them for the usual scripts.

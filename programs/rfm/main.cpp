@@ -14,12 +14,15 @@
 #include "copy.h"
 #include "diff.h"
 #include "doctor.h"
+#include "export.h"
 #include "follow.h"
 #include "get.h"
 #include "hash.h"
 #include "help.h"
+#include "import.h"
 #include "info.h"
 #include "ls.h"
+#include "plot.h"
 #include "recover.h"
 #include "rfm_Library.h"
 #include "rows.h"
@@ -57,6 +60,9 @@ Commands AllCommands()
     commands.push_back(MakeValue());
     commands.push_back(MakeStats());
     commands.push_back(MakeFollow());
+    commands.push_back(MakePlot());
+    commands.push_back(MakeExport());
+    commands.push_back(MakeImport());
     commands.push_back(MakeCheck());
     commands.push_back(MakeDiff());
     commands.push_back(MakeConvert());
@@ -119,8 +125,8 @@ std::string MainHelp(const Commands& commands)
 {
     std::string help =
         "rfm looks into databases of tables, arrays and streams, while their writer runs or after it\n"
-        "was killed. It changes no file; convert, compact, copy and recover write new ones, and\n"
-        "unlock removes a semaphore, after asking.\n"
+        "was killed. It changes no file; convert, compact, copy, recover, get, export, import and plot\n"
+        "write new ones, and unlock removes a semaphore, after asking.\n"
         "\n"
         "examples:\n"
         "  rfm job.rdx                 what is it? (rfm info job.rdx)\n"

@@ -174,8 +174,12 @@ protected:
 
     std::vector<std::string> Recorder() const
     {
-        return {DEMO_RECORDER, Path("case/wedge.syd"), Path("run.rdx"), Path("status"), "solve", "wedge"};
+        return {DEMO_RECORDER, "import",       "syrthes",   Path("case/wedge.syd"), Path("run.rdx"),
+                "--status",    Path("status"), "--command", "solve wedge"};
     }
+
+    // The end of the recorder's last word on a run that failed.
+    std::string WhatIsKept() const { return "; what it wrote before is in " + Path("run.rdx"); }
 
     std::vector<std::string> Viewer() const
     {
@@ -257,8 +261,8 @@ TEST_F(Demo, ASolverThatFailsIsAFailureForRecorderAndViewer)
     Process recorder(Recorder());
     StartAndSeeFirstIncrement(viewer);
     Append("status", "3\n");
-    EXPECT_EQ(recorder.LineThatStartsWith("record_solver: "),
-              "record_solver: the solver has failed with exit code 3");
+    EXPECT_EQ(recorder.LineThatStartsWith("rfm: "),
+              "rfm: " + Path("case/wedge.syd") + ": the solver has failed with exit code 3" + WhatIsKept());
     EXPECT_EQ(recorder.ExitCode(), 1);
     EXPECT_EQ(viewer.LineThatStartsWith("the run"), "the run has failed after 1 increments");
     EXPECT_EQ(viewer.ExitCode(), 4);
@@ -271,8 +275,9 @@ TEST_F(Demo, ASolverThatEndsInTheMidstOfABlockIsAFailure)
     StartAndSeeFirstIncrement(viewer);
     Append("case/resu1.rdt", kSecondBlock.substr(0, kSecondBlock.size() - 1));
     Append("status", "0\n");
-    EXPECT_EQ(recorder.LineThatStartsWith("record_solver: "),
-              "record_solver: the solver has ended in the middle of a block of results");
+    EXPECT_EQ(recorder.LineThatStartsWith("rfm: "),
+              "rfm: " + Path("case/wedge.syd") +
+                  ": the solver has ended in the middle of a block of results" + WhatIsKept());
     EXPECT_EQ(recorder.ExitCode(), 1);
     EXPECT_EQ(viewer.ExitCode(), 4);
 }
@@ -283,8 +288,9 @@ TEST_F(Demo, ASolverThatEndsTooEarlyIsAFailure)
     Process recorder(Recorder());
     StartAndSeeFirstIncrement(viewer);
     Append("status", "0\n");
-    EXPECT_EQ(recorder.LineThatStartsWith("record_solver: "),
-              "record_solver: the solver has ended after 1 of 2 increments");
+    EXPECT_EQ(recorder.LineThatStartsWith("rfm: "), "rfm: " + Path("case/wedge.syd") +
+                                                        ": the solver has ended after 1 of 2 increments" +
+                                                        WhatIsKept());
     EXPECT_EQ(recorder.ExitCode(), 1);
     EXPECT_EQ(viewer.ExitCode(), 4);
 }
@@ -295,10 +301,11 @@ TEST_F(Demo, GarbageInTheResultsIsReportedWithFileAndLine)
     Process recorder(Recorder());
     StartAndSeeFirstIncrement(viewer);
     Append("case/resu1.rdt", "segmentation fault\n");
-    EXPECT_EQ(recorder.LineThatStartsWith("record_solver: "),
-              "record_solver: " + Path("case/resu1.rdt") +
-                  ", line 6: expected the head of block 2, found \"segmentation fault\"");
-    EXPECT_EQ(recorder.ExitCode(), 1);
+    EXPECT_EQ(recorder.LineThatStartsWith("rfm: "), "rfm: " + Path("case/resu1.rdt") +
+                                                        ", line 6: expected the head of block 2, found "
+                                                        "\"segmentation fault\"; only what the solver itself "
+                                                        "wrote can be recorded");
+    EXPECT_EQ(recorder.ExitCode(), 4);
     EXPECT_EQ(viewer.ExitCode(), 4);
 }
 
@@ -336,10 +343,10 @@ TEST_F(Demo, AViewerWhoseDatabaseIsReplacedStartsOver)
     Append("case/resu1.rdt", kSecondBlock);
     Append("status", "0\n");
     std::vector<std::string> other = Recorder();
-    other[2] = Path("other.rdx");
+    other[4] = Path("other.rdx");
     Process secondRecorder(other);
     ASSERT_EQ(secondRecorder.ExitCode(), 0) << secondRecorder.RestOfOutput();
-    rfm_Database::Open(rfm_File::Open(other[2].c_str(), utl_FileAccessUpdate), "DEMO").SetCreationTime(1);
+    rfm_Database::Open(rfm_File::Open(other[4].c_str(), utl_FileAccessUpdate), "DEMO").SetCreationTime(1);
     std::filesystem::rename(other[2], Path("run.rdx"));
 
     EXPECT_THAT(viewer.LineThatStartsWith("another database"), HasSubstr("starting over"));
@@ -351,9 +358,6 @@ TEST_F(Demo, AViewerWhoseDatabaseIsReplacedStartsOver)
 
 TEST_F(Demo, AWrongCommandLineIsAnsweredWithUsage)
 {
-    Process recorder({DEMO_RECORDER, "only", "three", "words"});
-    EXPECT_THAT(recorder.RestOfOutput(), StartsWith("usage: record_solver"));
-    EXPECT_EQ(recorder.ExitCode(), 2);
     Process viewer({DEMO_VIEWER, "--patience", "soon", "run.rdx"});
     EXPECT_THAT(viewer.RestOfOutput(), StartsWith("usage: follow_results"));
     EXPECT_EQ(viewer.ExitCode(), 2);

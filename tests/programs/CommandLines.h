@@ -30,6 +30,8 @@ inline const CommandLine kCommandLines[] = {
     {"value", {"FILE", "4.id"}, 4, 0, true, "4.id"},
     {"stats", {"FILE", "4"}, 4, 0, true, "4"},
     {"follow", {"FILE", "4", "--timeout", "0"}, 4, 5, true, "4"},
+    {"plot", {"FILE", "4.id"}, 4, 0, true, "4.id"},
+    {"export", {"FILE", "4", "--to", "csv"}, 4, 0, true, "4"},
     {"check", {"FILE"}, 1},
     {"hash", {"FILE"}},
     {"convert", {"FILE", "OUT", "--to", "plain"}, 4, 0, false},

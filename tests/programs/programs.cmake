@@ -3,6 +3,7 @@ if(TARGET rfm_tool)
   find_package(OpenSSL REQUIRED COMPONENTS Crypto)
   find_package(nlohmann_json REQUIRED)
   add_area(tool_tests
+    programs/AxisTicks_test.cpp
     programs/Expression_test.cpp
     programs/Glob_test.cpp
     programs/Selection_test.cpp
@@ -16,13 +17,17 @@ if(TARGET rfm_tool)
     programs/rfm_diff_test.cpp
     programs/rfm_doctor_test.cpp
     programs/rfm_dump_test.cpp
+    programs/rfm_export_test.cpp
     programs/rfm_follow_test.cpp
     programs/rfm_hash_test.cpp
     programs/rfm_help_test.cpp
+    programs/rfm_import_test.cpp
+    programs/rfm_plot_test.cpp
     programs/rfm_progress_test.cpp
     programs/rfm_recover_test.cpp
     programs/rfm_rows_test.cpp
     programs/rfm_tool_test.cpp
+    ${PROJECT_SOURCE_DIR}/programs/rfm/AxisTicks.cpp
     ${PROJECT_SOURCE_DIR}/programs/rfm/ConnectionFile.cpp
     ${PROJECT_SOURCE_DIR}/programs/rfm/DatabaseFile.cpp
     ${PROJECT_SOURCE_DIR}/programs/rfm/Expression.cpp
@@ -57,5 +62,5 @@ if(TARGET rfm_tool)
   )
   target_include_directories(recovery_tests PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/programs
                              ${PROJECT_SOURCE_DIR}/programs/rfm)
-  target_link_libraries(recovery_tests PRIVATE fmt::fmt OpenSSL::Crypto ZLIB::ZLIB)
+  target_link_libraries(recovery_tests PRIVATE syrthes_files fmt::fmt OpenSSL::Crypto ZLIB::ZLIB)
 endif()

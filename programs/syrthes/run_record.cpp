@@ -1,28 +1,20 @@
-// Records a run of the solver in a database while it runs: the model once, then each increment as soon as the
-// solver has written it, so that viewers can follow.
-//
-//   record_solver CASE_FILE DATABASE STATUS_FILE COMMAND...
-//
-// CASE_FILE is the solver's own data file; its results appear in the same folder. STATUS_FILE is made by
-// whoever started the solver, when it has ended, and holds its exit code: files that have stopped growing
-// look the same whether the solver is at work, done, or dead. COMMAND is kept as the run's provenance.
+#include "run_record.h"
+
 #include "results_layout.h"
 #include "solver_files.h"
 
 #include <array>
 #include <chrono>
 #include <ctime>
-#include <exception>
-#include <filesystem>
 #include <fstream>
-#include <iostream>
 #include <map>
 #include <optional>
-#include <stdexcept>
-#include <string>
 #include <thread>
 #include <tuple>
 #include <vector>
+
+namespace recorder
+{
 
 namespace
 {
@@ -35,6 +27,7 @@ using results::NodeFields;
 using results::ObjectFields;
 using results::ProbeItems;
 using results::RunFields;
+using Clock = std::chrono::steady_clock;
 
 constexpr auto kPollInterval = std::chrono::milliseconds(10);
 
@@ -44,28 +37,6 @@ constexpr int kModelQuantum = 1 << 20;
 constexpr int kSmallQuantum = 4096;
 constexpr int kArrayBlock = 1 << 20;
 constexpr int kReadAhead = 256;
-
-struct Arguments
-{
-    std::filesystem::path caseFile;
-    std::string database;
-    std::filesystem::path statusFile;
-    std::string command;
-};
-
-std::optional<Arguments> ParseArguments(int count, char** values)
-{
-    if (count < 5)
-    {
-        return std::nullopt;
-    }
-    Arguments arguments{values[1], values[2], values[3], values[4]};
-    for (int i = 5; i < count; ++i)
-    {
-        arguments.command += std::string(" ") + values[i];
-    }
-    return arguments;
-}
 
 // The exit code that the status file holds, once it holds a whole line.
 std::optional<int> ReadSolverStatus(const std::filesystem::path& fileName)
@@ -79,13 +50,22 @@ std::optional<int> ReadSolverStatus(const std::filesystem::path& fileName)
     return std::nullopt;
 }
 
-void WaitForFile(const std::filesystem::path& fileName, const std::filesystem::path& statusFile)
+// A solver that tells its end may begin later than its recorder; without that word nothing says that the file comes.
+void WaitForFile(const std::filesystem::path& fileName, const RunSource& source)
 {
     while (!std::filesystem::exists(fileName))
     {
-        if (ReadSolverStatus(statusFile))
+        if (source.statusFile.empty())
         {
-            throw std::runtime_error("the solver has ended and there is no " + fileName.string());
+            throw MissingFile("there is no " + fileName.string());
+        }
+        if (ReadSolverStatus(source.statusFile))
+        {
+            throw MissingFile("the solver has ended and there is no " + fileName.string());
+        }
+        if (source.isStopped())
+        {
+            throw MissingFile("there is no " + fileName.string() + " yet");
         }
         std::this_thread::sleep_for(kPollInterval);
     }
@@ -332,7 +312,7 @@ public:
     {
         if (!m_Results.IsBetweenBlocks() || !m_Samples.IsBetweenSamples())
         {
-            throw std::runtime_error("the solver has ended in the middle of a block of results");
+            throw RunFailed("the solver has ended in the middle of a block of results");
         }
     }
 
@@ -370,51 +350,122 @@ private:
     solver::ProbeReader m_Samples;
 };
 
-// The status is asked for before the files are read: when it was there, what is read then is all there will
-// be.
-int FollowSolver(Transfer& transfer, RunRecord& record, const std::filesystem::path& statusFile)
+// What is said of a run by the way in which following it ended.
+class Follower
 {
-    for (;;)
+public:
+    Follower(const RunSource& source, const std::string& resultPrefix, int nodeCount, int incrementCount)
+        : m_Source(source),
+          m_Transfer(resultPrefix, nodeCount),
+          m_IncrementCount(incrementCount)
     {
-        const std::optional<int> status = ReadSolverStatus(statusFile);
-        const bool gotNews = transfer.MoveNews(record);
-        if (status && !gotNews)
+    }
+
+    RunEnd Follow(RunRecord& record)
+    {
+        return m_Source.statusFile.empty() ? FollowIncrements(record) : FollowSolver(record);
+    }
+
+private:
+    // The status is asked for before the files are read: when it was there, what is read then is all there will
+    // be.
+    RunEnd FollowSolver(RunRecord& record)
+    {
+        for (;;)
         {
-            return *status;
-        }
-        if (!gotNews)
-        {
-            std::this_thread::sleep_for(kPollInterval);
+            const std::optional<int> status = ReadSolverStatus(m_Source.statusFile);
+            const bool gotNews = m_Transfer.MoveNews(record);
+            if (status && !gotNews)
+            {
+                RequireSuccess(*status, record);
+                return RunEnd::Complete;
+            }
+            if (const std::optional<RunEnd> end = Pause(gotNews))
+            {
+                return *end;
+            }
         }
     }
-}
 
-void Record(const Arguments& arguments)
-{
-    WaitForFile(arguments.caseFile, arguments.statusFile);
-    const solver::Case run = solver::ReadCase(arguments.caseFile.string());
-    const std::filesystem::path folder = arguments.caseFile.parent_path();
-    const std::filesystem::path meshFile = folder / run.meshFile;
-    WaitForFile(meshFile, arguments.statusFile);
-
-    const solver::Mesh mesh = solver::ReadMesh(meshFile.string());
-    RunRecord record(arguments.database, run, arguments.command);
-    record.WriteModel(mesh, solver::ReadGroups(meshFile.string() + "_desc"));
-
-    try
+    // Nobody tells when the solver ends: the case says how many increments there will be.
+    RunEnd FollowIncrements(RunRecord& record)
     {
-        Transfer transfer((folder / run.resultPrefix).string(), static_cast<int>(mesh.nodes.size()));
-        const int status = FollowSolver(transfer, record, arguments.statusFile);
+        for (;;)
+        {
+            const bool gotNews = m_Transfer.MoveNews(record);
+            if (!gotNews && record.IncrementCount() >= m_IncrementCount)
+            {
+                m_Transfer.ExpectNothingCut();
+                return RunEnd::Complete;
+            }
+            if (const std::optional<RunEnd> end = Pause(gotNews))
+            {
+                return *end;
+            }
+        }
+    }
+
+    void RequireSuccess(int status, const RunRecord& record) const
+    {
         if (status != 0)
         {
-            throw std::runtime_error("the solver has failed with exit code " + std::to_string(status));
+            throw RunFailed("the solver has failed with exit code " + std::to_string(status));
         }
-        transfer.ExpectNothingCut();
-        if (record.IncrementCount() != run.IncrementCount())
+        m_Transfer.ExpectNothingCut();
+        if (record.IncrementCount() != m_IncrementCount)
         {
-            throw std::runtime_error("the solver has ended after " + std::to_string(record.IncrementCount()) +
-                                     " of " + std::to_string(run.IncrementCount()) + " increments");
+            throw RunFailed("the solver has ended after " + std::to_string(record.IncrementCount()) + " of " +
+                            std::to_string(m_IncrementCount) + " increments");
         }
+    }
+
+    std::optional<RunEnd> Pause(bool gotNews)
+    {
+        if (m_Source.isStopped())
+        {
+            return RunEnd::Stopped;
+        }
+        const Clock::time_point now = Clock::now();
+        if (gotNews)
+        {
+            m_LastNews = now;
+            return std::nullopt;
+        }
+        const bool isPatient = m_Source.patience < 0;
+        if (!isPatient && std::chrono::duration<double>(now - m_LastNews).count() >= m_Source.patience)
+        {
+            return RunEnd::TimedOut;
+        }
+        std::this_thread::sleep_for(kPollInterval);
+        return std::nullopt;
+    }
+
+    const RunSource& m_Source;
+    Transfer m_Transfer;
+    int m_IncrementCount;
+    Clock::time_point m_LastNews = Clock::now();
+};
+
+} // namespace
+
+RunSummary RecordRun(const RunSource& source, const std::string& database)
+{
+    WaitForFile(source.caseFile, source);
+    const solver::Case run = solver::ReadCase(source.caseFile.string());
+    const std::filesystem::path folder = source.caseFile.parent_path();
+    const std::filesystem::path meshFile = folder / run.meshFile;
+    WaitForFile(meshFile, source);
+
+    const solver::Mesh mesh = solver::ReadMesh(meshFile.string());
+    RunRecord record(database, run, source.command);
+    record.WriteModel(mesh, solver::ReadGroups(meshFile.string() + "_desc"));
+
+    RunSummary summary{RunEnd::Complete, 0, run.IncrementCount()};
+    try
+    {
+        Follower follower(source, (folder / run.resultPrefix).string(), static_cast<int>(mesh.nodes.size()),
+                          run.IncrementCount());
+        summary.end = follower.Follow(record);
     }
     catch (...)
     {
@@ -422,31 +473,9 @@ void Record(const Arguments& arguments)
         record.Finish(results::kFailed);
         throw;
     }
-    record.Finish(results::kComplete);
+    summary.increments = record.IncrementCount();
+    record.Finish(summary.end == RunEnd::Complete ? results::kComplete : results::kFailed);
+    return summary;
 }
 
-} // namespace
-
-int main(int argc, char** argv)
-{
-    const std::optional<Arguments> arguments = ParseArguments(argc, argv);
-    if (!arguments)
-    {
-        std::cerr << "usage: record_solver CASE_FILE DATABASE STATUS_FILE COMMAND...\n";
-        return 2;
-    }
-    int initialised = 0;
-    rfm_initialize(initialised);
-    int exitCode = 0;
-    try
-    {
-        Record(*arguments);
-    }
-    catch (const std::exception& failure)
-    {
-        std::cerr << "record_solver: " << failure.what() << '\n';
-        exitCode = 1;
-    }
-    rfm_finalize(initialised);
-    return exitCode;
-}
+} // namespace recorder

@@ -306,19 +306,10 @@ void rfm_FileReprRemote::FetchPage(std::int64_t start, rfm_FilePage& page)
             TakeReplyHead(source, start);
             m_SizeIsOld = true; // what the page says may lie behind the end that was known
             LoadPage(source, page);
-            LearnSize(start, page.Length());
         });
     if (m_Traces)
         Trace("page " + std::to_string(start) + " with " + std::to_string(page.Length()) + " bytes, " +
               std::to_string(droppedCount) + " dropped");
-}
-
-// A page that the file's end cuts short tells where that is, which spares a question.
-void rfm_FileReprRemote::LearnSize(std::int64_t start, int length)
-{
-    if (length == 0 || length == m_Cache->PageSize()) return;
-    m_MediumSize = start + length;
-    m_SizeIsOld = false;
 }
 
 void rfm_FileReprRemote::LoadPage(utl_BinIStream& source, rfm_FilePage& page)

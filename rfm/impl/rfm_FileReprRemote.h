@@ -59,7 +59,6 @@ private:
     std::int64_t AskSize();
     void FetchPage(std::int64_t start, rfm_FilePage& page);
     void LoadPage(utl_BinIStream& source, rfm_FilePage& page);
-    void LearnSize(std::int64_t start, int length);
     void ReadStamp(int position, char* bytes);
     void Trace(const std::string& what) const;
 

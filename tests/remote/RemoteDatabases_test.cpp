@@ -229,24 +229,30 @@ TEST_F(RemoteDatabases, EachIncrementOfARunningJobIsSeenWholeAndInOrder)
 
 TEST_F(RemoteDatabases, AnIncrementIsVisibleAfterOnePollAndOneRoundTrip)
 {
-    PageSize(1024); // the whole file is one page
+    constexpr int kIncrementsWithAllTexts = 40;
+    PageSize(1024); // all that is written lies in one page
     StartServer();
     WriterProcess writer(Path("job.rdx"));
-    writer.WriteNext();
-    Viewer viewer(Url("job.rdx"));
-    viewer.Expect(1);
-    for (int n = 2; n <= 5; ++n)
+    for (int n = 1; n <= kIncrementsWithAllTexts; ++n) writer.WriteNext();
     {
-        writer.WriteNext();
-        Wire();
-        viewer.Snap();
-        viewer.Expect(n);
-        const std::vector<std::string> wire = Wire();
-        ASSERT_EQ(wire.size(), 4U) << testing::PrintToString(wire);
-        EXPECT_EQ(wire[1], "> 1");         // the poll
-        EXPECT_EQ(wire[2], "< 14");        // one page has changed
-        EXPECT_EQ(wire[3], PageRequest()); // and is fetched; nothing else is asked
+        Viewer viewer(Url("job.rdx"));
+        viewer.Expect(kIncrementsWithAllTexts);
+        for (int n = kIncrementsWithAllTexts + 1; n <= kIncrementsWithAllTexts + 3; ++n)
+        {
+            writer.WriteNext();
+            Wire();
+            viewer.Snap(); // polls
+            viewer.Expect(n);
+            std::vector<std::string> wire = Wire();
+            ASSERT_EQ(wire.size(), 4U) << testing::PrintToString(wire);
+            EXPECT_EQ(wire[1], "> 1");         // the poll
+            EXPECT_EQ(wire[2], "< 14");        // says that one page has changed,
+            EXPECT_EQ(wire[3], PageRequest()); // which is fetched
+        }
     }
+    writer.Finish();
+    EXPECT_TRUE(ReaderIsGone());
+    KillServer();
 }
 
 TEST_F(RemoteDatabases, AChangeOfOneRowMovesThePagesThatChangedAndNothingElse)

@@ -71,6 +71,14 @@ protected:
         return points;
     }
 
+    // While the handshake runs it is a matter of luck whether its last message still finds a reader.
+    ::testing::Matcher<const std::string&> FailedAt(const std::string& point, const std::string& reason) const
+    {
+        const bool isInHandshake = point == "< 0" || point == "< 1" || point == "> 65";
+        return AnyOf(Lost("some", reason),
+                     isInHandshake ? CannotConnect("some", reason) : Lost("some", reason));
+    }
+
     std::string m_Content;
 };
 
@@ -155,8 +163,8 @@ TEST_F(RemoteFaults, ARelayThatIsKilledAtAnyPointIsALostConnectionWithoutAReason
     for (const std::string& point : Points())
     {
         SCOPED_TRACE(point);
-        EXPECT_EQ(SessionWith(point, [this] { ::kill(TheRelay(), SIGKILL); }),
-                  Lost("some", "Can't be determined"));
+        EXPECT_THAT(SessionWith(point, [this] { ::kill(TheRelay(), SIGKILL); }),
+                    FailedAt(point, "Can't be determined"));
         EXPECT_TRUE(ReaderIsGone());
     }
     EXPECT_EQ(Session(), "read");
@@ -168,8 +176,8 @@ TEST_F(RemoteFaults, ADaemonsSessionThatIsKilledAtAnyPointIsTheRelaysReason)
     for (const std::string& point : Points())
     {
         SCOPED_TRACE(point);
-        EXPECT_EQ(SessionWith(point, [this] { ::kill(TheSession(), SIGKILL); }),
-                  Lost("some", "qlnsrv, the connection was lost\n"));
+        EXPECT_THAT(SessionWith(point, [this] { ::kill(TheSession(), SIGKILL); }),
+                    FailedAt(point, "qlnsrv, the connection was lost\n"));
         EXPECT_TRUE(ReaderIsGone());
     }
     EXPECT_EQ(Session(), "read");
@@ -181,17 +189,18 @@ TEST_F(RemoteFaults, AnAssistantThatIsKilledAtAnyPointIsTheDaemonsReason)
     for (const std::string& point : Points())
     {
         SCOPED_TRACE(point);
-        EXPECT_EQ(SessionWith(point, [this] { ::kill(TheAssistant(), SIGKILL); }),
-                  Lost("some", "qlnsrvd, the service rfmT_FileAssistant ended with signal 9\n"));
+        EXPECT_THAT(SessionWith(point, [this] { ::kill(TheAssistant(), SIGKILL); }),
+                    FailedAt(point, "qlnsrvd, the service rfmT_FileAssistant ended with signal 9\n"));
         EXPECT_TRUE(ReaderIsGone());
     }
     EXPECT_EQ(Session(), "read");
     KillServer();
 }
 
-TEST_F(RemoteFaults, WhoIsConnectedReadsOnWhenTheDaemonIsKilledAndNobodyElseConnects)
+TEST_F(RemoteFaults, ADaemonThatIsKilledTakesItsReadersAlongAndNobodyElseConnects)
 {
-    EXPECT_EQ(SessionWith("< 12", [this] { ::kill(m_Daemon, SIGKILL); }), "read");
+    EXPECT_EQ(SessionWith("< 12", [this] { ::kill(m_Daemon, SIGKILL); }),
+              Lost("some", "qlnsrv, the connection was lost\n"));
     EXPECT_EQ(Session(), CannotConnect("some", "qlnsrv, cannot connect to 127.0.0.1 port " +
                                                    std::to_string(m_Port) + ": Connection refused\n"));
     EXPECT_TRUE(NothingRuns());

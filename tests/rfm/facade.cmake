@@ -6,3 +6,5 @@ target_compile_definitions(facade_tests PRIVATE RFM_FORMAT_DOCUMENT="${PROJECT_S
 on_other_kinds(facade_tests
   "rfm_DatabaseTest.*-*FullDisk*:*Version11*:*Snap*:*CloseTrims*:*CopiesShare*:*HoldsReadersOff*:*StatusIsUpdated*"
   "*AGuardThatCannotCleanUp*")
+on_remote_files(facade_tests
+  "rfm_DatabaseTest.*-*FullDisk*:*Version11*:*CloseTrims*:*CopiesShare*:*AFailedOpenGivesNoDatabase*")

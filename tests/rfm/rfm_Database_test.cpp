@@ -28,7 +28,7 @@ protected:
     }
     rfm_Database Open(utl_FileAccess access = utl_FileAccessRead) const
     {
-        return rfm_Database::Open(rfm_File::Open(m_File.Name(), access), "TEST");
+        return rfm_Database::Open(OpenFileOfKind(m_File.Name(), access), "TEST");
     }
     static rfm_TableMetadata Nodes()
     {
@@ -134,7 +134,7 @@ TEST_F(rfm_DatabaseTest, ItTellsWhatItIs)
         EXPECT_EQ(database.GetFlushCount(), 1);
         database.SetCreationTime(77);
     }
-    EXPECT_EQ(rfm_Database::GetCreationTime(rfm_File::Open(m_File.Name(), utl_FileAccessRead)), 77);
+    EXPECT_EQ(rfm_Database::GetCreationTime(OpenFileOfKind(m_File.Name(), utl_FileAccessRead)), 77);
     EXPECT_TRUE(Open().ReadOnly());
     EXPECT_FALSE(Open(utl_FileAccessUpdate).ReadOnly());
 }
@@ -178,7 +178,7 @@ TEST_F(rfm_DatabaseTest, CopiesShareTheDatabaseAndTheLastOneClosesIt)
 
 TEST_F(rfm_DatabaseTest, AFailedOpenGivesNoDatabase)
 {
-    EXPECT_THROW(rfm_File::Open(m_File.Name(), utl_FileAccessRead), rfm_FileNoSuchFile);
+    EXPECT_THROW(OpenFileOfKind(m_File.Name(), utl_FileAccessRead), rfm_FileNoSuchFile);
     m_File.Write("nothing of ours");
     EXPECT_THROW(Open(), nex_TextException);
 }
@@ -187,7 +187,7 @@ TEST_F(rfm_DatabaseTest, CreateNeedsAFileThatCanBeWritten)
 {
     Create().Close();
     const std::string before = m_File.Bytes();
-    const rfm_File file = rfm_File::Open(m_File.Name(), utl_FileAccessRead);
+    const rfm_File file = OpenFileOfKind(m_File.Name(), utl_FileAccessRead);
     EXPECT_THROW(rfm_Database::Create(file, "TEST", "demo", kTime), rfm_FileReadOnlyExc);
     EXPECT_EQ(m_File.Bytes(), before);
 }
@@ -195,7 +195,7 @@ TEST_F(rfm_DatabaseTest, CreateNeedsAFileThatCanBeWritten)
 TEST_F(rfm_DatabaseTest, IsMagicAndTheCreationTimeNeedNoOpenDatabase)
 {
     Create().Close();
-    const rfm_File file = rfm_File::Open(m_File.Name(), utl_FileAccessRead);
+    const rfm_File file = OpenFileOfKind(m_File.Name(), utl_FileAccessRead);
     EXPECT_TRUE(rfm_Database::IsMagic(file, "TEST"));
     EXPECT_TRUE(rfm_Database::IsMagic(file, ""));
     EXPECT_FALSE(rfm_Database::IsMagic(file, "REST"));
@@ -207,7 +207,7 @@ TEST_F(rfm_DatabaseTest, OfFilesThatAreShortIsMagicIsFalseAndTheCreationTimeZero
     for (const std::string_view bytes : {"", "TVNR", "TVNRTES"})
     {
         m_File.Write(bytes);
-        const rfm_File file = rfm_File::Open(m_File.Name(), utl_FileAccessRead);
+        const rfm_File file = OpenFileOfKind(m_File.Name(), utl_FileAccessRead);
         EXPECT_FALSE(rfm_Database::IsMagic(file, "")) << bytes;
         EXPECT_EQ(rfm_Database::GetCreationTime(file), 0) << bytes;
     }
@@ -217,7 +217,7 @@ TEST_F(rfm_DatabaseTest, AFileOfVersion11HasCreationTimeZeroAndOpens)
 {
     Create().Close();
     m_File.Patch(8, rfm_IntBytes(11));
-    EXPECT_EQ(rfm_Database::GetCreationTime(rfm_File::Open(m_File.Name(), utl_FileAccessRead)), 0);
+    EXPECT_EQ(rfm_Database::GetCreationTime(OpenFileOfKind(m_File.Name(), utl_FileAccessRead)), 0);
     EXPECT_EQ(Open().Description(), cow_String("demo"));
 }
 

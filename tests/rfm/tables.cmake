@@ -6,3 +6,4 @@ add_area(table_tests
 )
 on_other_kinds(table_tests
   "*-*Follower*:*AReaderWaits*:*Snap*:*rfm_TableFailureTest*:*ARefusedFlush*:*CannotBeFlushedAtItsEnd*:*EveryReadMayFail*:*PlaceOfItsWritersTexts")
+on_remote_files(table_tests "*-*rfm_TableFailureTest*:*ARefusedFlush*:*CannotBeFlushedAtItsEnd*:*EveryReadMayFail*")

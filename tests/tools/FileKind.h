@@ -7,10 +7,10 @@
 #include <stdexcept>
 #include <string_view>
 
-/// Makes a file of that kind: "plain", "compressed" or "hdf5".
+/// Makes a file of that kind: "plain", "compressed", "hdf5", or "remote", which is plain and read through an assistant.
 inline rfm_File NewFileOfKind(const cow_String& path, std::string_view kind)
 {
-    if (kind == "plain") return rfm_File::Open(path, utl_FileAccessCreate);
+    if (kind == "plain" || kind == "remote") return rfm_File::Open(path, utl_FileAccessCreate);
     if (kind == "compressed") return rfm_File::CreateCompressed(path);
     if (kind == "hdf5")
     {
@@ -26,4 +26,18 @@ inline rfm_File NewFileOfKind(const cow_String& path)
 {
     const char* kind = std::getenv("RFM_TEST_FILE_KIND");
     return kind == nullptr ? rfm_File::Open(path, utl_FileAccessCreate) : NewFileOfKind(path, kind);
+}
+
+/// The name under which such a file is opened: for reading a "remote" one it is a URL, behind which the assistant of PATH
+/// stands.
+inline cow_String NameOfKind(const cow_String& path, utl_FileAccess access)
+{
+    const char* kind = std::getenv("RFM_TEST_FILE_KIND");
+    const bool isRemote = kind != nullptr && std::string_view(kind) == "remote";
+    return isRemote && access == utl_FileAccessRead ? cow_String("mrkrdb://localhost/") + path : path;
+}
+/// Opens a file that `NewFileOfKind(path)` has made.
+inline rfm_File OpenFileOfKind(const cow_String& path, utl_FileAccess access)
+{
+    return rfm_File::Open(NameOfKind(path, access), access);
 }

@@ -21,6 +21,9 @@ public:
         // Tests of rights look at it as another user.
         std::filesystem::permissions(m_Path, std::filesystem::perms(0755));
         setenv("TEST_TMPDIR", (m_Path + "/").c_str(), 1);
+        // Where remote files are tested, their cache is to go with the rest.
+        const char* kind = std::getenv("RFM_TEST_FILE_KIND");
+        if (kind != nullptr && std::string(kind) == "remote") setenv("TMPDIR", m_Path.c_str(), 1);
     }
     void TearDown() override { std::filesystem::remove_all(m_Path); }
 

@@ -41,7 +41,7 @@ public:
     rfm_Database Create() const { return rfm_Database::Create(NewFileOfKind(m_Path.c_str()), "TEST", "", 0); }
     rfm_Database Open(utl_FileAccess access = utl_FileAccessRead) const
     {
-        return rfm_Database::Open(rfm_File::Open(m_Path.c_str(), access), "TEST");
+        return rfm_Database::Open(OpenFileOfKind(m_Path.c_str(), access), "TEST");
     }
     std::string AllBytes() const
     {

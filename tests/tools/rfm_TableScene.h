@@ -102,7 +102,7 @@ protected:
     }
     static rfm_Database Open(const std::string& path, utl_FileAccess access)
     {
-        return rfm_Database::Open(rfm_File::Open(path.c_str(), access), "TEST");
+        return rfm_Database::Open(OpenFileOfKind(path.c_str(), access), "TEST");
     }
     rfm_Database Reader() const
     {

@@ -22,7 +22,9 @@ namespace rfm_tool
 namespace
 {
 constexpr const char* kMark = "CSV";
-constexpr int kQuantum = 1 << 20;
+// Room in the file is taken in such steps; in smaller ones for a small file, or OUT would be mostly reserve.
+constexpr std::int64_t kLargestQuantum = 1 << 20;
+constexpr std::int64_t kLeastQuantum = 4096;
 constexpr int kReadAhead = 256;
 constexpr std::int64_t kRowsBetweenLooks = 1024; // at the clock
 
@@ -301,7 +303,8 @@ ImportedTable CsvTable::Write(FileKind kind, const NewFile& out)
     {
         database = rfm_Database::Create(CreateFileOfKind(kind, out.WorkPath()), kMark, "Rows of a CSV file",
                                         static_cast<int>(std::time(nullptr)));
-        table = database.Table(database.Bind(layout), kQuantum, kReadAhead);
+        const std::int64_t quantum = std::clamp(m_File.Size(), kLeastQuantum, kLargestQuantum);
+        table = database.Table(database.Bind(layout), static_cast<int>(quantum), kReadAhead);
         result.rows = WriteRows(table);
         table.Flush();
         table = rfm_Table();

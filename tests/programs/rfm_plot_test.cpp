@@ -81,7 +81,59 @@ protected:
 
 TEST_F(RfmPlot, AFieldAgainstAnotherIsALineWithAGapWhereAValueIsAbsent)
 {
-    EXPECT_EQ(Svg({"4.force", "--x", "time"}), "@SVG@");
+    EXPECT_EQ(Svg({"4.force", "--x", "time"}), R"svg(<?xml version="1.0" encoding="UTF-8"?>
+<svg xmlns="http://www.w3.org/2000/svg" width="810" height="500" viewBox="0 0 810 500" font-family="sans-serif" font-size="13">
+<title>STEPS &amp; &lt;more&gt; (4) of s.rdx</title>
+<rect width="810" height="500" fill="white"/>
+<g stroke="#dddddd">
+<path d="M90 40V440"/>
+<path d="M177.5 40V440"/>
+<path d="M265 40V440"/>
+<path d="M352.5 40V440"/>
+<path d="M440 40V440"/>
+<path d="M527.5 40V440"/>
+<path d="M615 40V440"/>
+<path d="M702.5 40V440"/>
+<path d="M790 40V440"/>
+<path d="M90 413.3H790"/>
+<path d="M90 360H790"/>
+<path d="M90 306.7H790"/>
+<path d="M90 253.3H790"/>
+<path d="M90 200H790"/>
+<path d="M90 146.7H790"/>
+<path d="M90 93.3H790"/>
+<path d="M90 40H790"/>
+</g>
+<path d="M90 40V440H790" fill="none" stroke="black"/>
+<g text-anchor="middle">
+<text x="90" y="458">0.0</text>
+<text x="177.5" y="458">0.5</text>
+<text x="265" y="458">1.0</text>
+<text x="352.5" y="458">1.5</text>
+<text x="440" y="458">2.0</text>
+<text x="527.5" y="458">2.5</text>
+<text x="615" y="458">3.0</text>
+<text x="702.5" y="458">3.5</text>
+<text x="790" y="458">4.0</text>
+</g>
+<g text-anchor="end">
+<text x="84" y="417.3">-4</text>
+<text x="84" y="364">-2</text>
+<text x="84" y="310.7">0</text>
+<text x="84" y="257.3">2</text>
+<text x="84" y="204">4</text>
+<text x="84" y="150.7">6</text>
+<text x="84" y="97.3">8</text>
+<text x="84" y="44">10</text>
+</g>
+<path fill="none" stroke="#1f5fa8" stroke-width="1.5" stroke-linecap="round" stroke-linejoin="round" d="M90 306.7L265 173.3M615 440L790 40"/>
+<g text-anchor="middle">
+<text x="440" y="25" font-size="16">STEPS &amp; &lt;more&gt; (4) of s.rdx</text>
+<text x="440" y="482">time</text>
+<text transform="translate(20 240) rotate(-90)">force</text>
+</g>
+</svg>
+)svg");
 }
 
 TEST_F(RfmPlot, SeveralFieldsHaveALegendAndTheRowIsTheDefault)
@@ -115,12 +167,36 @@ TEST_F(RfmPlot, OfManyPointsTheLeastAndTheGreatestStay)
 
 TEST_F(RfmPlot, ATerminalShowsItWithMarksWithinItsSize)
 {
-    EXPECT_EQ(OnScreen({"4.force", "--x", "time"}, kAscii), R"(@ASCII@)");
+    EXPECT_EQ(OnScreen({"4.force", "--x", "time"}, kAscii), R"(STEPS & <more> (4) of s.rdx
+10 +                                   *
+   |                                  *
+   |        **                      **
+   |     ***                       *
+   |  ***                         *
+ 0 +**                          **
+   |                           *
+   |                          *
+   ++-----------------+----------------+
+    0                 2                4
+x: time   y: force
+)");
 }
 
 TEST_F(RfmPlot, ATerminalWithUtf8ShowsItWithDotsOfBraille)
 {
-    EXPECT_EQ(OnScreen({"4.force", "--x", "time"}, kUtf8), R"(@BRAILLE@)");
+    EXPECT_EQ(OnScreen({"4.force", "--x", "time"}, kUtf8), R"(STEPS & <more> (4) of s.rdx
+10 ┤                                  ⢀⠎
+   │                                 ⢀⠎
+   │        ⣀⠄                      ⢠⠃
+   │    ⢀⡠⠔⠉                       ⡰⠁
+   │ ⢀⡠⠒⠁                         ⡰⠁
+ 0 ┤⠊⠁                           ⡜
+   │                           ⢀⠎
+   │                          ⢀⠎
+   └┬─────────────────┬────────────────┬
+    0                 2                4
+x: time   y: force
+)");
 }
 
 TEST_F(RfmPlot, SeveralFieldsAreToldApartByMarksWithoutColour)

@@ -1,6 +1,7 @@
 add_executable(remote_test_service remote/service.cpp)
 add_area(remote_tests
   remote/Key_test.cpp
+  remote/Log_test.cpp
   remote/Process_test.cpp
   remote/Proof_test.cpp
   remote/RelayFormat_test.cpp

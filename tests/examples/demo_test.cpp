@@ -347,7 +347,7 @@ TEST_F(Demo, AViewerWhoseDatabaseIsReplacedStartsOver)
     Process secondRecorder(other);
     ASSERT_EQ(secondRecorder.ExitCode(), 0) << secondRecorder.RestOfOutput();
     rfm_Database::Open(rfm_File::Open(other[4].c_str(), utl_FileAccessUpdate), "DEMO").SetCreationTime(1);
-    std::filesystem::rename(other[2], Path("run.rdx"));
+    std::filesystem::rename(other[4], Path("run.rdx"));
 
     EXPECT_THAT(viewer.LineThatStartsWith("another database"), HasSubstr("starting over"));
     EXPECT_THAT(viewer.LineThatStartsWith("increment"), StartsWith("increment   1"));

@@ -152,7 +152,10 @@ Words Candidates(const Commands& commands, Words words)
 {
     if (words.size() < 2) return CommandNames(commands);
     const auto named = [](std::string_view name)
-    { return [name](const std::unique_ptr<Command>& command) { return command->Name() == name; }; };
+    {
+        return [name](const std::unique_ptr<Command>& command)
+        { return command->Name() == name || (!name.empty() && command->OtherName() == name); };
+    };
     auto found = std::find_if(commands.begin(), commands.end(), named(words.front()));
     if (found != commands.end())
         words.erase(words.begin());

@@ -40,7 +40,7 @@ protected:
 
 TEST_F(RfmCompletion, TheFirstWordIsACommand)
 {
-    EXPECT_EQ(Offered({"co"}), "convert\ncompact\ncompletion\n");
+    EXPECT_EQ(Offered({"co"}), "convert\ncompact\ncopy\nconnect\ncompletion\n");
     EXPECT_EQ(Offered({"quux"}), "");
     EXPECT_THAT(Offered({""}), HasSubstr("info\nls\n"));
     EXPECT_EQ(Offered({}), Offered({""}));

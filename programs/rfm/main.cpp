@@ -138,12 +138,8 @@ std::string MainHelp(const Commands& commands)
         help += fmt::format("  {:<12}{}\n", command->Name(), command->Summary());
     return help +
            "\n"
-           "`rfm COMMAND --help` tells more. Data goes to standard output, everything else to standard "
-           "error.\n"
-           "\n"
-           "exit codes: 0 done, 1 the answer is no or damage was found, 2 wrong usage, 3 no such file or\n"
-           "object, 4 not a database or not readable, 5 busy or timed out, 6 another host could not be\n"
-           "reached, or refused, 7 output could not be written, 130 interrupted\n";
+           "`rfm COMMAND --help` tells more, `rfm help exit-codes` what the exit codes mean. Data goes to\n"
+           "standard output, everything else to standard error.\n";
 }
 
 Command* FindCommand(const Commands& commands, std::string_view name)

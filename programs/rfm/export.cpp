@@ -221,8 +221,7 @@ int ExportCommand::ExportIntoFolder(DatabaseFile& file, const std::vector<Select
 {
     std::error_code error;
     const bool isNew = std::filesystem::create_directory(m_Out, error);
-    if (!error && !std::filesystem::is_directory(m_Out))
-        error = std::make_error_code(std::errc::not_a_directory);
+    if (error == std::errc::file_exists) error = std::make_error_code(std::errc::not_a_directory);
     if (error)
         throw Failure(ExitOutput, OneLine(m_Out), error.message(),
                       fmt::format("{} objects need a folder", chosen.size()));

@@ -87,7 +87,8 @@ Words Choices(const CLI::Option& option)
 Words FieldNames(DatabaseFile& file, const std::string& object)
 {
     Words names;
-    for (const Field& field : FieldsOf(file, SelectOne(file, object).object))
+    // Several tables may have the name: they have the same fields.
+    for (const Field& field : FieldsOf(file, Select(file, {object}).front().object))
         names.push_back(OneLine(field.name));
     return names;
 }

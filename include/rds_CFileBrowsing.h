@@ -21,7 +21,7 @@ class utl_BinOStream;
 ///
 /// Throws: each request, a nex_TextException with the source name "rds_CFileBrowsing": with the words of the other host
 /// when that refuses, and the browser goes on; with "*** Error: Lost connection to remote server" when the reply does
-/// not come whole or can't be one, and the relay then has been asked for its end. Behind the latter, and behind a flag
+/// not come whole or can't be one. Behind the latter, and behind a flag
 /// that is not valid, the two ends are out of step: the browser is good for nothing but its destructor. When a request
 /// can't be sent, the exception is the stream's own, a utl_BinStreamException. A request on an empty browser is a
 /// nex_AssertException.
@@ -91,4 +91,5 @@ private:
     int m_OutputFd = 0;
     std::unique_ptr<utl_BinIStream> m_In;
     std::unique_ptr<utl_BinOStream> m_Out;
+    bool m_IsLost = false;
 };

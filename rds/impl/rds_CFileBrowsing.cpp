@@ -50,12 +50,15 @@ utl_BinIStream& rds_CFileBrowsing::In() const
 
 void rds_CFileBrowsing::LoseConnection()
 {
+    m_IsLost = true;
     m_Client->Reap(0);
     Fail("*** Error: Lost connection to remote server");
 }
 
 template <class Read> auto rds_CFileBrowsing::Guarded(Read read)
 {
+    // The service may live on, and what is left of its reply would pass for the next one.
+    if (m_IsLost) LoseConnection();
     try
     {
         return read();

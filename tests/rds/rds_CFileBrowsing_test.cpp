@@ -412,6 +412,8 @@ TEST_F(FileBrowsing, ACountThatNoServiceClaimsIsALostConnectionAtOnce)
         // It stays on the line, so nobody may wait for an entry.
         const auto browser = Owning(Patient(Handshake() + FromHex("00000001") + "S" + FromHex(count)));
         EXPECT_EQ(Failure([&] { Listed(*browser); }), kLostConnection) << count;
+        // The service is still there, and says nothing more.
+        EXPECT_EQ(Failure([&] { browser->IsRemoteDir("/"); }), kLostConnection) << count;
     }
 }
 

@@ -192,7 +192,7 @@ int ExportCommand::Run(Output& output)
     DatabaseFile file(m_File);
     if (Is("vtu")) return ExportMesh(file, output);
     const std::vector<Selected> chosen = Choose(file);
-    TellOfSemaphore(m_File, "a change may be exported half done");
+    TellOfSemaphore(file, "a change may be exported half done");
     const bool isFolder = chosen.size() > 1 || std::filesystem::is_directory(m_Out);
     if (!isFolder) return ExportOne(file, chosen.front(), output);
     if (m_Out.empty())
@@ -416,7 +416,7 @@ std::int64_t ExportCommand::WriteNumbers(DatabaseFile& file, QueriedRows& rows, 
 int ExportCommand::ExportMesh(DatabaseFile& file, Output& output) const
 {
     const MeshMapping mapping = ReadMeshMapping(m_Mesh, m_Map);
-    TellOfSemaphore(m_File, "a change may be exported half done");
+    TellOfSemaphore(file, "a change may be exported half done");
     const VtuGrid grid = ReadMesh(file, mapping, m_Objects);
     NewFile out(m_Out, m_Force, m_File);
     FileTarget target(out);

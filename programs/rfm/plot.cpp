@@ -95,7 +95,7 @@ void PlotCommand::WritePicture(DatabaseFile& file, Output& output) const
 int PlotCommand::Run(Output& output)
 {
     DatabaseFile file(m_File);
-    TellOfSemaphore(m_File, "a change may be drawn half done");
+    TellOfSemaphore(file, "a change may be drawn half done");
     if (!m_Out.empty())
     {
         WritePicture(file, output);

@@ -157,6 +157,12 @@ TEST_F(RfmRemote, ASemaphoreThereIsToldOf)
     std::filesystem::create_directory(Path("data/job.lsm"));
     EXPECT_EQ(Run({"hash", LocalUrl(kJob())}).err,
               "rfm: " + LocalUrl(kJob()) + ": a writer asks readers to wait; a change may enter half done\n");
+    EXPECT_EQ(Run({"export", LocalUrl(kJob()), "4", "--to", "csv", "-o", Path("nodes.csv")}).err,
+              "rfm: " + LocalUrl(kJob()) +
+                  ": a writer asks readers to wait; a change may be exported half done\n");
+    EXPECT_EQ(Run({"plot", LocalUrl(kJob()), "4.x"}).err,
+              "rfm: " + LocalUrl(kJob()) +
+                  ": a writer asks readers to wait; a change may be drawn half done\n");
     EXPECT_THAT(Run({"info", LocalUrl(kJob())}).out,
                 HasSubstr("semaphore\ta writer asks readers to wait, or died doing so\n"));
 }

@@ -14,6 +14,9 @@ public:
     /// Result: how many bytes came out. What is behind them in `out` is undefined.
     /// Throws: nex_TextException when they are damaged, or are more than `out` has room for.
     virtual int Decode(rfm_SegmentBuffer& out, const rfm_SegmentBuffer& in) = 0;
+    /// Decodes the first `count` bytes, and some behind them, for whom they are proven by another mark: nothing is here.
+    /// Result: whether it is worth trying that mark. A codec may be unable to do it.
+    virtual bool DecodeFront(rfm_SegmentBuffer& out, const rfm_SegmentBuffer& in, int count);
     /// No segment of `decodedLength` bytes has more encoded ones.
     virtual int MostEncoded(int decodedLength) const noexcept = 0;
 };

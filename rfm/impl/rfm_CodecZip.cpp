@@ -25,6 +25,11 @@ unsigned char* BytesOf(rfm_SegmentBuffer& buffer, int count)
 
 rfm_Codec::~rfm_Codec() = default;
 
+bool rfm_Codec::DecodeFront(rfm_SegmentBuffer& /*out*/, const rfm_SegmentBuffer& /*in*/, int /*count*/)
+{
+    return false;
+}
+
 void rfm_CodecZip::Encode(rfm_SegmentBuffer& out, const rfm_SegmentBuffer& in, int decodedLength)
 {
     const int room = WorkBytes(decodedLength);
@@ -44,4 +49,12 @@ int rfm_CodecZip::Decode(rfm_SegmentBuffer& out, const rfm_SegmentBuffer& in)
         zip_uncompress(BytesOf(out, room), &length, BytesOf(in), static_cast<unsigned long>(in.Size()));
     if (result != 0) rfm_ThrowEncodedCorrupt();
     return static_cast<int>(length);
+}
+
+bool rfm_CodecZip::DecodeFront(rfm_SegmentBuffer& out, const rfm_SegmentBuffer& in, int count)
+{
+    const int room = count + zip_FrontSlack;
+    if (room > out.Size()) return false;
+    return zip_uncompress_front(BytesOf(out, room), static_cast<unsigned long>(room), BytesOf(in),
+                                static_cast<unsigned long>(in.Size()));
 }

@@ -9,6 +9,7 @@ public:
     explicit rfm_CodecZip(int level) noexcept : m_Level(level) {}
     void Encode(rfm_SegmentBuffer& out, const rfm_SegmentBuffer& in, int decodedLength) override;
     int Decode(rfm_SegmentBuffer& out, const rfm_SegmentBuffer& in) override;
+    bool DecodeFront(rfm_SegmentBuffer& out, const rfm_SegmentBuffer& in, int count) override;
     int MostEncoded(int decodedLength) const noexcept override { return WorkBytes(decodedLength); }
 
     /// The room in which `decodedLength` bytes are encoded: enough also for those that do not compress.

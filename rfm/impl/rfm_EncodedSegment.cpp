@@ -3,6 +3,7 @@
 #include "nex_Exception.h"
 #include "rfm_ArmedSegment.h"
 #include "rfm_Exc.h"
+#include "rfm_KnownSegments.h"
 #include "rfm_SectorArray.h"
 #include "rfm_SegmentsAhead.h"
 
@@ -12,12 +13,13 @@
 
 rfm_EncodedSegment::rfm_EncodedSegment(int index, rfm_SectorArray* sectorArray, rfm_SegmentBufferCache* cache,
                                        rfm_Codec* codec, int decodedLength, int storedLength,
-                                       rfm_SegmentsAhead* ahead)
+                                       rfm_SegmentsAhead* ahead, rfm_KnownSegments* known)
     : m_Index(index),
       m_SectorArray(sectorArray),
       m_Cache(cache),
       m_Codec(codec),
       m_Ahead(ahead),
+      m_Known(known),
       m_DecodedLength(decodedLength),
       m_StoredLength(storedLength)
 {
@@ -31,7 +33,7 @@ void rfm_EncodedSegment::Arm()
         try
         {
             if (m_DecodedLength > m_Buffer->Size()) nex_ThrowAssert("m_DecodedLength <= m_Buffer->Size()");
-            if (!m_Loaded) Load();
+            if (!IsLoaded() && !IsLeftToReads()) Load();
         }
         catch (...)
         {
@@ -55,19 +57,74 @@ void rfm_EncodedSegment::Disarm()
 void rfm_EncodedSegment::Load()
 {
     if (m_Buffer == nullptr) nex_ThrowAssert("m_Buffer");
-    if (m_Loaded) nex_ThrowAssert("!m_Loaded");
-    const bool counts = m_StoredLength > 0 && m_SectorArray->HasChain(m_Index);
-    m_Buffer->ClearFrom(counts ? std::min(LoadStream(), m_StoredLength) : 0);
-    m_Loaded = true;
+    if (IsLoaded()) nex_ThrowAssert("!m_Loaded");
+    if (!LoadAhead()) LoadWhole();
 }
 
-int rfm_EncodedSegment::LoadStream()
+// A front wanted more later: the segment is being read on, and is loaded whole.
+void rfm_EncodedSegment::LoadUpTo(int end)
 {
-    if (m_Ahead != nullptr)
-        if (const std::optional<int> length = m_Ahead->Load(m_Index, *m_Buffer)) return *length;
+    const bool hadFront = m_LoadedLength > 0;
+    m_LoadedLength = 0;
+    if (hadFront)
+    {
+        m_Known->WantedMore();
+        LoadWhole();
+    }
+    else if (!LoadAhead() && !LoadFront(end))
+        LoadWhole();
+}
+
+bool rfm_EncodedSegment::HasBytesStored() const
+{
+    return m_StoredLength > 0 && m_SectorArray->HasChain(m_Index);
+}
+
+bool rfm_EncodedSegment::IsLeftToReads() const { return m_Known != nullptr && m_Known->Has(m_Index); }
+
+bool rfm_EncodedSegment::LoadAhead()
+{
+    if (m_Ahead == nullptr || !HasBytesStored()) return false;
+    const std::optional<int> length = m_Ahead->Load(m_Index, *m_Buffer);
+    if (length.has_value()) SetWhole(*length);
+    return length.has_value();
+}
+
+bool rfm_EncodedSegment::LoadFront(int end)
+{
+    if (m_Known == nullptr || m_Ahead->IsInARun()) return false;
+    const int front = m_Known->ChooseFront(m_Index, end);
+    if (front == 0) return false;
+    rfm_SegmentBuffer& encoded = m_Cache->WorkBuffer();
+    ReadStream(*m_SectorArray, m_Index, m_Codec->MostEncoded(m_Buffer->Size()), encoded);
+    const bool isKnown =
+        m_Codec->DecodeFront(*m_Buffer, encoded, front) && m_Known->IsFront(m_Index, *m_Buffer, front);
+    if (isKnown)
+        m_LoadedLength = front;
+    else
+        m_Known->WantedMore(); // it has changed, or does not compress
+    return isKnown;
+}
+
+void rfm_EncodedSegment::LoadWhole()
+{
+    const int length = HasBytesStored() ? DecodeStream() : 0;
+    SetWhole(length);
+    if (m_Known != nullptr && length == m_Buffer->Size() && !m_Ahead->IsInARun())
+        m_Known->Note(m_Index, *m_Buffer);
+}
+
+int rfm_EncodedSegment::DecodeStream()
+{
     rfm_SegmentBuffer& encoded = m_Cache->WorkBuffer();
     ReadStream(*m_SectorArray, m_Index, m_Codec->MostEncoded(m_Buffer->Size()), encoded);
     return m_Codec->Decode(*m_Buffer, encoded);
+}
+
+void rfm_EncodedSegment::SetWhole(int decodedLength)
+{
+    m_Buffer->ClearFrom(std::min(decodedLength, m_StoredLength));
+    m_LoadedLength = m_Buffer->Size();
 }
 
 // kept: as many bytes are asked for as the stored length says, which counts its own four, and up to four less will do:
@@ -85,11 +142,12 @@ void rfm_EncodedSegment::ReadStream(rfm_SectorArray& sectorArray, int index, int
     encoded.Shrink(read);
 }
 
-void rfm_EncodedSegment::Read(char* target, int first, int length) const
+void rfm_EncodedSegment::Read(char* target, int first, int length)
 {
     if (!IsArmed()) nex_ThrowAssert("m_Armed");
     if (first < 0 || length < 0 || length > m_DecodedLength - first)
         nex_ThrowAssert("first + length <= m_DecodedLength");
+    if (first + length > m_LoadedLength) LoadUpTo(first + length);
     std::memcpy(target, m_Buffer->Data() + first, static_cast<std::size_t>(length));
 }
 
@@ -111,8 +169,8 @@ void rfm_EncodedSegment::SetDecodedLength(int length)
     const bool isToStore =
         length != m_DecodedLength && m_SectorArray->HasChain(m_Index) && !m_SectorArray->ReadOnly();
     // A stream that can't be read fails here, not in every flush to come.
-    const bool isToLoad = isToStore && !m_Loaded && m_StoredLength > 0;
-    if (isToLoad || (length < m_DecodedLength && m_Loaded))
+    const bool isToLoad = isToStore && !IsLoaded() && m_StoredLength > 0;
+    if (isToLoad || (length < m_DecodedLength && IsLoaded()))
     {
         const rfm_ArmedSegment armed(this);
         m_Buffer->ClearFrom(length);
@@ -124,7 +182,7 @@ void rfm_EncodedSegment::SetDecodedLength(int length)
 
 bool rfm_EncodedSegment::IsForgettable(int decodedLength) const
 {
-    if (IsArmed() || m_Loaded || m_Dirty || m_DecodedLength != decodedLength) return false;
+    if (IsArmed() || IsLoaded() || m_Dirty || m_DecodedLength != decodedLength) return false;
     return m_StoredLength == decodedLength || !m_SectorArray->HasChain(m_Index);
 }
 
@@ -152,8 +210,8 @@ void rfm_EncodedSegment::BufferTaken(int, rfm_SegmentBuffer* buffer)
     if (buffer == nullptr) nex_ThrowAssert("buffer");
     if (IsArmed()) nex_ThrowAssert("!m_Armed");
     // A buffer whose load has failed holds nothing to store, though the length may have changed.
-    if (m_Dirty && m_Loaded) Store(buffer);
-    m_Loaded = false;
+    if (m_Dirty && IsLoaded()) Store(buffer);
+    m_LoadedLength = 0;
 }
 
 void rfm_EncodedSegment::Flush()

@@ -12,7 +12,7 @@ namespace
 {
 // Objects that may be there before it's worth looking which of them say anything: half a MiB.
 constexpr std::size_t kFirstSweep = 4096;
-// Larger segments are not decoded ahead: that takes the memory of three.
+// Larger segments are not decoded ahead: that takes the memory of three. Nor in part: few of them come twice.
 constexpr int kMostAheadSegment = 0x100000;
 } // namespace
 
@@ -50,8 +50,9 @@ void rfm_EncodedSegmentTable::ReadTableHeader()
     m_Cache = rfm_SegmentBufferCache(m_SegmentSize);
     m_NumSegments = header.segmentCount;
     m_LastLength = header.lastLength;
-    if (ReadOnly() && m_SegmentSize <= kMostAheadSegment)
-        m_Ahead = std::make_unique<rfm_SegmentsAhead>(*this, m_Cache, *m_Codec, m_NumSegments);
+    if (!ReadOnly() || m_SegmentSize > kMostAheadSegment) return;
+    m_Ahead = std::make_unique<rfm_SegmentsAhead>(*this, m_Cache, *m_Codec, m_NumSegments);
+    m_Known = std::make_unique<rfm_KnownSegments>(m_SegmentSize);
 }
 
 rfm_EncodedSegment* rfm_EncodedSegmentTable::Find(int index) const
@@ -63,7 +64,7 @@ rfm_EncodedSegment* rfm_EncodedSegmentTable::Find(int index) const
 rfm_EncodedSegment* rfm_EncodedSegmentTable::Make(int index, int decodedLength, int storedLength)
 {
     auto made = std::make_unique<rfm_EncodedSegment>(index, this, &m_Cache, m_Codec.get(), decodedLength,
-                                                     storedLength, m_Ahead.get());
+                                                     storedLength, m_Ahead.get(), m_Known.get());
     return m_Segments.emplace(index, std::move(made)).first->second.get();
 }
 

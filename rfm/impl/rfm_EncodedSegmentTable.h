@@ -2,6 +2,7 @@
 
 #include "rfm_EncodedFormat.h"
 #include "rfm_EncodedSegment.h"
+#include "rfm_KnownSegments.h"
 #include "rfm_SectorArray.h"
 #include "rfm_SegmentsAhead.h"
 
@@ -54,5 +55,6 @@ private:
     std::unordered_map<int, std::unique_ptr<rfm_EncodedSegment>> m_Segments;
     std::size_t m_SweepAt;
     rfm_SegmentBuffer m_FirstEncoded; // the stored form of segment 0, while others are written before it
-    std::unique_ptr<rfm_SegmentsAhead> m_Ahead; // of a file that is only read
+    std::unique_ptr<rfm_SegmentsAhead> m_Ahead; // both of a file that is only read
+    std::unique_ptr<rfm_KnownSegments> m_Known;
 };

@@ -35,6 +35,8 @@ public:
     /// decoded ahead, exchanges the memory of `target` for it.
     /// Result: how many bytes came out, as from the codec; nothing when the caller is to do it.
     std::optional<int> Load(int index, rfm_SegmentBuffer& target);
+    /// Whether the last load was of the segment behind the one before.
+    bool IsInARun() const noexcept { return m_Run > 1; }
     /// Begins anew, with the next load.
     void Forget() noexcept;
 

@@ -129,6 +129,13 @@ int ZlibUncompress(unsigned char* target, unsigned long* targetLength, const uns
     return ResultOfInflate(error, stream->avail_out > 0);
 }
 
+bool ZlibUncompressFront(unsigned char* target, unsigned long room, const unsigned char* source,
+                         unsigned long sourceLength)
+{
+    const int result = ZlibUncompress(target, &room, source, sourceLength);
+    return result == Z_OK || result == Z_BUF_ERROR;
+}
+
 // ---- libdeflate: on 64 KiB of field data it deflates two to three times as fast as zlib, and inflates twice as fast ----
 
 #ifdef RFM_HAVE_LIBDEFLATE
@@ -196,13 +203,24 @@ int DeflateUncompress(unsigned char* target, unsigned long* targetLength, const 
     }
     return ZlibUncompress(target, targetLength, source, sourceLength);
 }
+
+bool DeflateUncompressFront(unsigned char* target, unsigned long room, const unsigned char* source,
+                            unsigned long sourceLength)
+{
+    std::size_t written = 0;
+    libdeflate_decompressor* decompressor = Decompressor();
+    if (decompressor == nullptr) return ZlibUncompressFront(target, room, source, sourceLength);
+    const libdeflate_result result =
+        libdeflate_zlib_decompress(decompressor, source, sourceLength, target, room, &written);
+    return result == LIBDEFLATE_SUCCESS || result == LIBDEFLATE_INSUFFICIENT_SPACE;
+}
 #endif
 
 constexpr zip_Engine kEngines[] = {
 #ifdef RFM_HAVE_LIBDEFLATE
-    {"libdeflate", DeflateCompress2, DeflateUncompress},
+    {"libdeflate", DeflateCompress2, DeflateUncompress, DeflateUncompressFront},
 #endif
-    {"zlib", ZlibCompress2, ZlibUncompress},
+    {"zlib", ZlibCompress2, ZlibUncompress, ZlibUncompressFront},
 };
 } // namespace
 
@@ -218,4 +236,10 @@ int zip_uncompress(unsigned char* target, unsigned long* targetLength, const uns
                    unsigned long sourceLength)
 {
     return kEngines[0].uncompress(target, targetLength, source, sourceLength);
+}
+
+bool zip_uncompress_front(unsigned char* target, unsigned long room, const unsigned char* source,
+                          unsigned long sourceLength)
+{
+    return kEngines[0].uncompressFront(target, room, source, sourceLength);
 }

@@ -15,3 +15,14 @@ int zip_compress2(unsigned char* target, unsigned long* targetLength, const unsi
 /// `target` after a failure is undefined.
 int zip_uncompress(unsigned char* target, unsigned long* targetLength, const unsigned char* source,
                    unsigned long sourceLength);
+
+/// The last bytes of a room that may not be written when a stream goes on behind it: a copy of 258 is the longest step. A
+/// block that is stored as it is, since it does not compress, may be left out whole.
+inline constexpr int zip_FrontSlack = 258;
+
+/// Inflates as much of a stream as there is room for, in about that part of the time that all of it takes. Nothing vouches
+/// for these bytes: the sum of a stream is that of all of it, and the fast engine makes no promise of what it leaves behind
+/// when the room is used up. Who asks must know them by another mark.
+/// Result: whether nothing was wrong up to there.
+bool zip_uncompress_front(unsigned char* target, unsigned long room, const unsigned char* source,
+                          unsigned long sourceLength);

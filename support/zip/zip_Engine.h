@@ -10,6 +10,8 @@ struct zip_Engine
                      unsigned long sourceLength, int level);
     int (*uncompress)(unsigned char* target, unsigned long* targetLength, const unsigned char* source,
                       unsigned long sourceLength);
+    bool (*uncompressFront)(unsigned char* target, unsigned long room, const unsigned char* source,
+                            unsigned long sourceLength);
 };
 
 /// The engines of this build, the fastest first: that one does the work.

@@ -28,7 +28,7 @@ void PrintTo(const Result& result, std::ostream* out)
 }
 
 /// zlib's own pair, which all engines are held against.
-constexpr zip_Engine kReference = {"reference", compress2, uncompress};
+constexpr zip_Engine kReference = {"reference", compress2, uncompress, nullptr};
 
 Result Deflate(const zip_Engine& engine, const Bytes& source, std::size_t room, int level = 6)
 {
@@ -54,6 +54,12 @@ Bytes Noise(std::size_t count)
     std::mt19937 random(7);
     Bytes bytes(count);
     for (unsigned char& byte : bytes) byte = static_cast<unsigned char>(random());
+    return bytes;
+}
+Bytes HalfNoise(std::size_t count)
+{
+    Bytes bytes = Noise(count);
+    for (std::size_t i = 0; i < count; i += 2) bytes[i] = 7;
     return bytes;
 }
 Bytes Text(std::size_t count)
@@ -83,6 +89,44 @@ TEST(zip_Compress, TheSameBytesComeBackFromEveryEngineWhoeverWroteThem)
         }
 }
 
+TEST(zip_Compress, TheFrontOfAStreamIsItsFirstBytesButForTheSlack)
+{
+    for (const Bytes& sample : {Text(100), Text(65536), Bytes(65536, 0), HalfNoise(65536)})
+        for (const zip_Engine& writer : zip_Engines())
+            for (const zip_Engine& reader : zip_Engines())
+            {
+                const Bytes stream = Deflate(writer, sample, 80000).bytes;
+                for (std::size_t room = 1; room < 70000; room += room < 1100 ? 7 : 3001)
+                {
+                    Bytes target(room + 1, 0xEE);
+                    ASSERT_TRUE(reader.uncompressFront(target.data(), room, stream.data(), stream.size()))
+                        << reader.name << " " << room;
+                    EXPECT_EQ(target[room], 0xEE) << reader.name << " wrote behind its room";
+                    const std::size_t sure = sample.size() <= room   ? sample.size()
+                                             : room < zip_FrontSlack ? 0
+                                                                     : room - zip_FrontSlack;
+                    ASSERT_TRUE(std::equal(sample.begin(), sample.begin() + static_cast<std::ptrdiff_t>(sure),
+                                           target.begin()))
+                        << reader.name << " " << room;
+                }
+            }
+}
+
+TEST(zip_Compress, WhatIsNoStreamHasNoFront)
+{
+    Bytes stream = Deflate(kReference, Text(65536), 80000).bytes;
+    Bytes target(1000);
+    for (const zip_Engine& engine : zip_Engines())
+    {
+        const Bytes noise = Noise(500);
+        EXPECT_FALSE(engine.uncompressFront(target.data(), 1000, noise.data(), noise.size())) << engine.name;
+        EXPECT_FALSE(engine.uncompressFront(target.data(), 1000, stream.data(), 10))
+            << engine.name << ", cut";
+        EXPECT_FALSE(engine.uncompressFront(target.data(), 1000, stream.data(), 0))
+            << engine.name << ", empty";
+    }
+}
+
 TEST(zip_Compress, TheDoorLeadsToTheFirstEngine)
 {
     const Bytes sample = Text(5000);
@@ -96,6 +140,7 @@ TEST(zip_Compress, TheDoorLeadsToTheFirstEngine)
     ASSERT_EQ(zip_uncompress(back.data(), &length, target.data(), target.size()), 0);
     EXPECT_EQ(length, 5000U);
     EXPECT_EQ(back, sample);
+    ASSERT_TRUE(zip_uncompress_front(back.data(), 1000, target.data(), target.size()));
 }
 
 TEST(zip_Compress, ItIsAZlibStream)

@@ -26,24 +26,31 @@ std::array<int, 2> NewPipe()
     return ends;
 }
 
+/// Starts a program whose standard input and output are these.
+pid_t Start(std::vector<std::string>& words, int input, int output)
+{
+    std::vector<char*> arguments;
+    for (std::string& word : words) arguments.push_back(word.data());
+    arguments.push_back(nullptr);
+    const pid_t process = ::fork();
+    if (process < 0) Fail("fork");
+    if (process == 0)
+    {
+        ::dup2(input, STDIN_FILENO);
+        ::dup2(output, STDOUT_FILENO);
+        ::execv(arguments[0], arguments.data());
+        ::_exit(127);
+    }
+    return process;
+}
+
 } // namespace
 
 PipedChild::PipedChild(std::vector<std::string> words)
 {
     const std::array<int, 2> in = NewPipe();
     const std::array<int, 2> out = NewPipe();
-    std::vector<char*> arguments;
-    for (std::string& word : words) arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    m_Process = ::fork();
-    if (m_Process < 0) Fail("fork");
-    if (m_Process == 0)
-    {
-        ::dup2(in[0], STDIN_FILENO);
-        ::dup2(out[1], STDOUT_FILENO);
-        ::execv(arguments[0], arguments.data());
-        ::_exit(127);
-    }
+    m_Process = Start(words, in[0], out[1]);
     ::close(in[0]);
     ::close(out[1]);
     m_In = in[1];
@@ -81,19 +88,25 @@ std::string PipedChild::Read(std::size_t count) const
     return bytes;
 }
 
-void RunToEnd(std::vector<std::string> words)
+std::string PipedChild::ReadLine() const
+{
+    std::string line;
+    for (char byte = 0;;)
+    {
+        Read(&byte, 1);
+        if (byte == '\n') return line;
+        line += byte;
+    }
+}
+
+void RunToEnd(std::vector<std::string> words, const std::string& output)
 {
     const std::string program = words.front();
-    std::vector<char*> arguments;
-    for (std::string& word : words) arguments.push_back(word.data());
-    arguments.push_back(nullptr);
-    const pid_t process = ::fork();
-    if (process < 0) Fail("fork");
-    if (process == 0)
-    {
-        ::execv(arguments[0], arguments.data());
-        ::_exit(127);
-    }
+    int target = STDOUT_FILENO;
+    if (!output.empty()) target = ::open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (target < 0) Fail(output);
+    const pid_t process = Start(words, STDIN_FILENO, target);
+    if (target != STDOUT_FILENO) ::close(target);
     int status = 0;
     if (::waitpid(process, &status, 0) != process || status != 0)
         throw std::runtime_error(program + " has failed");

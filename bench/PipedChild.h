@@ -23,6 +23,8 @@ public:
     /// Exactly `count` bytes.
     void Read(char* target, std::size_t count) const;
     std::string Read(std::size_t count) const;
+    /// Up to the end of the line, which is left out.
+    std::string ReadLine() const;
 
 private:
     pid_t m_Process = -1;
@@ -30,7 +32,7 @@ private:
     int m_Out = -1;
 };
 
-/// Runs a program to its end.
-void RunToEnd(std::vector<std::string> words);
+/// Runs a program to its end; what it prints goes to a new file, if one is named.
+void RunToEnd(std::vector<std::string> words, const std::string& output = {});
 
 } // namespace bench

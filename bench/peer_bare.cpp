@@ -3,6 +3,7 @@
 #include "contenders.h"
 #include "deflate.h"
 #include "peers.h"
+#include "tool.h"
 #ifdef RFM_BENCH_SSHD
 #include "remote.h"
 #endif
@@ -567,6 +568,10 @@ std::unique_ptr<Contender> Make(Kind kind, const Setting& setting)
     case Kind::RemoteCold:
     case Kind::RemoteWarm: return MakeRemoteBare(kind, setting);
 #endif
+    case Kind::ToolStart:
+    case Kind::ToolInfo:
+    case Kind::ToolList:
+    case Kind::ToolFollowed: return MakeToolBare(kind, setting);
     default: return MakeOf<Store>(kind, setting);
     }
 }

@@ -4,6 +4,7 @@
 
 #include "contenders.h"
 #include "peers.h"
+#include "tool.h"
 
 #include <algorithm>
 #include <cstring>
@@ -549,6 +550,7 @@ std::unique_ptr<Contender> Make(Kind kind, const Setting& setting)
         return MakeCompressed<HeldField>(kind, setting, {kSteps, WriteField, ReadField, fieldBlocks});
     case Kind::HdfWrite: return std::make_unique<WholeWrite>(setting, bytes);
     case Kind::HdfRead: return std::make_unique<WholeRead>(setting, bytes);
+    case Kind::ToolArray: return MakeHdf5Tool(kind, setting);
     default: return MakeOf<Store>(kind, setting);
     }
 }
@@ -564,17 +566,24 @@ std::string Version()
 
 } // namespace
 
+void WriteHdf5Doubles(const std::string& file, const std::vector<double>& values)
+{
+    const Id open = CreateFile(file);
+    Pieces array(CreateDataset(open, "array", values.size(), {.fileType = H5T_NATIVE_DOUBLE}),
+                 H5T_NATIVE_DOUBLE, values.size());
+    array.Write(0, values.data());
+}
+
 Peer Hdf5Peer()
 {
-    return {
-        .name = "HDF5",
-        .note =
-            Version() +
-            ": newest layout, packet table in chunks of 1024 rows, chunk cache 128 MiB; bulk: "
-            "contiguous, no fill; small: compact; visible: single writer, H5Dflush and H5Drefresh; "
-            "compressed: "
-            "gzip 6 in chunks of 64 KiB, chunk cache 1 MiB; hdf: bytes in chunks of 4096, all else default",
-        .make = Make};
+    return {.name = "HDF5",
+            .note = Version() +
+                    ": newest layout, packet table in chunks of 1024 rows, chunk cache 128 MiB; bulk: "
+                    "contiguous, no fill; small: compact; visible: single writer, H5Dflush and H5Drefresh; "
+                    "compressed: "
+                    "gzip 6 in chunks of 64 KiB, chunk cache 1 MiB; hdf: bytes in chunks of 4096, all else "
+                    "default; tool: h5dump",
+            .make = Make};
 }
 
 } // namespace bench

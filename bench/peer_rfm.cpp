@@ -3,6 +3,7 @@
 
 #include "contenders.h"
 #include "peers.h"
+#include "tool.h"
 #ifdef RFM_BENCH_SSHD
 #include "remote.h"
 #endif
@@ -521,6 +522,13 @@ std::unique_ptr<Contender> Make(Kind kind, const Setting& setting)
     case Kind::RemoteCold:
     case Kind::RemoteWarm: return MakeRemote(kind, setting);
 #endif
+    case Kind::ToolStart:
+    case Kind::ToolInfo:
+    case Kind::ToolList:
+    case Kind::ToolTable:
+    case Kind::ToolArray:
+    case Kind::ToolFollow:
+    case Kind::ToolFollowed: return MakeTool(kind, setting);
     default: return MakeOf<Store>(kind, setting);
     }
 }
@@ -547,6 +555,8 @@ std::unique_ptr<Contender> MakeRfmPlain(Kind kind, const Setting& setting)
 {
     return MakeOf<Store>(kind, setting);
 }
+
+LivePeer RfmLive(const std::string& file) { return LiveOf<Store>(file); }
 
 void StartRfm() { Library::Start(); }
 

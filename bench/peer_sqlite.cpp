@@ -3,6 +3,7 @@
 
 #include "contenders.h"
 #include "peers.h"
+#include "tool.h"
 
 #include <cstring>
 #include <sqlite3.h>
@@ -462,18 +463,28 @@ constexpr StoreSteps kSteps{
     {"bench.sqlite", RemoveDatabase}, WriteRows, WriteBlocks, ReadBlocks, WriteObjects, ReadObjects};
 using Store = StoreOf<kSteps, RowTable, ObjectReader, TextReader, TextInterner, WalWriter, WalReader>;
 
+std::unique_ptr<Contender> Make(Kind kind, const Setting& setting)
+{
+    switch (kind)
+    {
+    case Kind::ToolInfo:
+    case Kind::ToolList:
+    case Kind::ToolTable: return MakeSqliteTool(kind, setting);
+    default: return MakeOf<Store>(kind, setting);
+    }
+}
+
 } // namespace
 
 Peer SqlitePeer()
 {
-    return {
-        .name = "SQLite",
-        .note =
-            std::string(sqlite3_libversion()) +
-            ": prepared statements, one transaction, journal_mode OFF, synchronous OFF, locking_mode "
-            "EXCLUSIVE, "
-            "page_size 8192, cache 256 MiB, mmap 2 GiB; open: no pragmas; visible: WAL, PRAGMA data_version",
-        .make = MakeOf<Store>};
+    return {.name = "SQLite",
+            .note = std::string(sqlite3_libversion()) +
+                    ": prepared statements, one transaction, journal_mode OFF, synchronous OFF, locking_mode "
+                    "EXCLUSIVE, "
+                    "page_size 8192, cache 256 MiB, mmap 2 GiB; open: no pragmas; visible: WAL, PRAGMA "
+                    "data_version; tool: sqlite3 with .tables and -csv",
+            .make = Make};
 }
 
 } // namespace bench

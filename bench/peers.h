@@ -1,7 +1,7 @@
 // The peers of a run, ours first.
 #pragma once
 
-#include "Contender.h"
+#include "live.h"
 
 #include <string>
 #include <vector>
@@ -35,6 +35,12 @@ std::unique_ptr<Contender> MakeRfmPlain(Kind kind, const Setting& setting);
 
 /// Starts our library, which stays up as long as the process.
 void StartRfm();
+
+/// A table of ours that is written and followed.
+LivePeer RfmLive(const std::string& file);
+
+/// A new HDF5 file with the dataset "array", contiguous.
+void WriteHdf5Doubles(const std::string& file, const std::vector<double>& values);
 
 /// Writes the rows to a plain file of ours.
 void WriteRfmRows(const std::string& file, int count);

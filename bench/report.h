@@ -11,12 +11,13 @@
 namespace bench
 {
 
-/// Ours must take at most `factor` times what `peer` takes.
+/// Ours must take at most `factor` times what `peer` takes, and `seconds` more; without a peer the seconds alone.
 struct Goal
 {
     std::string_view text;
     std::string_view peer;
     double factor = 1;
+    double seconds = 0;
 };
 
 struct Workload
@@ -30,6 +31,8 @@ struct Workload
     std::vector<Goal> aim;
     /// What is measured: seconds, or bytes of a file.
     bool isSize = false;
+    /// Needs another host, or programs of peers: only when all are asked for.
+    bool isExtra = false;
 };
 
 std::vector<Workload> AllWorkloads();

@@ -17,8 +17,9 @@ namespace
 using namespace bench;
 
 constexpr const char* kUsage =
-    "usage: rfm_bench [--only NAME]... [--peer NAME]... [--rounds N] [--scale F] [--cpu] [--dir DIRECTORY]\n"
-    "                 [--list]\n"
+    "usage: rfm_bench [--all] [--only NAME]... [--peer NAME]... [--rounds N] [--scale F] [--cpu]\n"
+    "                 [--dir DIRECTORY] [--list]\n"
+    "  --all            remote files and the tool as well\n"
     "  --only NAME      only this workload; may be given again\n"
     "  --peer NAME      beside rfm only this peer; may be given again\n"
     "  --rounds N       rounds per workload, 3 when not given\n"
@@ -39,6 +40,7 @@ struct Options
     int rounds = 3;
     double scale = 1;
     std::filesystem::path directory = RFM_BENCH_DIRECTORY;
+    bool all = false;
     bool list = false;
     bool cpu = false;
     bool help = false;
@@ -76,6 +78,8 @@ Options ParseOptions(int count, char** words)
             options.scale = ParseNumber<double>(word, value(word));
         else if (word == "--dir")
             options.directory = value(word);
+        else if (word == "--all")
+            options.all = true;
         else if (word == "--cpu")
             options.cpu = true;
         else if (word == "--list")
@@ -105,6 +109,10 @@ std::vector<Workload> ChosenWorkloads(const Options& options)
     if (!options.only.empty())
     {
         std::erase_if(all, [&](const Workload& each) { return !Contains(options.only, each.name); });
+    }
+    else if (!options.all)
+    {
+        std::erase_if(all, [](const Workload& each) { return each.isExtra; });
     }
     return all;
 }

@@ -99,6 +99,25 @@ std::uint64_t RandomFieldRowsSum(const Sizes& sizes)
     return sum;
 }
 
+/// Every number four times, and one for each number or text.
+std::uint64_t ToolRowsSum(int count)
+{
+    std::uint64_t sum = 0;
+    for (int i = 0; i < count; ++i)
+    {
+        const ToolRow row = ToolRowAt(i);
+        sum += static_cast<std::uint64_t>((row.number + row.part + row.x + row.y) * 4) + 5;
+    }
+    return sum;
+}
+
+std::uint64_t ToolArraySum(int count)
+{
+    std::uint64_t sum = 0;
+    for (int i = 0; i < count; ++i) sum += static_cast<std::uint64_t>(ToolArrayValue(i) * 4) + 1;
+    return sum;
+}
+
 std::uint64_t RandomBlockRowsSum(const Sizes& sizes)
 {
     BlockMaker maker;
@@ -139,7 +158,20 @@ Sizes Sizes::Scaled(double factor) const
     scaled.fieldRandomCount = ScaledCount(fieldRandomCount, factor, 100);
     scaled.remoteBlockCount = ScaledCount(remoteBlockCount, factor, 4);
     scaled.remoteRandomCount = ScaledCount(remoteRandomCount, factor, 100);
+    scaled.toolObjectDoubles = ScaledCount(toolObjectDoubles, factor, 100);
+    scaled.toolRowCount = ScaledCount(toolRowCount, factor, 100);
+    scaled.toolArrayDoubles = ScaledCount(toolArrayDoubles, factor, 1'000);
+    scaled.toolFlushCount = ScaledCount(toolFlushCount, factor, 10);
     return scaled;
+}
+
+ToolRow ToolRowAt(int position)
+{
+    return {.number = position,
+            .part = position % 7,
+            .x = position * 0.5,
+            .y = position * 0.25,
+            .zone = Formatted("zone_%03d", position % 1'000)};
 }
 
 const std::vector<std::string>& RowTexts()
@@ -277,6 +309,13 @@ std::uint64_t ExpectedSum(Kind kind, const Sizes& sizes, int round)
     case Kind::RemoteRead: return BlocksSum(sizes.remoteBlockCount);
     case Kind::RemoteCold:
     case Kind::RemoteWarm: return RandomBlockRowsSum(sizes);
+    case Kind::ToolStart: return 0;
+    case Kind::ToolInfo:
+    case Kind::ToolList: return static_cast<std::uint64_t>(sizes.toolObjectCount);
+    case Kind::ToolTable: return ToolRowsSum(sizes.toolRowCount);
+    case Kind::ToolArray: return ToolArraySum(sizes.toolArrayDoubles);
+    case Kind::ToolFollow: return static_cast<std::uint64_t>(sizes.toolFlushCount);
+    case Kind::ToolFollowed: return static_cast<std::uint64_t>(sizes.rowCount);
     }
     return 0;
 }

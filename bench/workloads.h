@@ -41,6 +41,13 @@ enum class Kind
     RemoteRead,
     RemoteCold,
     RemoteWarm,
+    ToolStart,
+    ToolInfo,
+    ToolList,
+    ToolTable,
+    ToolArray,
+    ToolFollow,
+    ToolFollowed,
 };
 
 struct Sizes
@@ -63,6 +70,12 @@ struct Sizes
     int fieldRandomCount = 20'000;
     int remoteBlockCount = 256;
     int remoteRandomCount = 2'000;
+    int toolStarts = 20;
+    int toolObjectCount = 100;
+    int toolObjectDoubles = 150'000;
+    int toolRowCount = 100'000;
+    int toolArrayDoubles = 15'000'000;
+    int toolFlushCount = 100;
 
     /// The same work with every count multiplied by `factor`, never below what exercises each path.
     Sizes Scaled(double factor) const;
@@ -220,6 +233,18 @@ inline std::uint64_t ObjectSum(const double* values, int index)
     return sum * (2 * static_cast<std::uint64_t>(index) + 1);
 }
 std::uint64_t ObjectsSum(int count);
+
+/// What the tool writes out: quarters, so that a sum of them is exact.
+struct ToolRow
+{
+    int number = 0;
+    int part = 0;
+    double x = 0;
+    double y = 0;
+    std::string zone;
+};
+ToolRow ToolRowAt(int position);
+inline double ToolArrayValue(int position) { return position % kBlockDoubles * 0.25; }
 
 /// A text that no other index has, 16 to 22 bytes.
 std::string DistinctText(int index);

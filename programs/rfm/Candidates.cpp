@@ -4,7 +4,6 @@
 #include "Selection.h"
 #include "Text.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -20,9 +19,8 @@ using Commands = std::vector<std::unique_ptr<Command>>;
 // Where the last word stands in a command's line.
 struct Place
 {
-    const CLI::Option* takes =
-        nullptr;     // the argument or the option that takes the word; null when nothing does
-    Words arguments; // those before it
+    const Option* takes = nullptr; // the argument or the option that takes the word; null when nothing does
+    Words arguments;               // those before it
 };
 
 Words CommandNames(const Commands& commands)
@@ -32,22 +30,17 @@ Words CommandNames(const Commands& commands)
     return names;
 }
 
-std::vector<const CLI::Option*> Arguments(const CLI::App& app)
+const Option* ArgumentAt(const Options& options, std::size_t index)
 {
-    return app.get_options([](const CLI::Option* option) { return option->get_positional(); });
-}
-
-const CLI::Option* ArgumentAt(const CLI::App& app, std::size_t index)
-{
-    const std::vector<const CLI::Option*> all = Arguments(app);
+    const std::vector<const Option*> all = options.Arguments();
     if (index < all.size()) return all[index];
-    return !all.empty() && all.back()->get_items_expected_max() > 1 ? all.back() : nullptr;
+    return !all.empty() && all.back()->IsList() ? all.back() : nullptr;
 }
 
-Place PlaceOfLast(const CLI::App& app, const Words& words)
+Place PlaceOfLast(const Options& options, const Words& words)
 {
     Place place;
-    const CLI::Option* pending = nullptr;
+    const Option* pending = nullptr;
     for (std::size_t i = 0; i + 1 < words.size(); ++i)
     {
         const bool isValue = pending != nullptr;
@@ -55,33 +48,11 @@ Place PlaceOfLast(const CLI::App& app, const Words& words)
         if (isValue) continue;
         if (!words[i].starts_with('-'))
             place.arguments.push_back(words[i]);
-        else if (const CLI::Option* option = app.get_option_no_throw(words[i]);
-                 option != nullptr && option->get_items_expected_max() > 0)
+        else if (const Option* option = options.Find(words[i]); option != nullptr && !option->IsFlag())
             pending = option;
     }
-    place.takes = pending != nullptr ? pending : ArgumentAt(app, place.arguments.size());
+    place.takes = pending != nullptr ? pending : ArgumentAt(options, place.arguments.size());
     return place;
-}
-
-Words OptionNames(const CLI::App& app)
-{
-    Words names;
-    for (const CLI::Option* option : app.get_options())
-    {
-        for (const std::string& name : option->get_snames()) names.push_back("-" + name);
-        for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
-    }
-    return names;
-}
-
-// What stands between the braces of "KIND:{plain,compressed,hdf5}".
-Words Choices(const CLI::Option& option)
-{
-    const std::string type = option.get_type_name();
-    const std::size_t open = type.find('{');
-    const std::size_t close = type.rfind('}');
-    if (open == std::string::npos || close == std::string::npos || close < open) return {};
-    return Split(type.substr(open + 1, close - open - 1), ',');
 }
 
 Words FieldNames(DatabaseFile& file, const std::string& object)
@@ -135,18 +106,17 @@ Words FieldsOfObject(const Words& arguments, const std::string& word)
 
 Words InCommand(Command& command, const Words& words)
 {
-    CLI::App app;
-    app.set_help_flag("-h,--help", "");
-    command.Declare(app);
+    Options options;
+    command.Declare(options);
     const std::string& word = words.back();
-    const Place place = PlaceOfLast(app, words);
-    if (word.starts_with('-')) return OptionNames(app);
+    const Place place = PlaceOfLast(options, words);
+    if (word.starts_with('-')) return options.Names();
     if (place.takes == nullptr) return {};
-    const std::string name = place.takes->get_name();
+    const std::string& name = place.takes->Name();
     if (name == "--fields" || name.starts_with("FIELD")) return FieldsOfObject(place.arguments, word);
     if (name.starts_with("OBJECT") && !place.arguments.empty())
         return ObjectsOrFields(place.arguments[0], word);
-    return Choices(*place.takes);
+    return place.takes->choices;
 }
 
 Words Candidates(const Commands& commands, Words words)

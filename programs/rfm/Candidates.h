@@ -12,7 +12,7 @@ namespace rfm_tool
 /// may be empty, can be completed to. They are commands, options, an option's choices, and objects and fields out of the
 /// file that the words name. Nothing where only a file fits: those the shell knows best.
 ///
-/// An option or argument tells its choices by its check's description: "{plain,compressed,hdf5}". One that is called
+/// An option or argument that is called
 /// OBJECT takes objects, --fields and what is called FIELD take fields of that object.
 /// Throws: Failure, for a file that can't be read.
 int PrintCandidates(const std::vector<std::unique_ptr<Command>>& commands,

@@ -1,6 +1,5 @@
 #include "Command.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <charconv>
@@ -11,9 +10,9 @@ namespace rfm_tool
 namespace
 {
 // What the parser itself says of a number out of range is a line of 600 digits.
-template <class T> CLI::Validator NotNegative(const char* wanted)
+template <class T> Option::Judge NotNegative(const char* wanted)
 {
-    const auto judge = [wanted](std::string& text) -> std::string
+    return [wanted](const std::string& text) -> std::string
     {
         T value{};
         const std::from_chars_result end = std::from_chars(text.data(), text.data() + text.size(), value);
@@ -21,38 +20,37 @@ template <class T> CLI::Validator NotNegative(const char* wanted)
         if (isNumber && value >= 0) return {};
         return text + " is not " + wanted;
     };
-    return CLI::Validator(judge, "");
 }
 } // namespace
 
-void DeclareCount(CLI::App& app, const std::string& name, std::int64_t& value, const std::string& valueName,
-                  const std::string& help)
+void DeclareCount(Options& options, const std::string& name, std::int64_t& value,
+                  const std::string& valueName, const std::string& help)
 {
-    app.add_option(name, value, help)
-        ->type_name(valueName)
-        ->check(NotNegative<std::int64_t>("a whole number from 0 up"));
+    options.Add(name, value, help)
+        .ValueName(valueName)
+        .Check(NotNegative<std::int64_t>("a whole number from 0 up"));
 }
 
-void DeclareNumber(CLI::App& app, const std::string& name, double& value, const std::string& valueName,
+void DeclareNumber(Options& options, const std::string& name, double& value, const std::string& valueName,
                    const std::string& help)
 {
-    app.add_option(name, value, help)->type_name(valueName)->check(NotNegative<double>("a number from 0 up"));
+    options.Add(name, value, help).ValueName(valueName).Check(NotNegative<double>("a number from 0 up"));
 }
 
-void DeclareSeconds(CLI::App& app, const std::string& name, double& value, const std::string& help)
+void DeclareSeconds(Options& options, const std::string& name, double& value, const std::string& help)
 {
-    app.add_option(name, value, help)->type_name("S")->check(NotNegative<double>("a number of seconds"));
+    options.Add(name, value, help).ValueName("S").Check(NotNegative<double>("a number of seconds"));
 }
 
-void StyleOptions::DeclareJson(CLI::App& app)
+void StyleOptions::DeclareJson(Options& options)
 {
-    app.add_flag("--json", json, "as JSON, in a shape that stays (docs/cli.md)");
+    options.Add("--json", json, "as JSON, in a shape that stays (docs/cli.md)");
 }
 
-void StyleOptions::DeclareAll(CLI::App& app)
+void StyleOptions::DeclareAll(Options& options)
 {
-    DeclareJson(app);
-    app.add_flag("--csv", csv, "as CSV")->excludes("--json");
+    DeclareJson(options);
+    options.Add("--csv", csv, "as CSV").Excludes("--json");
 }
 
 Style StyleOptions::Choose(const Output& output) const
@@ -81,5 +79,5 @@ void Screenful::TellTheRest() const
         Note(fmt::format("there is more: {} lines in all; --all shows it", m_Count));
 }
 
-void DeclareFile(CLI::App& app, std::string& file) { app.add_option("FILE", file, "a database")->required(); }
+void DeclareFile(Options& options, std::string& file) { options.Add("FILE", file, "a database").Required(); }
 } // namespace rfm_tool

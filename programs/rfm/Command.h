@@ -2,6 +2,7 @@
 
 #include "Failure.h"
 #include "Listing.h"
+#include "Options.h"
 #include "Output.h"
 
 #include <cstdint>
@@ -9,11 +10,6 @@
 #include <string>
 #include <string_view>
 #include <vector>
-
-namespace CLI
-{
-class App;
-}
 
 namespace rfm_tool
 {
@@ -34,7 +30,7 @@ public:
     /// What more there is to say, and three examples.
     virtual std::string_view Help() const = 0;
     /// Names options and arguments; their values go to members of the command.
-    virtual void Declare(CLI::App& app) = 0;
+    virtual void Declare(Options& options) = 0;
     /// Data goes to `output`, notes to standard error.
     /// Throws: Failure.
     virtual int Run(Output& output) = 0;
@@ -46,8 +42,8 @@ struct StyleOptions
     bool json = false;
     bool csv = false;
 
-    void DeclareJson(CLI::App& app);
-    void DeclareAll(CLI::App& app);
+    void DeclareJson(Options& options);
+    void DeclareAll(Options& options);
     Style Choose(const Output& output) const;
 };
 
@@ -70,12 +66,12 @@ private:
 
 /// An option that takes a whole number from 0 up, one that takes any number from 0 up, and one that takes seconds,
 /// parts of them too.
-void DeclareCount(CLI::App& app, const std::string& name, std::int64_t& value, const std::string& valueName,
-                  const std::string& help);
-void DeclareNumber(CLI::App& app, const std::string& name, double& value, const std::string& valueName,
+void DeclareCount(Options& options, const std::string& name, std::int64_t& value,
+                  const std::string& valueName, const std::string& help);
+void DeclareNumber(Options& options, const std::string& name, double& value, const std::string& valueName,
                    const std::string& help);
-void DeclareSeconds(CLI::App& app, const std::string& name, double& value, const std::string& help);
+void DeclareSeconds(Options& options, const std::string& name, double& value, const std::string& help);
 
 /// The argument FILE, which every command has first.
-void DeclareFile(CLI::App& app, std::string& file);
+void DeclareFile(Options& options, std::string& file);
 } // namespace rfm_tool

@@ -1,9 +1,8 @@
 #include "FileKind.h"
 
+#include "Options.h"
 #include "RemoteDoor.h"
 #include "rfm_FileRepr.h"
-
-#include <CLI/CLI.hpp>
 
 #include <array>
 #include <cstdlib>
@@ -82,17 +81,11 @@ FileKind KindOfWord(std::string_view word)
     return FileKind::Plain;
 }
 
-void DeclareKind(CLI::App& app, std::string& word, const std::string& help)
+Option& DeclareKind(Options& options, std::string& word, const std::string& help)
 {
-    const auto judge = [](std::string& text) -> std::string
-    {
-        for (const FileKind kind : kKinds)
-            if (text == KindWord(kind)) return {};
-        return text + " is not plain, compressed or hdf5";
-    };
-    app.add_option("--to", word, help)
-        ->type_name("KIND")
-        ->check(CLI::Validator(judge, "{plain,compressed,hdf5}"));
+    std::vector<std::string> words;
+    for (const FileKind kind : kKinds) words.emplace_back(KindWord(kind));
+    return options.Add("--to", word, help).ValueName("KIND").OneOf(std::move(words));
 }
 
 rfm_File CreateFileOfKind(FileKind kind, const std::string& path)

@@ -6,13 +6,11 @@
 #include <string>
 #include <string_view>
 
-namespace CLI
-{
-class App;
-}
-
 namespace rfm_tool
 {
+struct Option;
+class Options;
+
 /// What a database lies in.
 enum class FileKind
 {
@@ -28,7 +26,7 @@ FileKind KindOfFile(const std::string& path);
 /// Size of the file as the disk has it.
 std::int64_t BytesOnDisk(const std::string& path);
 /// An option that takes one of the words; empty when it was not given.
-void DeclareKind(CLI::App& app, std::string& word, const std::string& help);
+Option& DeclareKind(Options& options, std::string& word, const std::string& help);
 /// The kind that such an option names.
 FileKind KindOfWord(std::string_view word);
 

@@ -1,23 +1,22 @@
 #include "RowQuery.h"
 
 #include "Failure.h"
+#include "Options.h"
 #include "RemoteDoor.h"
 #include "Text.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <numeric>
 
 namespace rfm_tool
 {
-void RowQuery::Declare(CLI::App& app)
+void RowQuery::Declare(Options& options)
 {
-    app.add_option("OBJECT", object, "a handle, the name of a table, or TABLE.FIELD; with * ? [a-z]")
-        ->required();
-    app.add_option("--where", where, "only rows for which this holds: 'x > 0 and name ~ \"a*\"'")
-        ->type_name("EXPR");
-    app.add_option("--fields", fields, "only these fields, in this order")->type_name("A,B");
+    options.Add("OBJECT", object, "a handle, the name of a table, or TABLE.FIELD; with * ? [a-z]").Required();
+    options.Add("--where", where, "only rows for which this holds: 'x > 0 and name ~ \"a*\"'")
+        .ValueName("EXPR");
+    options.Add("--fields", fields, "only these fields, in this order").ValueName("A,B");
 }
 
 QueriedRows::QueriedRows(DatabaseFile& file, const RowQuery& query)

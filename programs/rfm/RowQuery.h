@@ -8,13 +8,10 @@
 #include <string>
 #include <vector>
 
-namespace CLI
-{
-class App;
-}
-
 namespace rfm_tool
 {
+class Options;
+
 /// What a command line says of the rows that it wants.
 struct RowQuery
 {
@@ -23,7 +20,7 @@ struct RowQuery
     std::string fields; // empty: those that `object` names, or all
 
     /// The argument OBJECT and the options --where and --fields.
-    void Declare(CLI::App& app);
+    void Declare(Options& options);
 };
 
 /// The rows that a query chooses, as they come.

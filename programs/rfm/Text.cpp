@@ -1,7 +1,6 @@
 #include "Text.h"
 
 #include <fmt/format.h>
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <charconv>
@@ -64,6 +63,28 @@ bool IsControl(std::string_view sequence)
     const unsigned char first = static_cast<unsigned char>(sequence[0]);
     if (sequence.size() == 1) return first < 0x20 || first == 0x7F;
     return sequence.size() == 2 && first == 0xC2 && static_cast<unsigned char>(sequence[1]) < 0xA0;
+}
+
+// Escaped is what must be: quotes, backslashes and control characters below the space.
+std::string JsonString(std::string_view text)
+{
+    std::string quoted = "\"";
+    for (const char byte : text) switch (byte)
+        {
+        case '"': quoted += "\\\""; break;
+        case '\\': quoted += "\\\\"; break;
+        case '\b': quoted += "\\b"; break;
+        case '\f': quoted += "\\f"; break;
+        case '\n': quoted += "\\n"; break;
+        case '\r': quoted += "\\r"; break;
+        case '\t': quoted += "\\t"; break;
+        default:
+            if (static_cast<unsigned char>(byte) < 0x20)
+                quoted += fmt::format("\\u{:04x}", static_cast<unsigned char>(byte));
+            else
+                quoted += byte;
+        }
+    return quoted + '"';
 }
 
 std::string Escaped(std::string_view bytes)
@@ -160,7 +181,7 @@ std::string XmlText(std::string_view text)
 
 std::string TextJson(std::string_view text)
 {
-    if (IsUtf8(text)) return nlohmann::json(std::string(text)).dump();
+    if (IsUtf8(text)) return JsonString(text);
     std::string hex = "{\"hex\":\"";
     for (const char byte : text) hex += fmt::format("{:02x}", static_cast<unsigned char>(byte));
     return hex + "\"}";

@@ -4,7 +4,6 @@
 #include "Text.h"
 #include "nex_Exception.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 namespace rfm_tool
@@ -28,7 +27,7 @@ public:
                "  rfm browse \"Network connectors/box1/results\" --only databases\n"
                "  rfm browse mrkrdb://localhost//data --json | jq -r '.rows[][3]'\n";
     }
-    void Declare(CLI::App& app) override;
+    void Declare(Options& options) override;
     int Run(Output& output) override;
 
 private:
@@ -45,19 +44,17 @@ private:
     StyleOptions m_Style;
 };
 
-void BrowseCommand::Declare(CLI::App& app)
+void BrowseCommand::Declare(Options& options)
 {
-    app.add_option("PATH", m_Path, "a folder on another host")->required();
-    app.add_flag("-a", m_HasHidden, "names that begin with a point too");
-    const auto judge = [](std::string& text) -> std::string
-    { return text == "databases" || text == "folders" ? "" : text + " is not databases or folders"; };
-    app.add_option("--only", m_Only, "databases: files named *.rdx, and folders; or folders alone")
-        ->type_name("WHAT:{databases,folders}")
-        ->check(CLI::Validator(judge, ""))
-        ->excludes("-a");
-    app.add_flag("-l", m_IsLong, "rights, owner and group too");
-    app.add_flag("--all", m_All, "all lines, on a terminal in a pager");
-    m_Style.DeclareAll(app);
+    options.Add("PATH", m_Path, "a folder on another host").Required();
+    options.Add("-a", m_HasHidden, "names that begin with a point too");
+    options.Add("--only", m_Only, "databases: files named *.rdx, and folders; or folders alone")
+        .ValueName("WHAT")
+        .OneOf({"databases", "folders"})
+        .Excludes("-a");
+    options.Add("-l", m_IsLong, "rights, owner and group too");
+    options.Add("--all", m_All, "all lines, on a terminal in a pager");
+    m_Style.DeclareAll(options);
 }
 
 rdb_FileFilterID BrowseCommand::Filter() const

@@ -6,7 +6,6 @@
 #include "SectorWalk.h"
 #include "Text.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <sys/stat.h>
 
@@ -64,11 +63,11 @@ public:
                "  rfm check job.rdx && cp job.rdx safe/\n"
                "  rfm check job.rdx --json | jq '.damages[].handle'\n";
     }
-    void Declare(CLI::App& app) override
+    void Declare(Options& options) override
     {
-        DeclareFile(app, m_File);
-        m_Style.DeclareJson(app);
-        DeclareCount(app, "-n", m_MostOfAnObject, "N", "tell at most N damages of each object (20)");
+        DeclareFile(options, m_File);
+        m_Style.DeclareJson(options);
+        DeclareCount(options, "-n", m_MostOfAnObject, "N", "tell at most N damages of each object (20)");
     }
     int Run(Output& output) override;
 

@@ -9,7 +9,6 @@
 #include "Text.h"
 #include "WriterWatch.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 namespace rfm_tool
@@ -35,13 +34,13 @@ public:
                "  rfm compact job.rdx job.sdx --to compressed\n"
                "  rfm compact job.rdx new.rdx && mv new.rdx job.rdx\n";
     }
-    void Declare(CLI::App& app) override
+    void Declare(Options& options) override
     {
-        app.add_option("IN", m_In, "a database")->required();
-        app.add_option("OUT", m_Out, "the new file")->required();
-        DeclareKind(app, m_To, "plain, compressed or hdf5 (the kind of IN)");
-        app.add_flag("-f,--force", m_Force, "replace OUT when it is there");
-        m_Style.DeclareJson(app);
+        options.Add("IN", m_In, "a database").Required();
+        options.Add("OUT", m_Out, "the new file").Required();
+        DeclareKind(options, m_To, "plain, compressed or hdf5 (the kind of IN)");
+        options.Add("-f,--force", m_Force, "replace OUT when it is there");
+        m_Style.DeclareJson(options);
     }
     int Run(Output& output) override;
 

@@ -1,7 +1,5 @@
 #include "completion.h"
 
-#include <CLI/CLI.hpp>
-
 #include <algorithm>
 #include <iterator>
 
@@ -76,13 +74,9 @@ public:
                "  source <(rfm completion zsh)            the same in ~/.zshrc, behind compinit\n"
                "  rfm completion fish | source\n";
     }
-    void Declare(CLI::App& app) override
+    void Declare(Options& options) override
     {
-        const auto judge = [](std::string& name) -> std::string
-        { return Find(name) != nullptr ? "" : name + " is not bash, zsh or fish"; };
-        app.add_option("SHELL", m_Shell, "bash, zsh or fish")
-            ->required()
-            ->check(CLI::Validator(judge, "{bash,zsh,fish}"));
+        options.Add("SHELL", m_Shell, "bash, zsh or fish").Required().OneOf({"bash", "zsh", "fish"});
     }
     int Run(Output& output) override
     {

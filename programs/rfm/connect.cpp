@@ -6,7 +6,6 @@
 #include "Text.h"
 #include "nex_Exception.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -41,7 +40,7 @@ public:
                "  rfm connect start box1\n"
                "  rfm info \"Network connectors/box1/job.rdx\"\n";
     }
-    void Declare(CLI::App& app) override;
+    void Declare(Options& options) override;
     int Run(Output& output) override;
 
 private:
@@ -86,23 +85,25 @@ const std::array<ConnectCommand::Action, 6> ConnectCommand::kActions{{
     {"remove", &ConnectCommand::Remove},
 }};
 
-void ConnectCommand::Declare(CLI::App& app)
+void ConnectCommand::Declare(Options& options)
 {
-    app.add_option("ACTION", m_Action, "add, list, start, ping, stop or remove")
-        ->required()
-        ->type_name("WORD:{add,list,start,ping,stop,remove}");
-    app.add_option("NAME", m_Name, "a connection");
-    app.add_option("HOST", m_Host, "of add: the host, as ssh knows it");
-    app.add_option("--directory", m_Directory, "add: the folder there that PATH hangs below (/)")
-        ->type_name("PATH");
-    app.add_option("--driver", m_Driver, "add: the program marlek there")->type_name("PATH");
-    app.add_option("--ssh", m_Ssh, "add: a program in place of ssh, with its words")->type_name("PATH");
-    app.add_flag("--rsh", m_Rsh, "add: log in with rsh")->excludes("--ssh");
-    DeclareCount(app, "--port", m_Port, "N", "add: the port of its servers; without it they choose one");
-    DeclareCount(app, "--timeout", m_Timeout, "S", "add: a server ends when unused so long (86400)");
-    DeclareCount(app, "--server-port", m_ServerPort, "N", "add: a server with a password runs there already");
-    app.add_flag("-f,--force", m_Force, "add: replace; remove: though its server may run");
-    m_Style.DeclareAll(app);
+    options.Add("ACTION", m_Action, "add, list, start, ping, stop or remove")
+        .Required()
+        .ValueName("WORD")
+        .Choices({"add", "list", "start", "ping", "stop", "remove"});
+    options.Add("NAME", m_Name, "a connection");
+    options.Add("HOST", m_Host, "of add: the host, as ssh knows it");
+    options.Add("--directory", m_Directory, "add: the folder there that PATH hangs below (/)")
+        .ValueName("PATH");
+    options.Add("--driver", m_Driver, "add: the program marlek there").ValueName("PATH");
+    options.Add("--ssh", m_Ssh, "add: a program in place of ssh, with its words").ValueName("PATH");
+    options.Add("--rsh", m_Rsh, "add: log in with rsh").Excludes("--ssh");
+    DeclareCount(options, "--port", m_Port, "N", "add: the port of its servers; without it they choose one");
+    DeclareCount(options, "--timeout", m_Timeout, "S", "add: a server ends when unused so long (86400)");
+    DeclareCount(options, "--server-port", m_ServerPort, "N",
+                 "add: a server with a password runs there already");
+    options.Add("-f,--force", m_Force, "add: replace; remove: though its server may run");
+    m_Style.DeclareAll(options);
 }
 
 std::string PlainName(const rds_RemoteConnection& connection) { return OneLine(connection.Name().View()); }

@@ -3,7 +3,6 @@
 #include "Text.h"
 #include "VerifiedCopy.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 namespace rfm_tool
@@ -27,14 +26,13 @@ public:
                "  rfm convert job.sdx job.rdx --to plain --force     replaces job.rdx\n"
                "  rfm convert job.rdx job.h5 --to hdf5 && h5dump -H job.h5\n";
     }
-    void Declare(CLI::App& app) override
+    void Declare(Options& options) override
     {
-        app.add_option("IN", m_In, "a database")->required();
-        app.add_option("OUT", m_Out, "the new file")->required();
-        DeclareKind(app, m_To, "plain, compressed or hdf5");
-        app.get_option("--to")->required();
-        app.add_flag("-f,--force", m_Force, "replace OUT when it is there");
-        m_Style.DeclareJson(app);
+        options.Add("IN", m_In, "a database").Required();
+        options.Add("OUT", m_Out, "the new file").Required();
+        DeclareKind(options, m_To, "plain, compressed or hdf5").Required();
+        options.Add("-f,--force", m_Force, "replace OUT when it is there");
+        m_Style.DeclareJson(options);
     }
     int Run(Output& output) override;
 

@@ -8,7 +8,6 @@
 #include "Text.h"
 #include "WriterWatch.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -35,14 +34,14 @@ public:
                "  rfm copy job.rdx steps.h5 'STEP*' 0x20 --to hdf5\n"
                "  rfm copy job.rdx one.rdx 9 --force          replaces one.rdx\n";
     }
-    void Declare(CLI::App& app) override
+    void Declare(Options& options) override
     {
-        app.add_option("IN", m_In, "a database")->required();
-        app.add_option("OUT", m_Out, "the new file")->required();
-        app.add_option("OBJECT", m_Words, "what to copy")->required()->type_name("");
-        DeclareKind(app, m_To, "plain, compressed or hdf5 (the kind of IN)");
-        app.add_flag("-f,--force", m_Force, "replace OUT when it is there");
-        m_Style.DeclareJson(app);
+        options.Add("IN", m_In, "a database").Required();
+        options.Add("OUT", m_Out, "the new file").Required();
+        options.Add("OBJECT", m_Words, "what to copy").Required().ValueName("");
+        DeclareKind(options, m_To, "plain, compressed or hdf5 (the kind of IN)");
+        options.Add("-f,--force", m_Force, "replace OUT when it is there");
+        m_Style.DeclareJson(options);
     }
     int Run(Output& output) override;
 

@@ -4,7 +4,6 @@
 #include "Text.h"
 #include "WriterWatch.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <array>
@@ -248,20 +247,23 @@ public:
                "  rfm diff old.rdx new.rdx --key id --ignore 'time*,host'\n"
                "  rfm diff old.rdx new.rdx --json | jq .worst\n";
     }
-    void Declare(CLI::App& app) override
+    void Declare(Options& options) override
     {
-        app.add_option("A", m_A, "a database")->required();
-        app.add_option("B", m_B, "the one that it is compared with")->required();
-        app.add_option("--key", m_Key, "find rows by these fields, not by number")->type_name("F[,F]");
-        app.add_option("--ignore", m_Ignore, "fields not to compare; globs too")->type_name("F[,F]");
-        DeclareNumber(app, "--rtol", m_Options.relative, "T", "may differ by T times the larger number (0)");
-        DeclareNumber(app, "--atol", m_Options.absolute, "T", "may differ by T (0)");
-        app.add_option("--pair", m_Pair, "objects by handle or by order (as fits)")
-            ->type_name("HOW")
-            ->check(CLI::IsMember({"handle", "order"}));
-        DeclareCount(app, "-n", m_Most, "N", "tell at most N values");
-        app.add_flag("-a,--all", m_All, "tell everything, on a terminal too")->excludes("-n");
-        m_Style.DeclareJson(app);
+        options.Add("A", m_A, "a database").Required();
+        options.Add("B", m_B, "the one that it is compared with").Required();
+        options.Add("--key", m_Key, "find rows by these fields, not by number").ValueName("F[,F]");
+        options.Add("--ignore", m_Ignore, "fields not to compare; globs too").ValueName("F[,F]");
+        DeclareNumber(options, "--rtol", m_Options.relative, "T",
+                      "may differ by T times the larger number (0)");
+        DeclareNumber(options, "--atol", m_Options.absolute, "T", "may differ by T (0)");
+        options.Add("--pair", m_Pair, "objects by handle or by order (as fits)")
+            .ValueName("HOW")
+            .Choices({"handle", "order"})
+            .Check([](const std::string& text) -> std::string
+                   { return text == "handle" || text == "order" ? "" : text + " not in {handle,order}"; });
+        DeclareCount(options, "-n", m_Most, "N", "tell at most N values");
+        options.Add("-a,--all", m_All, "tell everything, on a terminal too").Excludes("-n");
+        m_Style.DeclareJson(options);
     }
     int Run(Output& output) override;
 

@@ -2,7 +2,6 @@
 
 #include "Text.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <hdf5.h>
 #include <langinfo.h>
@@ -229,7 +228,7 @@ public:
                "  rfm doctor | grep ^warn\n"
                "  rfm doctor --json | jq -r '.rows[] | select(.[0] == \"warn\") | .[3]'\n";
     }
-    void Declare(CLI::App& app) override { m_Style.DeclareJson(app); }
+    void Declare(Options& options) override { m_Style.DeclareJson(options); }
     int Run(Output& output) override;
 
 private:

@@ -9,7 +9,6 @@
 #include "RowQuery.h"
 #include "Text.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -42,7 +41,7 @@ public:
                "  rfm export job.rdx '1?' --to npy -o arrays            arrays/14.npy, arrays/16.npy ...\n"
                "  rfm export job.rdx t=14 --to vtu -o job.vtu --mesh nodes=NODES --mesh elements=ELEMENTS\n";
     }
-    void Declare(CLI::App& app) override;
+    void Declare(Options& options) override;
     int Run(Output& output) override;
 
 private:
@@ -69,29 +68,20 @@ private:
     std::string m_Map;
 };
 
-void ExportCommand::Declare(CLI::App& app)
+void ExportCommand::Declare(Options& options)
 {
-    DeclareFile(app, m_File);
-    app.add_option("OBJECT", m_Objects, "handles, names of tables, TABLE.FIELD; with * ? [a-z]");
-    const auto judge = [](std::string& form) -> std::string
-    {
-        const bool isKnown = form == "csv" || form == "jsonl" || form == "npy" || form == "vtu";
-        return isKnown ? "" : form + " is not csv, jsonl, npy or vtu";
-    };
-    app.add_option("--to", m_To, "csv, jsonl, npy or vtu")
-        ->required()
-        ->check(CLI::Validator(judge, "{csv,jsonl,npy,vtu}"));
-    app.add_option("-o,--out", m_Out, "a new file, or a folder of such; csv and jsonl do without")
-        ->type_name("OUT");
-    app.add_flag("-f,--force", m_Force, "replace files that are there");
-    app.add_option("--where", m_Query.where, "only rows for which this holds: 'x > 0 and name ~ \"a*\"'")
-        ->type_name("EXPR");
-    app.add_option("--fields", m_Query.fields, "only these fields, in this order")->type_name("A,B");
-    app.add_option("--mesh", m_Mesh, "how tables make the mesh of a vtu, such as nodes=NODES")
-        ->type_name("KEY=VALUE")
-        ->expected(1)
-        ->take_all();
-    app.add_option("--map", m_Map, "a file with lines KEY=VALUE of that kind")->type_name("MAP");
+    DeclareFile(options, m_File);
+    options.Add("OBJECT", m_Objects, "handles, names of tables, TABLE.FIELD; with * ? [a-z]");
+    options.Add("--to", m_To, "csv, jsonl, npy or vtu").Required().OneOf({"csv", "jsonl", "npy", "vtu"});
+    options.Add("-o,--out", m_Out, "a new file, or a folder of such; csv and jsonl do without")
+        .ValueName("OUT");
+    options.Add("-f,--force", m_Force, "replace files that are there");
+    options.Add("--where", m_Query.where, "only rows for which this holds: 'x > 0 and name ~ \"a*\"'")
+        .ValueName("EXPR");
+    options.Add("--fields", m_Query.fields, "only these fields, in this order").ValueName("A,B");
+    options.Add("--mesh", m_Mesh, "how tables make the mesh of a vtu, such as nodes=NODES")
+        .ValueName("KEY=VALUE");
+    options.Add("--map", m_Map, "a file with lines KEY=VALUE of that kind").ValueName("MAP");
 }
 
 void ExportCommand::RequireFittingOptions() const

@@ -10,7 +10,6 @@
 #include "rfm_LinkageFormat.h"
 #include "rfm_ObjectFormat.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <sys/stat.h>
 
@@ -299,14 +298,14 @@ public:
                "  rfm follow job.rdx STEPS --until 'time >= 10' --timeout 60\n"
                "  rfm follow job.rdx --until 'flush >= 100' --json | jq -c .changes\n";
     }
-    void Declare(CLI::App& app) override
+    void Declare(Options& options) override
     {
-        DeclareFile(app, m_File);
-        app.add_option("OBJECT", m_Object, "a handle, the name of a table, or TABLE.FIELD; with * ? [a-z]");
-        app.add_flag("--json", m_Json, "a JSON object on each line, in a shape that stays (docs/cli.md)");
-        DeclareSeconds(app, "--timeout", m_Timeout, "end after this many seconds");
-        app.add_option("--until", m_UntilText, "end when this holds: 'time >= 10', 'flush >= 100'")
-            ->type_name("EXPR");
+        DeclareFile(options, m_File);
+        options.Add("OBJECT", m_Object, "a handle, the name of a table, or TABLE.FIELD; with * ? [a-z]");
+        options.Add("--json", m_Json, "a JSON object on each line, in a shape that stays (docs/cli.md)");
+        DeclareSeconds(options, "--timeout", m_Timeout, "end after this many seconds");
+        options.Add("--until", m_UntilText, "end when this holds: 'time >= 10', 'flush >= 100'")
+            .ValueName("EXPR");
     }
     int Run(Output& output) override;
 

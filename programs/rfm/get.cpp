@@ -4,7 +4,6 @@
 #include "Text.h"
 #include "VerifiedCopy.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 namespace rfm_tool
@@ -29,12 +28,12 @@ public:
                "  rfm get \"Network connectors/box1/job.rdx\" job.rdx --force     replaces job.rdx\n"
                "  rfm get mrkrdb://localhost//data/job.sdx job.rdx && rfm check job.rdx\n";
     }
-    void Declare(CLI::App& app) override
+    void Declare(Options& options) override
     {
-        app.add_option("URL", m_Url, "a database on another host")->required();
-        app.add_option("FILE", m_File, "the new file")->required();
-        app.add_flag("-f,--force", m_Force, "replace FILE when it is there");
-        m_Style.DeclareJson(app);
+        options.Add("URL", m_Url, "a database on another host").Required();
+        options.Add("FILE", m_File, "the new file").Required();
+        options.Add("-f,--force", m_Force, "replace FILE when it is there");
+        m_Style.DeclareJson(options);
     }
     int Run(Output& output) override;
 

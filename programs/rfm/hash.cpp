@@ -4,7 +4,6 @@
 #include "Text.h"
 #include "WriterWatch.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 namespace rfm_tool
@@ -30,10 +29,10 @@ public:
                "  test \"$(rfm hash a.rdx)\" = \"$(rfm hash b.rdx)\"       the same content?\n"
                "  rfm hash job.rdx --json | jq -r .hash\n";
     }
-    void Declare(CLI::App& app) override
+    void Declare(Options& options) override
     {
-        DeclareFile(app, m_File);
-        m_Style.DeclareJson(app);
+        DeclareFile(options, m_File);
+        m_Style.DeclareJson(options);
     }
     int Run(Output& output) override;
 

@@ -2,7 +2,6 @@
 
 #include "Text.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -86,11 +85,11 @@ public:
                "  rfm help formats\n"
                "  rfm help follow\n";
     }
-    void Declare(CLI::App& app) override
+    void Declare(Options& options) override
     {
-        app.add_option("TOPIC", m_Topic, "a topic or a command")
-            ->required()
-            ->type_name("TEXT:{formats,exit-codes,remote}");
+        options.Add("TOPIC", m_Topic, "a topic or a command")
+            .Required()
+            .Choices({"formats", "exit-codes", "remote"});
     }
     int Run(Output& output) override;
 

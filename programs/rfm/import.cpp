@@ -6,7 +6,6 @@
 #include "run_record.h"
 #include "solver_files.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <csignal>
@@ -42,7 +41,7 @@ public:
                "  rfm import csv german.csv german.rdx --separator ';'\n"
                "  rfm import syrthes case/3disks3d.syd run.rdx --status run.status\n";
     }
-    void Declare(CLI::App& app) override;
+    void Declare(Options& options) override;
     int Run(Output& output) override;
 
 private:
@@ -66,26 +65,21 @@ private:
     double m_Timeout = -1; // not given
 };
 
-void ImportCommand::Declare(CLI::App& app)
+void ImportCommand::Declare(Options& options)
 {
-    const auto judge = [](std::string& form) -> std::string
-    { return form == "csv" || form == "syrthes" ? "" : form + " is not csv or syrthes"; };
-    app.add_option("FORM", m_Form, "csv or syrthes")
-        ->required()
-        ->check(CLI::Validator(judge, "{csv,syrthes}"));
-    app.add_option("SOURCE", m_Source, "what is imported")->required();
-    app.add_option("OUT", m_Out, "the new database")->required();
-    app.add_flag("-f,--force", m_Force, "replace OUT when it is there");
-    app.add_option("--table", m_Table, "csv: the table's name (that of the file)")->type_name("NAME");
-    app.add_option("--types", m_Types, "csv: int, float, double, handle or string; others are guessed")
-        ->type_name("A=TYPE,B=TYPE");
-    app.add_option("--separator", m_Separator, "csv: what stands between cells, or tab (,)")->type_name("C");
-    DeclareKind(app, m_To, "csv: plain, compressed or hdf5 (plain)");
-    app.add_option("--status", m_Status, "syrthes: a file with the solver's exit code, made when it ends")
-        ->type_name("STATUS");
-    app.add_option("--command", m_Provenance, "syrthes: what was run, kept in the database")
-        ->type_name("TEXT");
-    DeclareSeconds(app, "--timeout", m_Timeout, "syrthes: end when nothing comes for so long");
+    options.Add("FORM", m_Form, "csv or syrthes").Required().OneOf({"csv", "syrthes"});
+    options.Add("SOURCE", m_Source, "what is imported").Required();
+    options.Add("OUT", m_Out, "the new database").Required();
+    options.Add("-f,--force", m_Force, "replace OUT when it is there");
+    options.Add("--table", m_Table, "csv: the table's name (that of the file)").ValueName("NAME");
+    options.Add("--types", m_Types, "csv: int, float, double, handle or string; others are guessed")
+        .ValueName("A=TYPE,B=TYPE");
+    options.Add("--separator", m_Separator, "csv: what stands between cells, or tab (,)").ValueName("C");
+    DeclareKind(options, m_To, "csv: plain, compressed or hdf5 (plain)");
+    options.Add("--status", m_Status, "syrthes: a file with the solver's exit code, made when it ends")
+        .ValueName("STATUS");
+    options.Add("--command", m_Provenance, "syrthes: what was run, kept in the database").ValueName("TEXT");
+    DeclareSeconds(options, "--timeout", m_Timeout, "syrthes: end when nothing comes for so long");
 }
 
 void ImportCommand::RequireFittingOptions() const

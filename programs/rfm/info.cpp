@@ -4,7 +4,6 @@
 #include "FileKind.h"
 #include "Text.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
@@ -82,10 +81,10 @@ public:
                "  rfm job.rdx                             the same\n"
                "  rfm info job.rdx --json | jq .flushes\n";
     }
-    void Declare(CLI::App& app) override
+    void Declare(Options& options) override
     {
-        DeclareFile(app, m_File);
-        m_Style.DeclareJson(app);
+        DeclareFile(options, m_File);
+        m_Style.DeclareJson(options);
     }
     int Run(Output& output) override;
 

@@ -3,7 +3,6 @@
 #include "DatabaseFile.h"
 #include "Text.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 namespace rfm_tool
@@ -26,12 +25,12 @@ public:
                "  rfm ls job.rdx | sort -t $'\\t' -k 6 -n     smallest first\n"
                "  rfm ls job.rdx --json | jq '.rows[][0]'\n";
     }
-    void Declare(CLI::App& app) override
+    void Declare(Options& options) override
     {
-        DeclareFile(app, m_File);
-        m_Style.DeclareAll(app);
-        app.add_flag("-a", m_HasOwn, "the library's own objects too: pools and unused handles");
-        app.add_flag("--all", m_All, "all lines, on a terminal in a pager");
+        DeclareFile(options, m_File);
+        m_Style.DeclareAll(options);
+        options.Add("-a", m_HasOwn, "the library's own objects too: pools and unused handles");
+        options.Add("--all", m_All, "all lines, on a terminal in a pager");
     }
     int Run(Output& output) override;
 

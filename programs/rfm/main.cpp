@@ -1,6 +1,7 @@
 #include "Candidates.h"
 #include "Command.h"
 #include "Failure.h"
+#include "OptionParser.h"
 #include "Output.h"
 #include "RemoteDoor.h"
 #include "RemoteScratch.h"
@@ -31,7 +32,6 @@
 #include "unlock.h"
 #include "value.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -95,32 +95,6 @@ void SetUpSignals()
     ::sigaction(SIGINT, &leave, nullptr);
 }
 
-// What the command does and its examples come first, then its options.
-class HelpFormatter : public CLI::Formatter
-{
-public:
-    std::string make_help(const CLI::App* app, std::string, CLI::AppFormatMode mode) const override
-    {
-        return app->get_description() + make_groups(app, mode);
-    }
-    // The name of the value alone: what it may be, and with what, the words beside it and the refusals tell.
-    std::string make_option_opts(const CLI::Option* option) const override
-    {
-        return option->get_items_expected_max() == 0
-                   ? ""
-                   : " " + option->get_type_name().substr(0, option->get_type_name().find(':'));
-    }
-};
-
-std::string UsageLine(const Command& command, const CLI::App& app)
-{
-    std::string line = fmt::format("usage: rfm {}", command.Name());
-    for (const CLI::Option* option :
-         app.get_options([](const CLI::Option* each) { return each->get_positional(); }))
-        line += " " + option->get_name();
-    return line + " [OPTIONS]";
-}
-
 std::string MainHelp(const Commands& commands)
 {
     std::string help =
@@ -172,53 +146,14 @@ bool LooksLikeFile(const std::string& word)
                                : fmt::format("did you mean `rfm {}`?", near));
 }
 
-// The first word that the parser could not place: an option that there isn't, or an argument too many.
-[[noreturn]] void RefuseExtra(const Command& command, const CLI::App& app)
-{
-    const std::string remedy = fmt::format("`rfm {} --help` shows how", command.Name());
-    const std::vector<std::string> words = app.remaining();
-    const auto option =
-        std::find_if(words.begin(), words.end(),
-                     [](const std::string& word) { return word.size() > 1 && word.starts_with('-'); });
-    if (option == words.end())
-        throw Failure(ExitUsage, std::string(command.Name()),
-                      OneLine(words.front()) + " is one word too many", remedy);
-    std::vector<std::string> names;
-    for (const CLI::Option* each : app.get_options())
-        for (const std::string& name : each->get_lnames()) names.push_back("--" + name);
-    const std::string_view near = NearestName(option->substr(0, option->find('=')), names);
-    throw Failure(ExitUsage, std::string(command.Name()), OneLine(*option) + ": there is no such option",
-                  near.empty() ? remedy : fmt::format("did you mean {}?", near));
-}
-
 int RunCommand(Command& command, std::vector<std::string> words, Output& output)
 {
-    CLI::App app;
-    app.name(std::string(command.Name()));
-    app.formatter(std::make_shared<HelpFormatter>());
-    app.set_help_flag("-h,--help", "this text");
-    command.Declare(app);
-    app.description(fmt::format("rfm {}: {}\n\n{}\n{}\n", command.Name(), command.Summary(), command.Help(),
-                                UsageLine(command, app)));
-    // The parser takes words from the end of its list.
-    std::reverse(words.begin(), words.end());
-    try
+    Options options;
+    command.Declare(options);
+    if (const std::optional<std::string> help = ReadLine(command, options, std::move(words)))
     {
-        app.parse(std::move(words));
-    }
-    catch (const CLI::CallForHelp&)
-    {
-        output.Write(app.help());
+        output.Write(*help);
         return ExitDone;
-    }
-    catch (const CLI::ExtrasError&)
-    {
-        RefuseExtra(command, app);
-    }
-    catch (const CLI::ParseError& error)
-    {
-        throw Failure(ExitUsage, std::string(command.Name()), PlainMessage(error.what()),
-                      fmt::format("`rfm {} --help` shows how", command.Name()));
     }
     return command.Run(output);
 }

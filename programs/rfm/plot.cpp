@@ -6,7 +6,6 @@
 #include "Text.h"
 #include "TextPlot.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <cstdlib>
@@ -35,14 +34,14 @@ public:
                "  rfm plot job.rdx STEPS --x time --fields force,energy -o steps.svg\n"
                "  rfm plot job.rdx 6 --where 'row < 1000'\n";
     }
-    void Declare(CLI::App& app) override
+    void Declare(Options& options) override
     {
-        DeclareFile(app, m_File);
-        m_Query.Declare(app);
-        app.add_option("--x", m_X, "the field to draw against; without it the row")->type_name("FIELD");
-        app.add_option("-o,--out", m_Out, "a new SVG file")->type_name("OUT");
-        app.add_flag("-f,--force", m_Force, "replace OUT when it is there");
-        app.add_flag("--dots", m_AsDots, "points alone, without lines between them");
+        DeclareFile(options, m_File);
+        m_Query.Declare(options);
+        options.Add("--x", m_X, "the field to draw against; without it the row").ValueName("FIELD");
+        options.Add("-o,--out", m_Out, "a new SVG file").ValueName("OUT");
+        options.Add("-f,--force", m_Force, "replace OUT when it is there");
+        options.Add("--dots", m_AsDots, "points alone, without lines between them");
     }
     int Run(Output& output) override;
 

@@ -11,7 +11,6 @@
 #include "Text.h"
 #include "WriterWatch.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 namespace rfm_tool
@@ -38,14 +37,14 @@ public:
                "  rfm recover job.sdx saved.rdx --to plain\n"
                "  rfm recover job.rdx saved.rdx --json | jq '.losses[].what'\n";
     }
-    void Declare(CLI::App& app) override
+    void Declare(Options& options) override
     {
-        app.add_option("IN", m_In, "a database")->required();
-        app.add_option("OUT", m_Out, "the new file")->required();
-        DeclareKind(app, m_To, "plain, compressed or hdf5 (the kind of IN)");
-        app.add_flag("-f,--force", m_Force, "replace OUT when it is there");
-        DeclareCount(app, "-n", m_Most, "N", "tell at most N losses (10000)");
-        m_Style.DeclareJson(app);
+        options.Add("IN", m_In, "a database").Required();
+        options.Add("OUT", m_Out, "the new file").Required();
+        DeclareKind(options, m_To, "plain, compressed or hdf5 (the kind of IN)");
+        options.Add("-f,--force", m_Force, "replace OUT when it is there");
+        DeclareCount(options, "-n", m_Most, "N", "tell at most N losses (10000)");
+        m_Style.DeclareJson(options);
     }
     int Run(Output& output) override;
 

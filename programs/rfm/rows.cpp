@@ -3,7 +3,6 @@
 #include "RowQuery.h"
 #include "Text.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -21,12 +20,12 @@ constexpr std::int64_t kFewRows = 10; // of head and tail, when -n is not given
 class RowListing : public Command
 {
 public:
-    void Declare(CLI::App& app) override
+    void Declare(Options& options) override
     {
-        DeclareFile(app, m_File);
-        m_Query.Declare(app);
-        m_Style.DeclareAll(app);
-        DeclareCount(app, "-n", m_Count, "N", "at most this many rows");
+        DeclareFile(options, m_File);
+        m_Query.Declare(options);
+        m_Style.DeclareAll(options);
+        DeclareCount(options, "-n", m_Count, "N", "at most this many rows");
     }
     int Run(Output& output) override;
 
@@ -104,11 +103,11 @@ public:
                "  rfm rows job.rdx 9 --from 100 -n 10        rows 100 to 109 of an array\n"
                "  rfm rows job.rdx NODES --fields id,x --csv > nodes.csv\n";
     }
-    void Declare(CLI::App& app) override
+    void Declare(Options& options) override
     {
-        RowListing::Declare(app);
-        DeclareCount(app, "--from", m_From, "ROW", "the first row to look at, from 0");
-        app.add_flag("-a,--all", m_All, "all rows, on a terminal in a pager")->excludes("-n");
+        RowListing::Declare(options);
+        DeclareCount(options, "--from", m_From, "ROW", "the first row to look at, from 0");
+        options.Add("-a,--all", m_All, "all rows, on a terminal in a pager").Excludes("-n");
     }
 
 protected:

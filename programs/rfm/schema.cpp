@@ -5,7 +5,6 @@
 #include "Text.h"
 #include "rfm_LinkageFormat.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 namespace rfm_tool
@@ -29,12 +28,12 @@ public:
                "  rfm schema job.rdx NODES | cut -f 2            the fields of a layout\n"
                "  diff <(rfm schema old.rdx) <(rfm schema new.rdx)\n";
     }
-    void Declare(CLI::App& app) override
+    void Declare(Options& options) override
     {
-        DeclareFile(app, m_File);
-        app.add_option("LAYOUT", m_Layout, "the name of a layout; with * ? [a-z]");
-        m_Style.DeclareAll(app);
-        app.add_flag("--all", m_All, "all lines, on a terminal in a pager");
+        DeclareFile(options, m_File);
+        options.Add("LAYOUT", m_Layout, "the name of a layout; with * ? [a-z]");
+        m_Style.DeclareAll(options);
+        options.Add("--all", m_All, "all lines, on a terminal in a pager");
     }
     int Run(Output& output) override;
 

@@ -5,7 +5,6 @@
 #include "RowQuery.h"
 #include "Text.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 namespace rfm_tool
@@ -30,11 +29,11 @@ public:
                "  rfm stats job.rdx 'NODES.[xyz]'             coordinates only\n"
                "  rfm stats job.rdx '6.*'                     each element of an array's rows by itself\n";
     }
-    void Declare(CLI::App& app) override
+    void Declare(Options& options) override
     {
-        DeclareFile(app, m_File);
-        app.add_option("OBJECT", m_Objects, "handles, names of tables, TABLE.FIELD; with * ? [a-z]");
-        m_Style.DeclareAll(app);
+        DeclareFile(options, m_File);
+        options.Add("OBJECT", m_Objects, "handles, names of tables, TABLE.FIELD; with * ? [a-z]");
+        m_Style.DeclareAll(options);
     }
     int Run(Output& output) override;
 

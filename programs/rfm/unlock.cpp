@@ -4,7 +4,6 @@
 #include "RemoteDoor.h"
 #include "Text.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -34,10 +33,10 @@ public:
                "  rfm unlock --yes job.rdx                   without asking, for scripts\n"
                "  rfm info job.rdx | grep semaphore          is there one?\n";
     }
-    void Declare(CLI::App& app) override
+    void Declare(Options& options) override
     {
-        DeclareFile(app, m_File);
-        app.add_flag("-y,--yes", m_Yes, "don't ask");
+        DeclareFile(options, m_File);
+        options.Add("-y,--yes", m_Yes, "don't ask");
     }
     int Run(Output& output) override;
 

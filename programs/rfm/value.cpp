@@ -3,7 +3,6 @@
 #include "RowQuery.h"
 #include "Text.h"
 
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
 #include <charconv>
@@ -31,14 +30,14 @@ public:
                "  rfm value job.rdx NODES.x --where 'id == 17'\n"
                "  test \"$(rfm value job.rdx JOB.state)\" = done\n";
     }
-    void Declare(CLI::App& app) override
+    void Declare(Options& options) override
     {
-        DeclareFile(app, m_File);
-        m_Query.Declare(app);
-        m_Style.DeclareJson(app);
-        app.add_option("--row", m_Row, "the row, from 0; from the end below 0, the last is -1")
-            ->type_name("ROW")
-            ->excludes("--where");
+        DeclareFile(options, m_File);
+        m_Query.Declare(options);
+        m_Style.DeclareJson(options);
+        options.Add("--row", m_Row, "the row, from 0; from the end below 0, the last is -1")
+            .ValueName("ROW")
+            .Excludes("--where");
     }
     int Run(Output& output) override;
 

@@ -1,7 +1,9 @@
 if(TARGET rfm_tool)
   find_package(fmt REQUIRED)
   find_package(OpenSSL REQUIRED COMPONENTS Crypto)
-  find_package(nlohmann_json REQUIRED)
+  set(insideParts AxisTicks ConnectionFile DatabaseFile Expression Glob NewFile Output Progress RemoteDoor RemoteScratch
+                  Selection Text)
+  list(JOIN insideParts "|" insideParts)
   add_area(tool_tests
     programs/AxisTicks_test.cpp
     programs/Expression_test.cpp
@@ -27,18 +29,7 @@ if(TARGET rfm_tool)
     programs/rfm_recover_test.cpp
     programs/rfm_rows_test.cpp
     programs/rfm_tool_test.cpp
-    ${PROJECT_SOURCE_DIR}/programs/rfm/AxisTicks.cpp
-    ${PROJECT_SOURCE_DIR}/programs/rfm/ConnectionFile.cpp
-    ${PROJECT_SOURCE_DIR}/programs/rfm/DatabaseFile.cpp
-    ${PROJECT_SOURCE_DIR}/programs/rfm/Expression.cpp
-    ${PROJECT_SOURCE_DIR}/programs/rfm/Glob.cpp
-    ${PROJECT_SOURCE_DIR}/programs/rfm/NewFile.cpp
-    ${PROJECT_SOURCE_DIR}/programs/rfm/Output.cpp
-    ${PROJECT_SOURCE_DIR}/programs/rfm/Progress.cpp
-    ${PROJECT_SOURCE_DIR}/programs/rfm/RemoteDoor.cpp
-    ${PROJECT_SOURCE_DIR}/programs/rfm/RemoteScratch.cpp
-    ${PROJECT_SOURCE_DIR}/programs/rfm/Selection.cpp
-    ${PROJECT_SOURCE_DIR}/programs/rfm/Text.cpp
+    "$<FILTER:$<TARGET_OBJECTS:rfm_tool>,INCLUDE,/(${insideParts})\\.cpp>"
   )
   target_include_directories(tool_tests PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/programs
                              ${PROJECT_SOURCE_DIR}/programs/rfm)
@@ -52,7 +43,7 @@ if(TARGET rfm_tool)
       target_compile_definitions(tool_tests PRIVATE ${shell}="${${shell}}")
     endif()
   endforeach()
-  target_link_libraries(tool_tests PRIVATE util fmt::fmt nlohmann_json::nlohmann_json OpenSSL::Crypto ZLIB::ZLIB)
+  target_link_libraries(tool_tests PRIVATE util fmt::fmt OpenSSL::Crypto ZLIB::ZLIB)
   add_dependencies(tool_tests rfm_tool)
 
   # From inside, since thousands of damaged files are recovered: all of the tool but its main.

@@ -4,7 +4,6 @@ add_area(hdf_tests
   rfm/rfm_FileReprHdf_test.cpp
   rfm/rfm_HdfByteDataset_test.cpp
   support/hdf_File_test.cpp
-  tools/rfm_GoldenFiles.cpp
 )
-target_link_libraries(hdf_tests PRIVATE hdf5::hdf5)
+target_link_libraries(hdf_tests PRIVATE golden_files hdf5::hdf5)
 target_compile_definitions(hdf_tests PRIVATE RFM_H5DUMP="h5dump")

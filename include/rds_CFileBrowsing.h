@@ -12,19 +12,23 @@ class utl_BinOStream;
 /// Looks around on another host, as a file dialog has to: what does this directory hold, is this name a directory or a
 /// file, what are its attributes. It talks to the service "rdsT_FileBrowsing" there:
 ///
-///     rds_CFileBrowsing browser(connection.RunRemoteFileService("rdsT_FileBrowsing"));
+///     std::unique_ptr<rds_Client, EndClient> client(connection.RunRemoteFileService("rdsT_FileBrowsing"));
+///     rds_CFileBrowsing browser(client.get());
+///     static_cast<void>(client.release()); // the browser's from here on
 ///     const std::unique_ptr<cow_List<rds_DirectoryEntity>> list(
 ///         browser.ListDir("/data", rdb_FileFilterID::Databases, rds_CFileBrowsing::AllAttributes));
 ///     browser.Exit();
+///
+/// where EndClient is a deleter that ends a client as rds_Client.h shows.
 ///
 /// Paths are those of the other host. A relative one hangs below the directory in which its server was started.
 ///
 /// Throws: each request, a nex_TextException with the source name "rds_CFileBrowsing": with the words of the other host
 /// when that refuses, and the browser goes on; with "*** Error: Lost connection to remote server" when the reply does
-/// not come whole or can't be one. Behind the latter, and behind a flag
-/// that is not valid, the two ends are out of step: the browser is good for nothing but its destructor. When a request
-/// can't be sent, the exception is the stream's own, a utl_BinStreamException. A request on an empty browser is a
-/// nex_AssertException.
+/// not come whole or can't be one. Behind the latter, and behind a flag that is not valid, the two ends are out of step:
+/// the browser is good for nothing but its destructor, and what is asked then is a lost connection. When a request can't
+/// be sent, the exception is the stream's own, a utl_BinStreamException; for a path of more than 16 MiB, of which nothing
+/// is sent, the browser goes on. A request on an empty browser is a nex_AssertException.
 /// A request waits for its reply without a limit; only the end of the connection ends the wait.
 /// Threads: one at a time.
 class RFM_EXPORT rds_CFileBrowsing final
@@ -78,9 +82,11 @@ private:
 
     utl_BinOStream& Out() const;
     utl_BinIStream& In() const;
+    void SendRequest(int code, const cow_String& path) const;
     // Answers what `read` does; a failure of the stream is a lost connection.
     template <class Read> auto Guarded(Read read);
     [[noreturn]] void LoseConnection();
+    [[noreturn]] void RefuseFlag(const char* text, char flag);
     void ReadStatus();
     int ReadAnswer();
     cow_List<rds_DirectoryEntity> ReadListing();

@@ -10,8 +10,8 @@
 ///
 /// The browsing service of this library fills it as follows. A symbolic link is followed: all attributes are those of
 /// what it leads to, and `m_Short2` tells that there is a link. Names are bytes as the file system has them, UTF-8 or
-/// not. An entry that could not be looked at, because it went away meanwhile for example, has its name, the kind
-/// `Unknown`, and nothing else.
+/// not. An entry that could not be looked at, because it went away meanwhile for example, or as a link leads to where the
+/// user may not look, has its name, the kind `Unknown`, and nothing else.
 ///
 /// | field     | content                                                                                       |
 /// |-----------|-----------------------------------------------------------------------------------------------|

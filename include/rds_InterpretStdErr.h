@@ -11,5 +11,5 @@ RFM_EXPORT cow_String rds_InterpretStdErr(utl_TempFile& file);
 
 /// The last line that a driver marked as an error, line end included: one that begins with "MARLEK Error:", "*** Error:",
 /// "***Error:", "***ERROR:" or "*** ERROR:". Empty when there is none. A line of more than 510 bytes is taken for
-/// several.
+/// several. Of what is there now the last 16 MiB count.
 RFM_EXPORT cow_String rds_InterpretMarlekErr(utl_TempFile& file);

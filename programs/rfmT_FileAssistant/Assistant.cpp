@@ -26,9 +26,10 @@ template <class T> T Load(const char* bytes) { return omi_Load<T>(bytes, omi_Swa
 } // namespace
 
 // With room for a whole page in the pipe, the next request is read while the reader still works on this one's reply.
-Assistant::Assistant(int input, int output)
+Assistant::Assistant(int input, int output, std::size_t mostWatched)
     : m_Input(input, omi_Swapper::Pipe),
-      m_Output(output, omi_Swapper::Pipe)
+      m_Output(output, omi_Swapper::Pipe),
+      m_MostWatched(mostWatched)
 {
     ::fcntl(output, F_SETPIPE_SZ, kPipeBytes); // where it is no pipe, or may not grow, it stays as it is
 }
@@ -71,7 +72,7 @@ void Assistant::AgreeOnPageSize()
         throw Failure("pages of " + std::to_string(bytes) + " bytes: it must be 1 KiB to 64 MiB");
     m_PageSize = bytes;
     m_Block = std::make_unique_for_overwrite<char[]>(kRoomForHead + static_cast<std::size_t>(bytes));
-    if (m_Watch) m_Held.emplace(*m_File, bytes);
+    if (m_Watch) m_Held.emplace(*m_File, bytes, m_MostWatched);
 }
 
 // ---- Requests ----
@@ -168,6 +169,7 @@ std::string Assistant::HeadWithChanges(std::int64_t wanted)
         changed = m_Held->TakeChanged();
     else if (m_Held && wanted >= 0)
         changed = m_Held->TakeChangedNear(wanted);
+    if (m_Held && wanted >= 0) m_Held->MakeRoom(changed);
     if (!changed.empty()) status = rfm_FileStatus::RfmFileUpdated;
     return rfm_EncodeRemoteReplyHead(static_cast<signed char>(status), changed);
 }

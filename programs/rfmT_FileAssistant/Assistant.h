@@ -26,7 +26,8 @@ struct ReaderHasGone
 class Assistant
 {
 public:
-    Assistant(int input, int output);
+    /// Watches `mostWatched` pages at most, and one at least.
+    Assistant(int input, int output, std::size_t mostWatched = rfm_RemoteMostWatchedPages);
 
     /// Until the input ends between two requests.
     /// Throws: farend::Failure for what the protocol does not know, utl_BinStreamEOF when the input ends before that,
@@ -51,6 +52,7 @@ private:
 
     utl_BinIStream m_Input;
     utl_BinOStream m_Output;
+    std::size_t m_MostWatched;
     std::optional<ServedFile> m_File;
     std::optional<StatusWatch> m_Watch; // both only where readers may follow
     std::optional<HeldPages> m_Held;

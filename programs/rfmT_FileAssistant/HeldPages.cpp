@@ -1,8 +1,5 @@
 #include "HeldPages.h"
 
-#include "Failure.h"
-#include "rfm_RemoteFormat.h"
-
 #include <algorithm>
 
 namespace assistant
@@ -15,9 +12,10 @@ constexpr int kPieceBytes = 128 * 1024;
 constexpr int kNearPages = 4;
 } // namespace
 
-HeldPages::HeldPages(ServedFile& file, int pageSize)
+HeldPages::HeldPages(ServedFile& file, int pageSize, std::size_t mostPages)
     : m_File(file),
       m_PageSize(pageSize),
+      m_MostPages(mostPages),
       m_Piece(std::make_unique_for_overwrite<char[]>(kPieceBytes))
 {
 }
@@ -25,10 +23,29 @@ HeldPages::HeldPages(ServedFile& file, int pageSize)
 void HeldPages::Sent(std::int64_t start, const char* bytes, int length, std::int64_t mark)
 {
     if (length == 0) return;
-    if (m_Pages.size() >= rfm_RemoteMostWatchedPages)
-        throw farend::Failure("the reader holds more pages than can be watched; larger pages help");
     m_Digest.Add(bytes, static_cast<std::size_t>(length));
-    m_Pages[start] = {m_Digest.Take(), length, mark};
+    m_OldestFirst.push_back(start);
+    m_Pages[start] = {m_Digest.Take(), length, std::prev(m_OldestFirst.end()), mark};
+}
+
+void HeldPages::Drop(std::int64_t start)
+{
+    const auto page = m_Pages.find(start);
+    if (page != m_Pages.end()) Forget(page);
+}
+
+void HeldPages::MakeRoom(std::vector<std::int64_t>& changed)
+{
+    if (m_Pages.size() < m_MostPages) return;
+    changed.push_back(m_OldestFirst.front());
+    Drop(m_OldestFirst.front());
+}
+
+// Answers the page behind it.
+HeldPages::Pages::iterator HeldPages::Forget(Pages::iterator page)
+{
+    m_OldestFirst.erase(page->second.age);
+    return m_Pages.erase(page);
 }
 
 bool HeldPages::IsAsItWas(std::int64_t start, Page& page, std::int64_t mark)
@@ -49,7 +66,7 @@ HeldPages::Pages::iterator HeldPages::Check(Pages::iterator page, std::int64_t m
 {
     if (IsAsItWas(page->first, page->second, mark)) return ++page;
     changed.push_back(page->first);
-    return m_Pages.erase(page);
+    return Forget(page);
 }
 
 std::vector<std::int64_t> HeldPages::TakeChanged()

@@ -60,6 +60,9 @@ rds_DirectoryEntity rds_ReadListedAttributes(utl_BinIStream& in, const cow_Strin
 class rds_ListingRoom
 {
 public:
+    rds_ListingRoom() noexcept = default;
+    rds_ListingRoom(int entries, int textBytes) noexcept : m_Entries(entries), m_TextBytes(textBytes) {}
+
     /// Takes the room of one entry more; false when there is none.
     bool Take(const rds_DirectoryEntity& entity) noexcept;
 

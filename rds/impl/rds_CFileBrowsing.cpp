@@ -55,6 +55,22 @@ void rds_CFileBrowsing::LoseConnection()
     Fail("*** Error: Lost connection to remote server");
 }
 
+// The end that misread the flag, or never got it, takes what comes next for something else.
+void rds_CFileBrowsing::RefuseFlag(const char* text, char flag)
+{
+    m_IsLost = true;
+    // Signed on every platform, as it travels.
+    Fail(atr_Message(text, cow_String(static_cast<signed char>(flag))));
+}
+
+// No code goes out without its path: the service would take the next request for that.
+void rds_CFileBrowsing::SendRequest(int code, const cow_String& path) const
+{
+    utl_BinOStream::RefuseLongString(path);
+    Out().WriteInt(code);
+    Out().WriteString(path);
+}
+
 template <class Read> auto rds_CFileBrowsing::Guarded(Read read)
 {
     // The service may live on, and what is left of its reply would pass for the next one.
@@ -84,35 +100,31 @@ int rds_CFileBrowsing::GetServerVersion()
 cow_List<rds_DirectoryEntity>* rds_CFileBrowsing::ListDir(const cow_String& path, rdb_FileFilterID filter,
                                                           char flag)
 {
-    Out().WriteInt(rds_ListDirReq);
-    Out().WriteString(path);
+    SendRequest(rds_ListDirReq, path);
     Out().WriteInt(static_cast<int>(filter));
     // kept: checked only now, so that the service waits for the rest of the request.
     // Test: AFlagThatIsNotValidIsFoundOnlyBehindTheRestOfTheRequest.
     if (flag != AllAttributes && flag != ShortForm)
-        Fail(atr_Message("*** Error: rds_CFileBrowsing::ListDir flag option %s not valid", cow_String(flag)));
+        RefuseFlag("*** Error: rds_CFileBrowsing::ListDir flag option %s not valid", flag);
     Out().WriteSchar(static_cast<signed char>(flag));
     return ListDirReply();
 }
 
 int rds_CFileBrowsing::IsRemoteDir(const cow_String& path)
 {
-    Out().WriteInt(rds_IsDirReq);
-    Out().WriteString(path);
+    SendRequest(rds_IsDirReq, path);
     return IsRemoteDirReply();
 }
 
 int rds_CFileBrowsing::IsRemoteFile(const cow_String& path)
 {
-    Out().WriteInt(rds_IsFileReq);
-    Out().WriteString(path);
+    SendRequest(rds_IsFileReq, path);
     return IsRemoteFileReply();
 }
 
 rds_DirectoryEntity* rds_CFileBrowsing::StatCall(const cow_String& path)
 {
-    Out().WriteInt(rds_StatReq);
-    Out().WriteString(path);
+    SendRequest(rds_StatReq, path);
     return StatCallReply();
 }
 
@@ -167,6 +179,8 @@ cow_List<rds_DirectoryEntity> rds_CFileBrowsing::ReadListing()
     const char flag = static_cast<char>(In().ReadSchar());
     const int count = In().ReadInt();
     // No service that is sound claims so many, and nobody waits for them.
+    // kept: a negative count is a lie as well, and not a listing without entries.
+    // Test: ACountThatNoServiceClaimsIsALostConnectionAtOnce.
     if (count < 0 || count > kMostEntries) LoseConnection();
     cow_List<rds_DirectoryEntity> list;
     rds_ListingRoom room;
@@ -188,7 +202,6 @@ rds_DirectoryEntity rds_CFileBrowsing::ReadListed(char flag)
     // kept: looked at for each entry, so a listing without any may have any flag.
     // Test: AReplyWithoutEntriesMayHaveAnyFlag.
     if (flag != ShortForm)
-        Fail(atr_Message("*** Error: rds_CFileBrowsing::ListDirReply flag option %s not valid",
-                         cow_String(flag)));
+        RefuseFlag("*** Error: rds_CFileBrowsing::ListDirReply flag option %s not valid", flag);
     return {name, kind};
 }

@@ -2,7 +2,6 @@
 
 #include "atr_Translate.h"
 #include "nex_Exception.h"
-#include "rds_BrowsingFormat.h"
 #include "utl_SystemText.h"
 
 #include <algorithm>
@@ -127,7 +126,7 @@ static int KindOf(mode_t mode)
 {
     if (S_ISREG(mode)) return rds_DirectoryEntity::File;
     if (S_ISDIR(mode)) return rds_DirectoryEntity::Directory;
-    if (S_ISLNK(mode)) return rds_DirectoryEntity::DanglingLink; // others are followed
+    if (S_ISLNK(mode)) return rds_DirectoryEntity::DanglingLink; // all others were followed
     return rds_DirectoryEntity::Special;
 }
 
@@ -138,44 +137,59 @@ static unsigned Seconds(const timespec& time)
 
 namespace
 {
-/// Looks at one entry after the other.
-class Looker
+/// What an entry is; for a link what it leads to is, or the link itself where it leads nowhere.
+struct Seen
+{
+    Attributes attributes{};
+    bool isLink = false;
+};
+
+/// Makes entities with all attributes.
+class Describer
 {
 public:
-    /// The entity of `path` below the open directory, under `name`. Nothing when the system refuses; errno says why.
-    std::optional<rds_DirectoryEntity> Look(int directory, const char* path, const cow_String& name)
+    rds_DirectoryEntity Entity(const Seen& seen, const cow_String& name)
     {
-        Attributes own{};
-        if (::fstatat(directory, path, &own, AT_SYMLINK_NOFOLLOW) != 0) return std::nullopt;
-        const bool isLink = S_ISLNK(own.st_mode);
-        Attributes followed = own;
-        if (isLink && ::fstatat(directory, path, &followed, 0) != 0) followed = own;
-        return Entity(followed, isLink, name);
-    }
-
-private:
-    rds_DirectoryEntity Entity(const Attributes& attributes, bool isLink, const cow_String& name)
-    {
+        const Attributes& attributes = seen.attributes;
         rds_DirectoryEntity entity(
             name, m_Users.Of(attributes.st_uid), m_Groups.Of(attributes.st_gid), KindOf(attributes.st_mode),
-            static_cast<short>(attributes.st_mode & kPermissionBits), isLink ? short{1} : short{0},
+            static_cast<short>(attributes.st_mode & kPermissionBits), seen.isLink ? short{1} : short{0},
             Seconds(attributes.st_mtim), Seconds(attributes.st_atim),
             S_ISREG(attributes.st_mode) ? static_cast<std::uint64_t>(attributes.st_size) : 0);
         entity.m_Word3 = Seconds(attributes.st_ctim);
         return entity;
     }
 
+private:
     Names m_Users{UserName};
     Names m_Groups{GroupName};
 };
 } // namespace
 
+// Any other error leaves open where a link leads.
+static bool LeadsNowhere(int error) { return error == ENOENT || error == ENOTDIR || error == ELOOP; }
+
+// `path` below the open directory. Nothing when the system refuses; errno says why.
+static std::optional<Seen> Look(int directory, const char* path)
+{
+    Seen seen;
+    if (::fstatat(directory, path, &seen.attributes, AT_SYMLINK_NOFOLLOW) != 0) return std::nullopt;
+    seen.isLink = S_ISLNK(seen.attributes.st_mode);
+    if (!seen.isLink) return seen;
+    Attributes followed{};
+    if (::fstatat(directory, path, &followed, 0) == 0)
+        seen.attributes = followed;
+    else if (!LeadsNowhere(errno))
+        return std::nullopt;
+    return seen;
+}
+
 rds_DirectoryEntity rds_HostEntity(const cow_String& path)
 {
     RefuseNul(kCannotLook, path);
-    std::optional<rds_DirectoryEntity> entity = Looker().Look(AT_FDCWD, path.CString(), path);
-    if (!entity) Refuse(kCannotLook, path, errno);
-    return *entity;
+    const std::optional<Seen> seen = Look(AT_FDCWD, path.CString());
+    if (!seen) Refuse(kCannotLook, path, errno);
+    return Describer().Entity(*seen, path);
 }
 
 static bool IsHost(const cow_String& path, mode_t type)
@@ -222,24 +236,26 @@ static bool LetsEntryThrough(rdb_FileFilterID filter, const rds_DirectoryEntity&
     Refuse(kCannotList, path, cow_String("It holds more than a listing can carry"));
 }
 
-static std::vector<std::string> SortedNames(DIR* directory, rdb_FileFilterID filter, const cow_String& path)
+// Null behind the last entry.
+static const char* NextName(DIR* directory, const cow_String& path)
 {
-    std::vector<std::string> names;
-    for (;;)
-    {
-        errno = 0;
-        const dirent* entry = ::readdir(directory);
-        if (entry == nullptr && errno != 0) Refuse(kCannotList, path, errno);
-        if (entry == nullptr) break;
-        if (!LetsNameThrough(filter, entry->d_name)) continue;
-        if (names.size() == rds_CFileBrowsing::kMostEntries) RefuseSize(path);
-        names.emplace_back(entry->d_name);
-    }
-    std::sort(names.begin(), names.end());
-    return names;
+    errno = 0;
+    const dirent* entry = ::readdir(directory);
+    if (entry == nullptr && errno != 0) Refuse(kCannotList, path, errno);
+    return entry == nullptr ? nullptr : entry->d_name;
 }
 
-cow_List<rds_DirectoryEntity> rds_ListHostDirectory(const cow_String& path, int filter)
+static cow_List<rds_DirectoryEntity> SortedByName(std::vector<rds_DirectoryEntity>& entities)
+{
+    std::sort(entities.begin(), entities.end(),
+              [](const auto& left, const auto& right) { return left.m_Name.View() < right.m_Name.View(); });
+    cow_List<rds_DirectoryEntity> list;
+    for (const rds_DirectoryEntity& entity : entities) list.Append(entity);
+    return list;
+}
+
+cow_List<rds_DirectoryEntity> rds_ListHostDirectory(const cow_String& path, int filter, char flag,
+                                                    rds_ListingRoom room)
 {
     RefuseNul(kCannotList, path);
     if (!IsFilter(filter)) Refuse(kCannotList, path, atr_Message("There is no filter %d", filter));
@@ -247,17 +263,18 @@ cow_List<rds_DirectoryEntity> rds_ListHostDirectory(const cow_String& path, int 
     if (directory == nullptr) Refuse(kCannotList, path, errno);
 
     const auto filterId = static_cast<rdb_FileFilterID>(filter);
-    cow_List<rds_DirectoryEntity> list;
-    rds_ListingRoom room;
-    Looker looker;
-    for (const std::string& name : SortedNames(directory.get(), filterId, path))
+    std::vector<rds_DirectoryEntity> entities;
+    Describer describer;
+    while (const char* name = NextName(directory.get(), path))
     {
-        const cow_String text(name);
-        const rds_DirectoryEntity entity =
-            looker.Look(::dirfd(directory.get()), name.c_str(), text).value_or(rds_DirectoryEntity(text));
+        if (!LetsNameThrough(filterId, name)) continue;
+        const std::optional<Seen> seen = Look(::dirfd(directory.get()), name);
+        rds_DirectoryEntity entity(name,
+                                   seen ? KindOf(seen->attributes.st_mode) : rds_DirectoryEntity::Unknown);
         if (!LetsEntryThrough(filterId, entity)) continue;
+        if (seen && flag == rds_CFileBrowsing::AllAttributes) entity = describer.Entity(*seen, entity.m_Name);
         if (!room.Take(entity)) RefuseSize(path);
-        list.Append(entity);
+        entities.push_back(entity);
     }
-    return list;
+    return SortedByName(entities);
 }

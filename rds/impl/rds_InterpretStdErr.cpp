@@ -3,6 +3,7 @@
 #include "rds_ErrorLine.h"
 #include "utl_TempFile.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -43,8 +44,13 @@ cow_String rds_InterpretMarlekErr(utl_TempFile& file)
 {
     cow_String last;
     const Stream stream = OpenStream(file);
+    if (stream == nullptr) return last;
+    // A child that still talks, faster than it is read, must not keep its reader: what is there now counts.
+    std::fseek(stream.get(), 0, SEEK_END);
+    const long end = std::ftell(stream.get());
+    std::fseek(stream.get(), std::max(end - static_cast<long>(kMostReasonBytes), 0L), SEEK_SET);
     char line[kLineBytes];
-    while (stream != nullptr && std::fgets(line, sizeof line, stream.get()) != nullptr)
+    while (std::ftell(stream.get()) < end && std::fgets(line, sizeof line, stream.get()) != nullptr)
         if (rds_IsErrorLine(line)) last = line;
     return last;
 }

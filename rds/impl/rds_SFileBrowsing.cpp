@@ -99,7 +99,7 @@ template <class Ask, class Send> void rds_SFileBrowsing::Answer(Ask ask, Send se
 
 void rds_SFileBrowsing::ListDirRequest(const cow_String& path, int filter, char flag)
 {
-    Answer([&] { return rds_ListHostDirectory(path, filter); },
+    Answer([&] { return rds_ListHostDirectory(path, filter, flag); },
            [&](const auto& list) { SendListDirReply(flag, &list); });
 }
 

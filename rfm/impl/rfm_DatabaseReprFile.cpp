@@ -166,7 +166,7 @@ std::unique_ptr<rfm_LinkageList> rfm_DatabaseReprFile::ReadLinkage()
     for (std::int64_t next = list->Last().entries[0].offset; next != 0; next = list->Last().entries[0].offset)
     {
         const bool outside =
-            next < rfm_FirstLinkageBlockOffset || next > MediumSize().Value() - rfm_LinkageBlockBytes;
+            next < rfm_FirstLinkageBlockOffset || !File().ReachesTo(next + rfm_LinkageBlockBytes);
         if (outside || !places.Take(next)) ThrowCorrupt();
         list->Append(ReadLinkageBlock(next));
     }
@@ -541,8 +541,7 @@ void rfm_DatabaseReprFile::Reserve(utl_FileOffset amount)
 }
 
 utl_FileOffset rfm_DatabaseReprFile::FileLength() const { return File().Length(); }
-utl_FileOffset rfm_DatabaseReprFile::MediumSize() const { return File().MediumSize(); }
-utl_FileOffset rfm_DatabaseReprFile::MostContent() const { return File().MostContent(); }
+bool rfm_DatabaseReprFile::MayHold(utl_FileOffset end) const { return File().MayHold(end); }
 
 void rfm_DatabaseReprFile::WriteAt(std::int64_t offset, const char* bytes, int count)
 {

@@ -68,8 +68,8 @@ public:
     /// Moves the logical end of the file by `amount`, and stamps the file's size when it grew.
     void Reserve(utl_FileOffset amount);
     utl_FileOffset FileLength() const;
-    utl_FileOffset MediumSize() const;
-    utl_FileOffset MostContent() const;
+    /// Whether as much as `end` bytes may ever have been written into the file.
+    bool MayHold(utl_FileOffset end) const;
     std::int64_t MostEntries() const noexcept { return m_Linkage->MostEntries(); }
     void WriteAt(std::int64_t offset, const char* bytes, int count);
     /// Bytes that the file lacks read as zero.

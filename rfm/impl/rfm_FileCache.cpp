@@ -20,7 +20,13 @@ using Locked = thr_Locked<thr_Mutex>;
 
 // The order of the locks: the cache's first, then the global one.
 std::atomic<thr_Mutex*> s_Mutex = nullptr;
-std::atomic<rfm_FileCache*> s_Cache = nullptr;
+
+// Never destroyed: the end of a forked child must not take the file of its parent.
+std::shared_ptr<rfm_FileCache>& TheCache()
+{
+    static auto* const s_Cache = new std::shared_ptr<rfm_FileCache>;
+    return *s_Cache;
+}
 
 thr_Mutex& CacheMutex()
 {
@@ -73,28 +79,19 @@ rfm_FileCache::~rfm_FileCache()
     }
 }
 
-rfm_FileCache& rfm_FileCache::Instance()
+std::shared_ptr<rfm_FileCache> rfm_FileCache::Instance()
 {
-    rfm_FileCache* cache = s_Cache.load(std::memory_order_acquire);
-    if (cache != nullptr) return *cache;
     const Locked locked(CacheMutex());
-    cache = s_Cache.load(std::memory_order_relaxed);
-    if (cache == nullptr)
-    {
-        cache = new rfm_FileCache;
-        s_Cache.store(cache, std::memory_order_release);
-    }
-    return *cache;
+    if (TheCache() == nullptr) TheCache().reset(new rfm_FileCache);
+    return TheCache();
 }
-
-const rfm_FileCache& rfm_FileCache::Made() noexcept { return *s_Cache.load(std::memory_order_acquire); }
 
 void rfm_FileCache::Finalize() noexcept
 {
     thr_Mutex* const mutex = s_Mutex.load(std::memory_order_acquire);
     if (mutex == nullptr) return;
     mutex->Lock();
-    delete s_Cache.exchange(nullptr);
+    TheCache().reset();
     const thr_Locked<thr_GlobalLock> locked(omi_Singleton<thr_GlobalLock>::Instance());
     s_Mutex.store(nullptr);
     mutex->Unlock();
@@ -104,6 +101,7 @@ void rfm_FileCache::Finalize() noexcept
 rfm_FilePage* rfm_FileCache::GetPage(std::int64_t start, rfm_FilePageMap& pages)
 {
     const Locked locked(CacheMutex());
+    pages.m_Cache = this;
     const auto held = pages.m_Pages.find(start);
     rfm_FilePage* page = held != pages.m_Pages.end() ? held->second : nullptr;
     if (page == nullptr)

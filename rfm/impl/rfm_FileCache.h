@@ -30,14 +30,15 @@ class rfm_FileCache
 public:
     /// The one cache, made at its first use from the options of the process.
     /// Throws: what utl_TempFile and utl_File throw; nex_TextException for an option that is no number.
-    static rfm_FileCache& Instance();
-    /// The one cache, which must have been made: whoever has a page may ask.
-    static const rfm_FileCache& Made() noexcept;
-    /// Takes the cache down, if there is one; all remote files are closed by then. The next use makes a fresh one.
+    static std::shared_ptr<rfm_FileCache> Instance();
+    /// Takes the cache down, if there is one. All remote files should be closed by then; where one is not, the cache and
+    /// its file stay until that goes. The next use makes a fresh one.
     static void Finalize() noexcept;
 
     rfm_FileCache(const rfm_FileCache&) = delete;
     rfm_FileCache& operator=(const rfm_FileCache&) = delete;
+    /// All pages have been given back.
+    ~rfm_FileCache();
 
     /// The page at `start`, which is the caller's until `ReleasePage`; its length is 0 when it has to be loaded.
     /// Throws: nex_TextException "Cache Space Exausted." when the limit is reached and all pages are in use.
@@ -62,7 +63,6 @@ private:
     friend class rfm_FilePage;
 
     rfm_FileCache();
-    ~rfm_FileCache();
 
     void ReadSlot(std::int64_t place, char* target, int count) const;
     void WriteSlot(std::int64_t place, const char* bytes, int count) const

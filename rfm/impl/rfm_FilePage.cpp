@@ -33,7 +33,7 @@ void rfm_FilePage::ReadPage(int& total, char*& target, int& remaining, utl_FileO
     const std::int64_t offset = position.Value() - m_Start;
     if (offset < 0 || offset >= m_Length) return;
     const int wanted = static_cast<int>(std::min<std::int64_t>(m_Length - offset, remaining));
-    rfm_FileCache::Made().ReadSlot(m_Slot + offset, target, wanted);
+    Cache().ReadSlot(m_Slot + offset, target, wanted);
     total += wanted;
     target += wanted;
     position += wanted;
@@ -43,7 +43,7 @@ void rfm_FilePage::ReadPage(int& total, char*& target, int& remaining, utl_FileO
 void rfm_FilePage::LoadPage(utl_BinIStream& source)
 {
     const int length = source.ReadInt();
-    if (!rfm_IsRemotePageLength(length, rfm_FileCache::Made().PageSize()))
+    if (!rfm_IsRemotePageLength(length, Cache().PageSize()))
         utl_BinStreamEOF("read", atr_Message("A page of %d bytes was announced", length))
             .Throw(__FILE__, __LINE__);
     m_Length = 0; // until all of it is there
@@ -60,7 +60,7 @@ static void TakeAway(utl_BinIStream& source, int count)
 
 void rfm_FilePage::TakeBytes(utl_BinIStream& source, int length) const
 {
-    const rfm_FileCache& cache = rfm_FileCache::Made();
+    const rfm_FileCache& cache = Cache();
     char buffer[kTransferBytes] = {};
     int due = length;
     try

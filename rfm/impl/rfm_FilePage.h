@@ -7,6 +7,7 @@
 #include <map>
 #include <vector>
 
+class rfm_FileCache;
 class rfm_FilePage;
 
 /// The pages of one remote file by where they start. A start without a page is one that the cache took away and the
@@ -20,7 +21,9 @@ public:
 
 private:
     friend class rfm_FileCache;
+    friend class rfm_FilePage;
 
+    const rfm_FileCache* m_Cache = nullptr; // from its first page on
     std::map<std::int64_t, rfm_FilePage*> m_Pages;
     // The starts that lost their page, so that nobody walks the map for them at each request. One whose page came back
     // meanwhile is passed over.
@@ -65,6 +68,7 @@ private:
     bool IsAlone() const noexcept { return m_Next == this; }
     void Unlink() noexcept;
     void MoveBehind(rfm_FilePage& head) noexcept;
+    const rfm_FileCache& Cache() const noexcept { return *m_Owner->m_Cache; }
     void TakeBytes(utl_BinIStream& source, int length) const;
 
     rfm_FilePage* m_Next = this;

@@ -30,11 +30,13 @@ public:
     /// Makes the stamp say nothing, so that a crash or a reader between a change of size and the new stamp finds a
     /// stamp that passes.
     virtual void ClearSizeStamp(int position);
-    /// What the medium holds now: the bound for every place in the file that the file claims.
+    /// What the medium holds now.
     virtual utl_FileOffset MediumSize() const { return m_PhysicalFileSize; }
-    /// The most that was ever written there: the bound for what is read into memory. A file that stores nothing for what
-    /// was only reserved may be far longer.
-    virtual utl_FileOffset MostContent() const { return MediumSize(); }
+    /// Whether the medium reaches up to `end`: the bound for every place in the file that the file claims.
+    virtual bool ReachesTo(utl_FileOffset end) const { return end <= MediumSize(); }
+    /// Whether as much as `end` bytes may ever have been written there: the bound for what is read into memory. A file
+    /// that stores nothing for what was only reserved may be far longer.
+    virtual bool MayHold(utl_FileOffset end) const { return ReachesTo(end); }
     /// Reads what is there: fewer bytes at the end of the file, none behind it. A back end whose `Read` answers otherwise
     /// gives its own.
     virtual int ReadUpToEnd(char* buffer, int count) { return Read(buffer, count); }

@@ -55,11 +55,11 @@ void rfm_FileReprEncoded::SetLogicalSize(utl_FileOffset size)
 
 // What the sectors can hold at most, which bounds every length that a damaged file claims. What is still in memory counts
 // too: a writer is asked before it has flushed.
-utl_FileOffset rfm_FileReprEncoded::MostContent() const
+bool rfm_FileReprEncoded::MayHold(utl_FileOffset end) const
 {
     const std::int64_t stored = std::int64_t{m_Table.UsedCount()} * m_SegmentSize;
     const std::int64_t pending = m_ReadOnly ? 0 : std::int64_t{m_Table.Cache().Count()} * m_SegmentSize;
-    return std::min<utl_FileOffset>(m_LogicalFileSize, stored + pending);
+    return end <= m_LogicalFileSize && end <= stored + pending;
 }
 
 void rfm_FileReprEncoded::Seek(utl_FileOffset location)

@@ -32,7 +32,7 @@ public:
     bool ExtendBy(utl_FileOffset delta) override;
     /// Only checks: the physical file is cut when it is closed.
     void TrimToLength() override { CheckWritable(); }
-    utl_FileOffset MostContent() const override;
+    bool MayHold(utl_FileOffset end) const override;
     void Refresh() override { m_Table.ForgetAhead(); }
 
 private:

@@ -32,7 +32,7 @@ public:
     int ReadUpToEnd(char* buffer, int count) override;
     void RaiseLogicalLength(utl_FileOffset end) override;
     utl_FileOffset MediumSize() const override { return m_Dataset.Length(); }
-    utl_FileOffset MostContent() const override { return m_Dataset.MostContent(); }
+    bool MayHold(utl_FileOffset end) const override { return end <= m_Dataset.MostContent(); }
     void Refresh() override { m_Dataset.Refresh(); }
 
 private:

@@ -143,7 +143,7 @@ private:
 rfm_FileReprRemote::rfm_FileReprRemote(const cow_String& url)
     : rfm_FileRepr(url),
       m_ProtocolVersion(rfm_RemoteVersion),
-      m_Cache(&rfm_FileCache::Instance()),
+      m_Cache(rfm_FileCache::Instance()),
       m_Traces(WantsTrace())
 {
     Require(utl_UrlParser::IsUrl(url), "utl_UrlParser::IsUrl(url)");
@@ -365,6 +365,11 @@ utl_FileOffset rfm_FileReprRemote::MediumSize() const
 {
     // Asking moves nothing but what this object knows of the file, and no object of this class is constant.
     return m_SizeIsOld ? const_cast<rfm_FileReprRemote*>(this)->AskSize() : m_MediumSize;
+}
+
+bool rfm_FileReprRemote::ReachesTo(utl_FileOffset end) const
+{
+    return end <= m_MediumSize || end <= MediumSize();
 }
 
 atr_String rfm_FileReprRemote::CheckCache()

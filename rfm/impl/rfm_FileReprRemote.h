@@ -43,6 +43,9 @@ public:
     void VerifySizeStamp(int position) override;
     /// The size now: both sizes stay as they were at the open, and the file may grow.
     utl_FileOffset MediumSize() const override;
+    /// Asks only for what lies behind the size that is known. Where the file has become shorter since, reads tell it.
+    bool ReachesTo(utl_FileOffset end) const override;
+    bool MayHold(utl_FileOffset end) const override { return ReachesTo(end); }
 
 private:
     void Start(const cow_String& url);
@@ -65,7 +68,7 @@ private:
     short m_ProtocolVersion;
     std::unique_ptr<uti_SpawnSourceWithSink> m_Process;
     utl_TempFile m_ErrorFile{""};
-    rfm_FileCache* m_Cache;
+    std::shared_ptr<rfm_FileCache> m_Cache;
     rfm_FilePageMap m_Pages;
     signed char m_Status = 0;
 

@@ -52,8 +52,8 @@ inline constexpr int rfm_RemoteMostKeyBytes = 255;
 inline constexpr int rfm_RemoteMostDroppedPages = 32767;
 inline constexpr int rfm_RemoteLeastPageBytes = 1024;
 inline constexpr int rfm_RemoteMostPageBytes = 64 * 1024 * 1024;
-/// Pages that an assistant watches for one reader, and so the longest list of a reply: 16 TiB of pages of the usual size.
-inline constexpr int rfm_RemoteMostWatchedPages = 1 << 24;
+/// Pages that an assistant watches for one reader, and so the longest list of a reply: 1 TiB of pages of the usual size.
+inline constexpr int rfm_RemoteMostWatchedPages = 1 << 20;
 
 /// The version that both ends speak.
 inline constexpr short rfm_RemoteCommonVersion(short own, short other) { return own < other ? own : other; }

@@ -105,7 +105,7 @@ void rfm_StringManagerFile::Load()
 {
     const std::int64_t end = m_Space->Length().Value();
     if (end <= m_NextOffset) return;
-    if (end > m_Database.MostContent().Value()) ThrowCorrupt();
+    if (!m_Database.MayHold(end)) ThrowCorrupt();
     m_Bytes.Reserve(end);
     // A load that was refused half way may have left marks behind what is known: none may stand for what is there now.
     m_RecordBits.resize(static_cast<std::size_t>(m_NextOffset / 256 + 1));

@@ -84,15 +84,19 @@ void utl_BinOStream::Transfer(const char* bytes, int count)
     }
 }
 
-void utl_BinOStream::WriteString(const cow_String& text)
+void utl_BinOStream::RefuseLongString(const cow_String& text)
 {
-    const auto length = static_cast<unsigned>(text.Length());
-    if (length > utl_MostStringBytes)
+    if (static_cast<unsigned>(text.Length()) > utl_MostStringBytes)
         utl_BinStreamReadError("write", atr_Message("The text is longer than 16 MiB"))
             .Throw(__FILE__, __LINE__);
+}
+
+void utl_BinOStream::WriteString(const cow_String& text)
+{
+    RefuseLongString(text);
     // Length and bytes in one piece: a short text is one transfer, not two.
     std::string bytes(utl_StringLengthBytes, '\0');
-    omi_Store(bytes.data(), length, m_Swapped);
+    omi_Store(bytes.data(), static_cast<unsigned>(text.Length()), m_Swapped);
     bytes += text.View();
     Write(bytes.data(), static_cast<int>(bytes.size()));
 }

@@ -28,6 +28,9 @@ public:
     void WriteInt64(std::int64_t value) { WriteNumber(value); }
     void WriteUInt64(std::uint64_t value) { WriteNumber(value); }
     void WriteString(const cow_String& text);
+    /// Throws what WriteString throws for a text that is too long: for a message whose first fields must not go out
+    /// without it.
+    static void RefuseLongString(const cow_String& text);
     /// The bytes as given. Waits as long as the reader takes nothing.
     void Write(const char* bytes, int count);
 

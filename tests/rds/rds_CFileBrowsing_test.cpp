@@ -1,7 +1,8 @@
 #include "BrowsingScene.h"
 #include "RandomSeed.h"
 #include "rds_BrowsingFormat.h"
-#include "utl_BinStreamException.h"
+#include "utl_BinIStream.h"
+#include "utl_BinOStream.h"
 
 #include <functional>
 #include <vector>
@@ -67,6 +68,18 @@ protected:
     static List Listed(rds_CFileBrowsing& browser, char flag = kAll)
     {
         return List(browser.ListDir("/data", rdb_FileFilterID::Visible, flag));
+    }
+    template <class Action> static std::string SourceOf(Action action)
+    {
+        try
+        {
+            action();
+        }
+        catch (const nex_TextException& failure)
+        {
+            return failure.SourceName().CString();
+        }
+        return kNothingThrown;
     }
     std::string ListingFailure(const std::string& replies) const
     {
@@ -148,6 +161,21 @@ TEST_F(FileBrowsing, AHandshakeThatIsCutAnywhereIsALostConnection)
         EXPECT_EQ(MakingFailure(Handshake().substr(0, length)), kLostConnection) << length;
 }
 
+TEST_F(FileBrowsing, AWriteOfTheHandshakeThatFailsPassesTheStreamsOwnException)
+{
+    Put("platform", FromHex("00000005") + "linux");
+    for (const char* script : {"exec <&-; printf x; cat replies", // takes nothing
+                               "printf x; head -c 4 >requests; exec <&-; cat platform"})
+    {
+        rds_Client* client = Client(script);
+        EXPECT_EQ(utl_BinIStream(client->SourceDescriptor(), omi_Swapper::Pipe).ReadSchar(), 'x');
+        EXPECT_EQ(Thrown<utl_BinStreamEOF>([&] { rds_CFileBrowsing browser(client); }),
+                  "*** ERROR: Can't write stream, reason:\n  Broken pipe.")
+            << script;
+        EndClient(client);
+    }
+}
+
 TEST_F(FileBrowsing, ABrowserWithoutAClientIsNone)
 {
     EXPECT_EQ(Thrown<nex_AssertException>([] { rds_CFileBrowsing browser(nullptr); }), "client != nullptr");
@@ -155,10 +183,16 @@ TEST_F(FileBrowsing, ABrowserWithoutAClientIsNone)
 
 TEST_F(FileBrowsing, AnEmptyBrowserTouchesNoChildAndTakesNoRequest)
 {
-    rds_CFileBrowsing browser;
-    EXPECT_TRUE(HasNoChildren());
-    EXPECT_THROW(browser.Exit(), nex_AssertException);
-    EXPECT_THROW(browser.IsRemoteDirReply(), nex_AssertException);
+    rds_Client* other = Client("exec cat");
+    {
+        rds_CFileBrowsing browser;
+        EXPECT_THROW(browser.Exit(), nex_AssertException);
+        EXPECT_THROW(browser.IsRemoteDirReply(), nex_AssertException);
+    }
+    EXPECT_TRUE(other->IsRunning());
+    utl_BinOStream(other->SinkDescriptor(), omi_Swapper::Pipe).WriteSchar('x');
+    EXPECT_EQ(utl_BinIStream(other->SourceDescriptor(), omi_Swapper::Pipe).ReadSchar(), 'x');
+    EndClient(other);
 }
 
 // --- requests and replies ---
@@ -304,16 +338,41 @@ TEST_F(FileBrowsing, APercentSignInTheServicesWordsStaysOne)
 TEST_F(FileBrowsing, ExceptionsNameTheBrowserAsTheirSource)
 {
     const auto browser = Browser(Refusal("no"));
-    for (int request = 0; request < 2; ++request) // refused, then lost
-        try
-        {
-            browser->IsRemoteDir("/");
-            FAIL();
-        }
-        catch (const nex_TextException& failure)
-        {
-            EXPECT_EQ(failure.SourceName(), "rds_CFileBrowsing");
-        }
+    EXPECT_EQ(SourceOf([&] { browser->IsRemoteDir("/"); }), "rds_CFileBrowsing"); // refused
+    EXPECT_EQ(SourceOf([&] { browser->IsRemoteDir("/"); }), "rds_CFileBrowsing"); // lost
+    const auto flagged = Browser(ShortListing("X"));
+    EXPECT_EQ(SourceOf([&] { Listed(*flagged); }), "rds_CFileBrowsing");
+    const auto asked = Browser("");
+    EXPECT_EQ(SourceOf([&] { Listed(*asked, 'X'); }), "rds_CFileBrowsing");
+}
+
+TEST_F(FileBrowsing, ExceptionsOfTheHandshakeNameItToo)
+{
+    for (const std::string& replies : {FromHex("00000002") + "nt",                          // platform
+                                       FromHex("00000005") + "linux" + FromHex("00000003"), // version
+                                       std::string()})                                      // lost
+        EXPECT_EQ(SourceOf([&] { Owning(Scripted(replies)); }), "rds_CFileBrowsing");
+}
+
+// Once for each request that has a path; the one behind it is answered as if nothing had been.
+TEST_F(FileBrowsing, APathThatNoStreamCarriesIsRefusedBeforeItsCodeGoesOutAndTheBrowserGoesOn)
+{
+    const cow_String path(std::string(16UL * 1024 * 1024 + 1, 'x'));
+    const auto ask = {
+        std::function<void(rds_CFileBrowsing&)>(
+            [&](auto& browser) { List(browser.ListDir(path, rdb_FileFilterID::All, kAll)); }),
+        std::function<void(rds_CFileBrowsing&)>([&](auto& browser) { browser.IsRemoteDir(path); }),
+        std::function<void(rds_CFileBrowsing&)>([&](auto& browser) { browser.IsRemoteFile(path); }),
+        std::function<void(rds_CFileBrowsing&)>([&](auto& browser) { Entity(browser.StatCall(path)); })};
+    for (const auto& each : ask)
+    {
+        auto browser = Browser(FromHex("00000001 00000001"));
+        EXPECT_EQ(Thrown<utl_BinStreamReadError>([&] { each(*browser); }),
+                  "*** ERROR: Can't write stream, reason:\n  The text is longer than 16 MiB.");
+        EXPECT_EQ(browser->IsRemoteDir("/a"), 1);
+        browser.reset();
+        EXPECT_EQ(Requests(), AskedBefore() + FromHex("00000001 00000002") + "/a");
+    }
 }
 
 TEST_F(FileBrowsing, AFlagThatIsNotValidIsFoundOnlyBehindTheRestOfTheRequest)
@@ -323,6 +382,18 @@ TEST_F(FileBrowsing, AFlagThatIsNotValidIsFoundOnlyBehindTheRestOfTheRequest)
               "*** Error: rds_CFileBrowsing::ListDir flag option 88 not valid");
     browser.reset();
     EXPECT_EQ(Requests(), AskedBefore() + FromHex("00000000 00000005") + "/data" + FromHex("00000001"));
+}
+
+TEST_F(FileBrowsing, BehindAFlagThatIsNotValidNothingSucceeds)
+{
+    const std::string answer = FromHex("00000001 00000001");
+    const auto asked = Browser(answer);
+    EXPECT_NE(Failure([&] { Listed(*asked, 'X'); }), kNothingThrown);
+    EXPECT_EQ(Failure([&] { asked->IsRemoteDir("/"); }), kLostConnection);
+    // What is left of the reply must not pass for the next one.
+    const auto answered = Browser(ShortListing("X") + answer);
+    EXPECT_NE(Failure([&] { Listed(*answered); }), kNothingThrown);
+    EXPECT_EQ(Failure([&] { answered->IsRemoteDir("/"); }), kLostConnection);
 }
 
 TEST_F(FileBrowsing, AFlagIsToldByItsCode)

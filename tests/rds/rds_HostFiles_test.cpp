@@ -26,6 +26,8 @@ constexpr int kAll = static_cast<int>(rdb_FileFilterID::All);
 constexpr int kVisible = static_cast<int>(rdb_FileFilterID::Visible);
 constexpr int kDirectories = static_cast<int>(rdb_FileFilterID::Directories);
 constexpr int kDatabases = static_cast<int>(rdb_FileFilterID::Databases);
+constexpr char kLong = rds_CFileBrowsing::AllAttributes;
+constexpr char kShort = rds_CFileBrowsing::ShortForm;
 
 class HostFiles : public ::testing::Test
 {
@@ -50,14 +52,14 @@ protected:
     std::string Listed(int filter) const
     {
         std::string listed;
-        for (const Entity& entity : rds_ListHostDirectory(Text("d"), filter))
+        for (const Entity& entity : rds_ListHostDirectory(Text("d"), filter, kLong))
             listed += std::string(entity.m_Name.View()) + ":" + std::to_string(entity.m_Kind) + " ";
         return listed;
     }
     Entity Stat(const std::string& name) const { return rds_HostEntity(Text(name)); }
     std::string ListFailure(const cow_String& path, int filter = kAll) const
     {
-        return Thrown<nex_TextException>([&] { rds_ListHostDirectory(path, filter); });
+        return Thrown<nex_TextException>([&] { rds_ListHostDirectory(path, filter, kLong); });
     }
     static std::string StatFailure(const cow_String& path)
     {
@@ -139,7 +141,7 @@ TEST_F(HostFiles, WhatIsNoDirectoryIsRefusedInTheSystemsWords)
 TEST_F(HostFiles, NamesWithDotsAreResolvedAsTheSystemDoesIt)
 {
     Folder("d/sub");
-    EXPECT_EQ(rds_ListHostDirectory(Text("d/sub/.."), kAll).ConstGet(0).m_Name, "sub");
+    EXPECT_EQ(rds_ListHostDirectory(Text("d/sub/.."), kAll, kLong).ConstGet(0).m_Name, "sub");
     EXPECT_TRUE(rds_IsHostDirectory("/.."));
     EXPECT_FALSE(rds_IsHostDirectory(Text("missing/..")));
 }
@@ -148,7 +150,7 @@ TEST_F(HostFiles, ALinkToADirectoryIsListedAsThatDirectory)
 {
     Link("d", "to_d");
     File("d/file");
-    EXPECT_EQ(rds_ListHostDirectory(Text("to_d"), kAll).ConstGet(0).m_Name, "file");
+    EXPECT_EQ(rds_ListHostDirectory(Text("to_d"), kAll, kLong).ConstGet(0).m_Name, "file");
 }
 
 // Who may read a directory and not search it sees names that can't be looked at.
@@ -160,7 +162,7 @@ TEST_F(HostFiles, AnEntryThatCannotBeLookedAtKeepsItsPlaceWithoutAttributes)
     {
         if (::chdir(Path("").c_str()) != 0 || ::chmod(".", 0755) != 0 || ::chmod("d", 0444) != 0) return 1;
         if (::geteuid() == 0 && ::seteuid(65534) != 0) return 2;
-        const auto list = rds_ListHostDirectory("d", kAll);
+        const auto list = rds_ListHostDirectory("d", kAll, kLong);
         if (list.Count() != 2 || list.ConstGet(0).m_Name != "one" || list.ConstGet(1).m_Name != "two")
             return 3;
         const Entity& entity = list.ConstGet(1);
@@ -168,6 +170,29 @@ TEST_F(HostFiles, AnEntryThatCannotBeLookedAtKeepsItsPlaceWithoutAttributes)
     };
     EXPECT_EQ(ExitCodeOfForked(listUnsearchable), 0);
     ::chmod(Path("d").c_str(), 0755);
+}
+
+// Where the link leads is behind a directory that may not be searched: that is not nowhere.
+TEST_F(HostFiles, ALinkWhoseTargetMayNotBeLookedAtIsNotADanglingOne)
+{
+    Folder("closed");
+    File("closed/file");
+    Link("../closed/file", "d/link");
+    const auto lookAtLink = [this]
+    {
+        if (::chdir(Path("").c_str()) != 0 || ::chmod(".", 0755) != 0 || ::chmod("closed", 0600) != 0)
+            return 1;
+        if (::geteuid() == 0 && ::seteuid(65534) != 0) return 2;
+        const Entity listed = rds_ListHostDirectory("d", kAll, kLong).ConstGet(0);
+        if (listed.m_Name != "link" || listed.m_Kind != Entity::Unknown || !listed.m_Text1.IsEmpty())
+            return 3;
+        return StatFailure("d/link") ==
+                       "*** Error: Can't get the attributes of d/link, reason:\n  Permission denied."
+                   ? 0
+                   : 4;
+    };
+    EXPECT_EQ(ExitCodeOfForked(lookAtLink), 0);
+    ::chmod(Path("closed").c_str(), 0755);
 }
 
 TEST_F(HostFiles, ADirectoryThatMayNotBeReadIsRefused)
@@ -180,6 +205,37 @@ TEST_F(HostFiles, ADirectoryThatMayNotBeReadIsRefused)
     };
     EXPECT_EQ(ExitCodeOfForked(listUnreadable), 0);
     ::chmod(Path("d").c_str(), 0755);
+}
+
+TEST_F(HostFiles, TheShortFormHasNameAndKindAndAsksNobodyForOwners)
+{
+    File("d/file", "bytes");
+    Link("nowhere", "d/lost");
+    const auto list = rds_ListHostDirectory(Text("d"), kAll, kShort);
+    ASSERT_EQ(list.Count(), 2);
+    EXPECT_EQ(list.ConstGet(0).m_Name, "file");
+    EXPECT_EQ(list.ConstGet(0).m_Kind, Entity::File);
+    EXPECT_EQ(list.ConstGet(1).m_Kind, Entity::DanglingLink);
+    for (const Entity& entity : list)
+    {
+        EXPECT_TRUE(entity.m_Text1.IsEmpty() && entity.m_Text2.IsEmpty());
+        EXPECT_EQ(entity.m_Word1, 0U);
+    }
+}
+
+TEST_F(HostFiles, OnlyWhatTheFilterLetsThroughNeedsRoom)
+{
+    for (const char* name : {"d/a.rdx", "d/b.rdx", "d/c.txt", "d/d.txt", "d/.hidden"}) File(name);
+    const auto listed = [this](int filter, rds_ListingRoom room)
+    { return rds_ListHostDirectory(Text("d"), filter, kShort, room).Count(); };
+    EXPECT_EQ(listed(kDatabases, {2, 100}), 2);
+    EXPECT_EQ(listed(kVisible, {4, 100}), 4);
+    EXPECT_EQ(listed(kAll, {5, 100}), 5);
+    const std::string refusal = CannotList("d", "It holds more than a listing can carry");
+    EXPECT_EQ(Thrown<nex_TextException>([&] { listed(kDatabases, {1, 100}); }), refusal);
+    EXPECT_EQ(Thrown<nex_TextException>([&] { listed(kAll, {4, 100}); }), refusal);
+    EXPECT_EQ(listed(kDatabases, {2, 10}), 2); // bytes of the names
+    EXPECT_EQ(Thrown<nex_TextException>([&] { listed(kDatabases, {2, 9}); }), refusal);
 }
 
 // --- is it a directory, is it a file ---

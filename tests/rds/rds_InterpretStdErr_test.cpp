@@ -5,12 +5,21 @@
 #include "rds_ErrorLine.h"
 #include "utl_TempFile.h"
 
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <string>
 
 namespace
 {
 const cow_String kNoReason = "Can't be determined";
+
+// So many bytes of lines that say nothing.
+std::string Lines(std::size_t bytes)
+{
+    std::string lines(bytes, 'x');
+    for (std::size_t end = bytes; end > 0; end -= std::min<std::size_t>(end, 500)) lines[end - 1] = '\n';
+    return lines;
+}
 
 class TheTextOfAChild : public ::testing::Test
 {
@@ -65,6 +74,16 @@ TEST_F(TheTextOfAChild, OfManyMegabytesIsCut)
     const std::size_t length = Whole(text).size();
     EXPECT_GE(length, most);
     EXPECT_LT(length, most + 511);
+}
+
+// A child that talks without end must not keep its reader.
+TEST_F(TheTextOfAChild, HasItsErrorInTheLastMegabytes)
+{
+    const std::string error = "*** Error: one\n";
+    const std::size_t most = 16U * 1024 * 1024;
+    EXPECT_EQ(LastError(error + Lines(most - error.size())), error);
+    EXPECT_EQ(LastError(error + Lines(most)), "");
+    EXPECT_EQ(LastError(Lines(most) + error), error);
 }
 
 TEST_F(TheTextOfAChild, CannotBeDeterminedWhenThereIsNone)

@@ -210,6 +210,14 @@ TEST_F(BrowsingService, ATextExceptionIsTheProgramsResultToo)
     EXPECT_THAT(result.err, StartsWith("SFileBrowsing: utl_BinStreamReadError: "));
 }
 
+TEST_F(BrowsingService, AnyOtherExceptionIsTwoAndItsWords)
+{
+    const ChildResult result = BoundedChild({RFM_FAILING_BROWSING}).Finish("");
+    EXPECT_EQ(result.code, 2);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "rdsT_FileBrowsing, no memory\n");
+}
+
 TEST_F(BrowsingService, AClientThatTakesNoRepliesIsANormalExit)
 {
     BoundedChild service({RFM_FILE_BROWSING});

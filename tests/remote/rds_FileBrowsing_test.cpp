@@ -14,6 +14,16 @@ using Entity = std::unique_ptr<rds_DirectoryEntity>;
 
 constexpr const char* kLostConnection = "*** Error: Lost connection to remote server";
 
+struct EndClient
+{
+    void operator()(rds_Client* client) const
+    {
+        client->Reap(0);
+        const std::unique_ptr<utl_TempFile> errors(client->StdErrFile()); // goes behind its client
+        delete client;
+    }
+};
+
 class FileBrowsingOverRelay : public FarEnd
 {
 protected:
@@ -44,7 +54,10 @@ protected:
         rds_RemoteConnection connection("box1", "127.0.0.1", "/", "marlek", rds_RemoteLoginMechanismEnm::SSH,
                                         "", 600, 0, m_Port, true);
         connection.SetqlnsrvdKey(cow_String(m_Key));
-        return std::make_unique<rds_CFileBrowsing>(connection.RunRemoteFileService(kBrowsing));
+        std::unique_ptr<rds_Client, EndClient> client(connection.RunRemoteFileService(kBrowsing));
+        auto browser = std::make_unique<rds_CFileBrowsing>(client.get());
+        static_cast<void>(client.release()); // the browser's from here on
+        return browser;
     }
     cow_String Data(const std::string& name = "") const { return cow_String(Path("data/" + name)); }
     std::string Listed(rds_CFileBrowsing& browser, rdb_FileFilterID filter) const
@@ -88,6 +101,14 @@ TEST_F(FileBrowsingOverRelay, ARefusalOfTheOtherHostComesInItsWordsAndTheBrowser
               "*** Error: Can't get the attributes of " + Path("data/missing") +
                   ", reason:\n  No such file or directory.");
     EXPECT_EQ(Listed(*browser, rdb_FileFilterID::Directories), "sub:0 ");
+}
+
+TEST_F(FileBrowsingOverRelay, AServiceThatIsNoneLeavesNothingBehind)
+{
+    std::filesystem::remove(Program(kBrowsing));
+    std::filesystem::create_symlink("/bin/true", Program(kBrowsing));
+    EXPECT_THROW(Browser(), nex_Exception);
+    EXPECT_TRUE(NoServiceRuns());
 }
 
 TEST_F(FileBrowsingOverRelay, ADirectoryOfManyEntriesComesWhole)

@@ -62,7 +62,12 @@ TEST_F(OverSsh, TheDebugVariableMakesTheServerWriteALogWhereTheLoginStands)
     const EnvironmentVariable debug("nrdx_debug", "");
     auto connection = Connection();
     connection.StartRemoteFileServer();
-    EXPECT_THAT(FileText(Path("far/nrdxError")), HasSubstr("daemon: listens on 127.0.0.1 port "));
+    // The daemon writes the line behind its report.
+    EXPECT_TRUE(Eventually(
+        [this] {
+            return FileText(Path("far/nrdxError")).find("daemon: listens on 127.0.0.1 port ") !=
+                   std::string::npos;
+        }));
     connection.KillRemoteFileServer();
 }
 

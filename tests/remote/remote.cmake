@@ -21,6 +21,12 @@ add_area(browsing_tests
   rds/rds_SFileBrowsing_test.cpp
   remote/rds_FileBrowsing_test.cpp
 )
+add_executable(failing_browsing
+  ${PROJECT_SOURCE_DIR}/programs/rdsT_FileBrowsing/main.cpp
+  remote/failing_request.cpp)
+target_include_directories(failing_browsing PRIVATE ${PROJECT_SOURCE_DIR}/include)
+target_compile_definitions(browsing_tests PRIVATE RFM_FAILING_BROWSING="$<TARGET_FILE:failing_browsing>")
+add_dependencies(browsing_tests failing_browsing)
 
 # The assistant as a process; one test plays all its input to it from inside.
 add_area(assistant_tests

@@ -296,6 +296,27 @@ TEST_F(FileAssistant, AFileThatIsReplacedDuringTheOpenIsServedAnewAndToldAsRepla
                                                                           "the new one"s);
 }
 
+// What is no longer watched may change unseen, so the reader must ask for it again.
+TEST_F(FileAssistant, APageBeyondThoseThatMayBeWatchedMakesTheOldestCountAsChanged)
+{
+    const std::string path = Put("five.rdx", std::string(5 * 1024, 'x'));
+    const auto page = [](std::int64_t index, const std::vector<std::int64_t>& dropped = {})
+    { return PageRequestBytes(dropped, index * 1024, 1024); };
+    const EndInMemory input(HandshakeBytes("", 1, 1024) + page(2) + page(0) + page(1) // room for three
+                            + page(3) + page(2) + page(2)                             // 2 is the newest now
+                            + page(0)           // it is watched no longer
+                            + page(4, {2048})); // makes room itself
+    const EndInMemory output;
+    assistant::Assistant(input.Get(), output.Get(), 3).Serve(cow_String(path));
+    const std::string bytes = BigEndian(1024, 4) + std::string(1024, 'x');
+    const std::string plain = "\0\0"s + bytes;
+    const auto without = [&](std::int64_t index)
+    { return "\0\2"s + BigEndian(1, 4) + BigEndian(index * 1024, 8) + bytes; };
+    EXPECT_EQ(output.Bytes(), "\0\1"s + plain + plain + plain       //
+                                  + without(2) + without(0) + plain //
+                                  + without(1) + plain);
+}
+
 TEST_F(FileAssistant, WhateverASessionIsDamagedToItEndsWithAReason)
 {
     std::mt19937 random(RandomSeed());

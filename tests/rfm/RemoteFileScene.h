@@ -101,6 +101,15 @@ protected:
         return most;
     }
 
+    std::ptrdiff_t FilesOfCaches() const
+    {
+        std::ptrdiff_t count = 0;
+        for (const auto& entry : std::filesystem::directory_iterator(Path("temp")))
+            count += entry.file_size() > 0 ? 1 : 0; // others take the words of an assistant
+        return count;
+    }
+    int& Count() noexcept { return m_Count; }
+
     static constexpr const char* kNothingThrown = "nothing was thrown";
 
 private:

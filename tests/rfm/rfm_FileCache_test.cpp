@@ -27,9 +27,9 @@ protected:
     static rfm_FileCache& CacheOf(int pages)
     {
         Options(512, pages / 2);
-        return rfm_FileCache::Instance();
+        return *rfm_FileCache::Instance();
     }
-    static rfm_FileCache& Cache() { return rfm_FileCache::Instance(); }
+    static rfm_FileCache& Cache() { return *rfm_FileCache::Instance(); }
 
     static void Load(rfm_FilePage& page, const std::string& bytes)
     {
@@ -139,7 +139,7 @@ TEST_F(rfm_FileCacheTest, TheOptionsAreReadOnceWhenTheCacheIsMade)
     Options(1, 2);
     EXPECT_EQ(Cache().PageSize(), 3072);
     EXPECT_EQ(Cache().PageLimit(), 341);
-    EXPECT_EQ(&Cache(), &rfm_FileCache::Instance());
+    EXPECT_EQ(&Cache(), rfm_FileCache::Instance().get());
 }
 
 TEST_F(rfm_FileCacheTest, AnOptionThatIsNoNumberIsToldAndLeavesNoCache)

@@ -394,6 +394,20 @@ TEST_F(rfm_FileReprRemoteTest, TheSizeIsAskedForAgainOnlyWhereThereMayBeNews)
     EXPECT_THAT(Requests(), ElementsAre("status", "size"));
 }
 
+TEST_F(rfm_FileReprRemoteTest, APlaceBelowTheKnownSizeIsNotAskedFor)
+{
+    rfm_FileReprRemote& file = Open(ContentOf(1, 2 * kPage));
+    Append("a.rdx", "more");
+    ReadAt(file, 0, 1);
+    EXPECT_TRUE(file.ReachesTo(2 * kPage));
+    EXPECT_TRUE(file.MayHold(2 * kPage));
+    EXPECT_THAT(Requests(), ElementsAre(Page(0)));
+    EXPECT_TRUE(file.MayHold(2 * kPage + 4));
+    EXPECT_FALSE(file.MayHold(2 * kPage + 5));
+    EXPECT_FALSE(file.ReachesTo(2 * kPage + 5));
+    EXPECT_THAT(Requests(), ElementsAre("size"));
+}
+
 TEST_F(rfm_FileReprRemoteTest, AStampThatAgreesPassesAndLeavesThePosition)
 {
     rfm_FileReprRemote& file = Open(Stamped(3000, 3000));
@@ -491,6 +505,25 @@ TEST_F(rfm_FileReprRemoteTest, WithoutItNothingIsSaid)
     EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
 }
 
+// --- the end of the library
+
+TEST_F(rfm_FileReprRemoteTest, AFileThatOutlivesTheLibraryKeepsTheCacheAndTakesItAlong)
+{
+    const std::string content = ContentOf(1, 3 * kPage);
+    rfm_FileReprRemote& file = Open(content);
+    ReadAt(file, 0, kPage);
+    rfm_finalize(Count());
+    EXPECT_EQ(ReadAt(file, 0, 2 * kPage), content.substr(0, 2 * kPage));
+    rfm_initialize(Count());
+    Options(2, kNoLimit); // the next file has a cache of its own
+    EXPECT_EQ(ReadAt(Open(content, "b.rdx"), 0, 1), content.substr(0, 1));
+    EXPECT_THAT(Requests(), ElementsAre("page 0 of 2048 dropped"));
+    EXPECT_EQ(ReadAt(file, 2 * kPage, kPage), content.substr(2 * kPage));
+    EXPECT_EQ(FilesOfCaches(), 2);
+    Close();
+    EXPECT_EQ(FilesOfCaches(), 1);
+}
+
 // --- a database
 
 TEST_F(rfm_FileReprRemoteTest, ADatabaseReadsAsItWasWritten)
@@ -506,6 +539,27 @@ TEST_F(rfm_FileReprRemoteTest, ADatabaseReadsAsItWasWritten)
     EXPECT_TRUE(viewer.ReadOnly());
     EXPECT_EQ(viewer.CheckNRDXCache(), atr_String());
     ScriptedRun::ExpectAtLeast(viewer, 60);
+}
+
+// New texts and no growth: a reader has all that it needs in the pages.
+TEST_F(rfm_FileReprRemoteTest, ARefreshWithNewTextsAsksForNoSize)
+{
+    ScriptedRun::Writer writer(Path("job.rdx"));
+    writer.SetUp();
+    writer.WriteIncrement(1);
+    writer.Flush();
+    rfm_Database viewer = rfm_Database::Open(rfm_File::Open(Url("job.rdx"), utl_FileAccessRead), "TEST");
+    ScriptedRun::ExpectAtLeast(viewer, 1);
+    Requests();
+    writer.WriteIncrement(2);
+    writer.Flush();
+    std::string all;
+    for (int i = 0; i < 1024; ++i) all += std::to_string(i * kPage) + " ";
+    Put("changed", all);
+    EXPECT_EQ(viewer.FileStatus(), rfm_FileStatus::RfmFileUpdated);
+    EXPECT_EQ(viewer.Snap(), 1);
+    ScriptedRun::ExpectAtLeast(viewer, 2);
+    EXPECT_THAT(Requests(), ::testing::Not(::testing::Contains("size")));
 }
 
 TEST_F(rfm_FileReprRemoteTest, TheWarningReachesTheUserOfADatabase)

@@ -120,7 +120,7 @@ TEST_F(rfm_RemoteDamageTest, LengthsAndCountsThatCannotBeAreALostConnection)
     for (const std::string& reply : {
              Head(0) + Number(kPage + 1, 4) + bytes, Head(0) + Number(-1, 4) + bytes,
              Head(0) + Number(INT32_MIN, 4) + bytes, Head(0) + Number(INT32_MAX, 4) + bytes,
-             Head(2) + Number(-1, 4) + Page("x"), Head(2) + Number((1 << 24) + 1, 4) + bytes,
+             Head(2) + Number(-1, 4) + Page("x"), Head(2) + Number((1 << 20) + 1, 4) + bytes,
              Head(2) + Number(INT32_MAX, 4) + bytes,
              Head(2) + Number(1000, 4) + bytes, // a list of which only a part comes
          })

@@ -65,7 +65,7 @@ TEST_F(rfm_RemoteThreadsTest, FourThreadsReadFourFilesThroughEightPages)
             wrong += WrongReads(file, content, seed + static_cast<unsigned>(thread));
         });
     EXPECT_EQ(wrong, 0);
-    EXPECT_EQ(rfm_FileCache::Instance().PageLimit(), 8);
+    EXPECT_EQ(rfm_FileCache::Instance()->PageLimit(), 8);
     EXPECT_EQ(CacheFileBytes(), 8 * kPage);
 }
 

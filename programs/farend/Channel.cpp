@@ -51,9 +51,27 @@ void Channel::Send(FrameType type, std::string_view payload)
     m_Queue.append(head.begin(), head.end()).append(payload);
 }
 
+void Channel::SendAll(FrameType type, std::string_view bytes)
+{
+    for (; !bytes.empty(); bytes.remove_prefix(std::min(bytes.size(), kMostPayloadBytes)))
+        Send(type, bytes.substr(0, kMostPayloadBytes));
+}
+
+bool Channel::HasQueued() const
+{
+    return !m_IsDeaf && (m_QueueStart < m_Queue.size() || BIO_wpending(SSL_get_wbio(m_Tls.get())) > 0);
+}
+
 void Channel::Flush()
 {
-    while (HasQueued() && !m_IsDeaf)
+    Encrypt();
+    if (!m_IsDeaf) PushRecords();
+}
+
+// Moves the queue into records.
+void Channel::Encrypt()
+{
+    while (m_QueueStart < m_Queue.size() && !m_IsDeaf)
     {
         ERR_clear_error();
         std::size_t written = 0;
@@ -70,6 +88,13 @@ void Channel::Flush()
     }
     m_Queue.clear();
     m_QueueStart = 0;
+}
+
+// Gets records out of the buffer in front of the socket.
+void Channel::PushRecords()
+{
+    BIO* const records = SSL_get_wbio(m_Tls.get());
+    if (BIO_wpending(records) > 0 && BIO_flush(records) != 1 && !BIO_should_retry(records)) m_IsDeaf = true;
 }
 
 // Fills the frame up to `size` bytes; answers whether they are there.
@@ -108,7 +133,7 @@ std::optional<Channel::Frame> Channel::Next()
 
 short Channel::Events(bool wantFrames) const
 {
-    const bool wantRoom = (HasQueued() && !m_IsDeaf) || (wantFrames && m_ReadWaitsForRoom);
+    const bool wantRoom = HasQueued() || (wantFrames && m_ReadWaitsForRoom);
     return static_cast<short>((wantFrames && !m_HasEnded ? POLLIN : 0) | (wantRoom ? POLLOUT : 0));
 }
 

@@ -41,9 +41,11 @@ public:
 
     /// Queues a frame.
     void Send(FrameType type, std::string_view payload);
+    /// Queues as many frames of this type as the bytes need.
+    void SendAll(FrameType type, std::string_view bytes);
     /// Gets out as much of the queue as the socket takes now.
     void Flush();
-    bool HasQueued() const { return m_QueueStart < m_Queue.size(); }
+    bool HasQueued() const;
     /// Whether another frame may be queued.
     bool HasRoom() const { return m_Queue.size() - m_QueueStart < kMostFrameBytes; }
 
@@ -68,6 +70,8 @@ public:
     short Events(bool wantFrames) const;
 
 private:
+    void Encrypt();
+    void PushRecords();
     bool ReadUpTo(std::size_t size);
     bool WaitBy(const Deadline& deadline, bool wantFrames) const;
 

@@ -24,6 +24,8 @@ constexpr std::string_view kPurpose = "qlnsrv relay to daemon 1";
 constexpr const char* kCipherSuite = "TLS_AES_128_GCM_SHA256";
 constexpr unsigned char kCipherSuiteId[2] = {0x13, 0x01};
 constexpr const char* kGroups = "X25519:P-256";
+constexpr long kRecordOverheadBytes = 22; // of this suite: head, type, tag
+constexpr long kTransferBytes = kFramesPerTransfer * (long{kMostFrameBytes} + kRecordOverheadBytes);
 
 using Octets = std::array<unsigned char, SharedSecret::kBytes>;
 
@@ -104,6 +106,20 @@ extern "C" int FindSecret(SSL* connection, const unsigned char* identity, std::s
     return *session != nullptr ? 1 : 0;
 }
 
+// By itself the library takes two calls of the system to read a record and one to write it. Through this buffer some
+// records move with one call. What is in it is encrypted already. Null where memory ends. The caller owns it.
+BIO* BufferedTransfers(int socket)
+{
+    BIO* const buffer = BIO_new(BIO_f_buffer());
+    BIO* const socketEnd = BIO_new_socket(socket, BIO_NOCLOSE);
+    if (buffer != nullptr && socketEnd != nullptr && BIO_set_read_buffer_size(buffer, kTransferBytes) == 1 &&
+        BIO_set_write_buffer_size(buffer, kTransferBytes) == 1)
+        return BIO_push(buffer, socketEnd);
+    BIO_free(buffer);
+    BIO_free(socketEnd);
+    return nullptr;
+}
+
 // Before any other use of the library: whoever sets a variable of the environment must not load code into us.
 void StartLibraryWithoutConfiguration() { OPENSSL_init_ssl(OPENSSL_INIT_NO_LOAD_CONFIG, nullptr); }
 } // namespace
@@ -151,8 +167,9 @@ ProvingTls::ProvingTls(End end, const SharedSecret& secret)
 TlsConnection ProvingTls::Connect(int socket) const
 {
     TlsConnection connection(SSL_new(m_Context.get()));
-    if (connection == nullptr || SSL_set_fd(connection.get(), socket) != 1)
-        RefuseLibrary("begin a connection");
+    BIO* const transfers = connection != nullptr ? BufferedTransfers(socket) : nullptr;
+    if (transfers == nullptr) RefuseLibrary("begin a connection");
+    SSL_set_bio(connection.get(), transfers, transfers);
     if (m_End == End::Relay)
         SSL_set_connect_state(connection.get());
     else

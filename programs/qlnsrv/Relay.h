@@ -7,8 +7,8 @@
 
 namespace qlnsrv
 {
-/// The pipe: standard input to the service, the service's output and error to ours. One piece of at most one frame
-/// waits in each direction; where it can't go on, nothing is read from the other side.
+/// The pipe: standard input to the service, the service's output and error to ours. One piece of some frames at most waits
+/// in each direction; where it can't go on, nothing is read from the other side.
 ///
 ///                  end of input                          the service has ended
 ///   [ both ways ] -------------> [ only from the service ] ------------------> [ writing the rest ] -> done
@@ -26,6 +26,7 @@ public:
     int Run(const std::string& service);
 
 private:
+    bool TakeFrames();
     bool TakeFrame();
     void WriteError(std::string bytes);
     void Wait(bool isBusy);
@@ -36,6 +37,7 @@ private:
     farend::NonBlocking m_InputMode;
     farend::NonBlocking m_OutputMode;
     farend::PipeWriter m_Output;
+    std::string m_Gathered; // of the service's output; its room is used again
     bool m_InputHasEnded = false;
     bool m_HasClosed = false;
     bool m_SaidError = false;

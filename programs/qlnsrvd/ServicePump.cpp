@@ -34,7 +34,7 @@ bool ServicePump::Carry()
     m_Channel.Flush();
     m_Input.Flush();
     if (m_Channel.IsDeaf() || m_MustStop) return false;
-    if (m_Service.Ended()) DrainEndedService();
+    if (m_ServiceMoved && m_Service.Ended()) DrainEndedService();
     if (m_SaidClosed && !m_Channel.HasQueued()) return true;
     bool isBusy = false;
     if (WantsFrames())
@@ -70,10 +70,10 @@ void ServicePump::CloseInput()
 
 void ServicePump::SendFrom(farend::Descriptor& source, FrameType type)
 {
-    char bytes[farend::kMostPayloadBytes];
+    char bytes[farend::kTransferPayloadBytes];
     const ssize_t got = ::read(source.Get(), bytes, sizeof bytes);
     if (got > 0)
-        m_Channel.Send(type, {bytes, static_cast<std::size_t>(got)});
+        m_Channel.SendAll(type, {bytes, static_cast<std::size_t>(got)});
     else if (got == 0 || (errno != EAGAIN && errno != EINTR) || m_Service.Ended())
         source.Close();
 }
@@ -87,6 +87,15 @@ void ServicePump::DrainEndedService()
     m_Channel.Send(FrameType::Closed, farend::EncodeClosed(*m_Service.Ended()));
     m_SaidClosed = true;
     m_Channel.Flush();
+}
+
+void ServicePump::TakeSignals()
+{
+    for (int signal = m_Signals.Take(); signal != 0; signal = m_Signals.Take())
+    {
+        m_MustStop = m_MustStop || signal == SIGTERM;
+        m_ServiceMoved = m_ServiceMoved || signal == SIGCHLD;
+    }
 }
 
 // Answers false when the relay has gone. Descriptors of which nothing is wanted are left out, since one that has ended
@@ -104,8 +113,7 @@ bool ServicePump::Wait(bool isBusy)
     ::poll(ends, std::size(ends), isBusy ? 0 : -1);
     // A relay that has said all says so with a frame; its socket closes only when it leaves.
     if ((ends[0].revents & (POLLRDHUP | POLLERR | POLLHUP)) != 0) return false;
-    for (int signal = m_Signals.Take(); signal != 0; signal = m_Signals.Take())
-        m_MustStop = m_MustStop || signal == SIGTERM;
+    if (ends[1].revents != 0) TakeSignals();
     if ((ends[2].revents & POLLERR) != 0) CloseInput();
     if (ends[3].revents != 0) SendFrom(m_Service.output, FrameType::Data);
     if (ends[4].revents != 0 && m_Channel.HasRoom()) SendFrom(m_Service.errors, FrameType::Error);

@@ -33,6 +33,7 @@ private:
     void CloseInput();
     void SendFrom(farend::Descriptor& source, farend::FrameType type);
     void DrainEndedService();
+    void TakeSignals();
     bool Wait(bool isBusy);
     bool WantsFrames() const { return m_Input.IsIdle(); }
 
@@ -43,5 +44,6 @@ private:
     bool m_InputEnds = false;
     bool m_SaidClosed = false;
     bool m_MustStop = false;
+    bool m_ServiceMoved = false; // until a signal says so, nobody asks the system whether it has ended
 };
 } // namespace qlnsrvd

@@ -8,9 +8,9 @@
 
 #include <algorithm>
 
-// Bytes move in transfers of sixteen pieces, as much as a pipe holds: a system call a piece would cost as much as the
-// piece. On the stack: threads load at the same time, and a page in memory could be 64 MiB.
-static constexpr int kTransferBytes = 16 * rfm_FilePage::kPieceBytes;
+// Bytes move in transfers of 32 pieces, as much as the relay writes at once: a system call a piece would cost as much as
+// the piece. On the stack: threads load at the same time, and a page in memory could be 64 MiB.
+static constexpr int kTransferBytes = 32 * rfm_FilePage::kPieceBytes;
 
 void rfm_FilePage::Unlink() noexcept
 {

@@ -77,7 +77,8 @@ TEST_F(RelayProgram, MegabytesGoBothWaysAtOnceAndArriveAsTheyWere)
 TEST_F(RelayProgram, PiecesAroundTheSizeOfAFrameArriveAsTheyWere)
 {
     const auto relay = OpenRelay({kBrowsing, "echo"});
-    for (const std::size_t size : {1U, 4096U, 16380U, 16381U, 16382U, 16384U, 32762U, 65537U})
+    for (const std::size_t size :
+         {1U, 4096U, 16380U, 16381U, 16382U, 16384U, 32762U, 65537U, 131047U, 131048U, 131049U, 262145U})
     {
         const std::string bytes = Noise(size);
         relay->Write(bytes);

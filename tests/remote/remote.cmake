@@ -1,5 +1,6 @@
 add_executable(remote_test_service remote/service.cpp)
 add_area(remote_tests
+  remote/Channel_test.cpp
   remote/Key_test.cpp
   remote/Log_test.cpp
   remote/Process_test.cpp

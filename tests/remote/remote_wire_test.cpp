@@ -244,6 +244,36 @@ TEST_F(RemoteWire, WhatAnswersButIsNoDaemonIsTold)
               "qlnsrv, the key is not the one of the qlnsrvd there\n");
 }
 
+// More than fits into the pipe, and its reader comes late: the relay finds the end while it still has to write.
+TEST_F(RemoteWire, WhatCameBeforeTheConnectionWasLostArrives)
+{
+    m_Key = std::string(64, 'a');
+    const OwnPort port;
+    const std::string bytes(600000, 'x');
+    std::thread daemon(
+        [&]
+        {
+            Descriptor relay = port.Accept();
+            const std::string hello = EncodeHello(Hello());
+            ::send(relay.Get(), hello.data(), hello.size(), MSG_NOSIGNAL);
+            const SharedSecret secret{Key(m_Key), Hello()};
+            const ProvingTls tls(ProvingTls::End::Daemon, secret);
+            Channel channel(tls, std::move(relay));
+            EXPECT_EQ(channel.Prove(Soon()), Channel::Proof::Given);
+            EXPECT_TRUE(channel.NextBy(Soon()));
+            channel.Send(FrameType::Answer, EncodeAnswer({AnswerStatus::RelayTells, ""}));
+            channel.SendAll(FrameType::Data, bytes);
+            EXPECT_TRUE(channel.FlushBy(Soon()));
+        });
+    const auto relay = OpenRelay({kBrowsing}, port.Port());
+    daemon.join();
+    EXPECT_TRUE(relay->Read(bytes.size()) == bytes);
+    const ChildResult result = relay->Finish();
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(result.err, "qlnsrv, the connection was lost\n");
+    EXPECT_NE(result.code, 0);
+}
+
 TEST_F(RemoteWire, NoCommandLineAndNoEnvironmentHoldsTheKey)
 {
     Start();

@@ -7,6 +7,7 @@ if(TARGET rfm_tool)
     programs/Expression_test.cpp
     programs/Glob_test.cpp
     programs/Selection_test.cpp
+    programs/rfm_bad_files_test.cpp
     programs/rfm_bad_input_test.cpp
     programs/rfm_check_test.cpp
     programs/rfm_check_compressed_test.cpp
@@ -31,6 +32,7 @@ if(TARGET rfm_tool)
     ${PROJECT_SOURCE_DIR}/programs/rfm/ConnectionFile.cpp
     ${PROJECT_SOURCE_DIR}/programs/rfm/DatabaseFile.cpp
     ${PROJECT_SOURCE_DIR}/programs/rfm/Expression.cpp
+    ${PROJECT_SOURCE_DIR}/programs/rfm/FileMark.cpp
     ${PROJECT_SOURCE_DIR}/programs/rfm/Glob.cpp
     ${PROJECT_SOURCE_DIR}/programs/rfm/NewFile.cpp
     ${PROJECT_SOURCE_DIR}/programs/rfm/Output.cpp

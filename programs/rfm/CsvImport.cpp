@@ -2,6 +2,7 @@
 
 #include "CsvReader.h"
 #include "Failure.h"
+#include "FileMark.h"
 #include "Progress.h"
 #include "Text.h"
 #include "rfm.h"
@@ -103,6 +104,7 @@ public:
     ImportedTable Write(FileKind kind, const NewFile& out);
 
 private:
+    void RequireText();
     void ReadHeader();
     void TakeTypes();
     CsvColumn& ColumnNamed(const std::string& name);
@@ -127,6 +129,17 @@ void CsvTable::Refuse(std::int64_t line, std::size_t index, const std::string& w
     throw Failure(ExitUnreadable,
                   fmt::format("{}, line {}, column {}{}", OneLine(m_Source.path), line, index + 1, name), why,
                   remedy);
+}
+
+// Bytes of anything could be read as lines of cells. What can't be one is told by its mark.
+void CsvTable::RequireText()
+{
+    char bytes[kMarkBytes];
+    const std::string kind = BinaryKind({bytes, m_File.Read(bytes, sizeof bytes)});
+    m_File.Rewind();
+    if (!kind.empty())
+        throw Failure(ExitUnreadable, OneLine(m_Source.path), "not a CSV file: it looks like " + kind,
+                      "give the path of a CSV file");
 }
 
 void CsvTable::ReadHeader()
@@ -212,6 +225,7 @@ void CsvTable::Guess()
 
 void CsvTable::Prepare()
 {
+    RequireText();
     ReadHeader();
     TakeTypes();
     const bool isGiven = std::all_of(m_Columns.begin(), m_Columns.end(),

@@ -1,6 +1,7 @@
 #include "DatabaseFile.h"
 
 #include "Failure.h"
+#include "FileMark.h"
 #include "Output.h"
 #include "RemoteDoor.h"
 #include "Text.h"
@@ -17,15 +18,11 @@
 #include <algorithm>
 #include <charconv>
 #include <cstring>
-#include <fstream>
 
 namespace rfm_tool
 {
 namespace
 {
-constexpr std::string_view kMagic = "TVNR";
-constexpr std::string_view kOldMagic = "TVNDFM";
-
 struct Head
 {
     int words[4] = {};
@@ -175,50 +172,12 @@ void RequireReadableFile(const std::string& path)
 
 namespace
 {
-// What the first bytes of a file that is no database say that it is.
-std::string LooksLike(std::string_view start)
-{
-    static constexpr std::pair<std::string_view, const char*> kMarks[] = {
-        {"SQLite format 3", "an SQLite database"},
-        {"\x89PNG", "a PNG picture"},
-        {"\xff\xd8\xff", "a JPEG picture"},
-        {"GIF8", "a GIF picture"},
-        {"%PDF", "a PDF document"},
-        {"PK\x03\x04", "a zip archive"},
-        {"\x1f\x8b", "gzip data"},
-        {"BZh", "bzip2 data"},
-        {"\xfd"
-         "7zXZ",
-         "xz data"},
-        {"\x28\xb5\x2f\xfd", "zstd data"},
-        {"\x7f"
-         "ELF",
-         "a program"},
-        {"\x93NUMPY", "a NumPy array"},
-        {"CDF", "a netCDF file"},
-        {"<?xml", "an XML text"},
-        {"<VTKFile", "an XML text"},
-    };
-    for (const auto& [mark, what] : kMarks)
-        if (start.starts_with(mark)) return what;
-    const auto isText = [](char byte)
-    { return static_cast<unsigned char>(byte) >= ' ' || byte == '\t' || byte == '\n' || byte == '\r'; };
-    if (!std::all_of(start.begin(), start.end(), isText)) return "binary data";
-    return start.starts_with('{') || start.starts_with('[') ? "a JSON text" : "a text";
-}
-} // namespace
-
-namespace
-{
-constexpr int kLookedAtBytes = 64;
-
 void RequireMagic(const std::string& path, std::string_view start)
 {
-    if (start.starts_with(kOldMagic))
+    if (HasOldDatabaseMark(start))
         throw Failure(ExitUnreadable, OneLine(path), "a database of the old format, which is not read",
                       "run its analysis again with a newer version");
-    // Files that hold a database in another way have marks of their own; the library knows them.
-    if (start.starts_with(kMagic) || start.starts_with("MRKTSA") || start.starts_with("\x89HDF")) return;
+    if (HasDatabaseMark(start)) return;
     throw Failure(ExitUnreadable, OneLine(path), "not a database: it looks like " + LooksLike(start),
                   "look at it with the program that made it");
 }
@@ -227,7 +186,7 @@ void RequireMagic(const std::string& path, std::string_view start)
 rfm_File OpenThere(const std::string& path)
 {
     rfm_File file = OpenRemoteFile(path);
-    char bytes[kLookedAtBytes] = {};
+    char bytes[kMarkBytes] = {};
     try
     {
         file.Repr().Seek(0);
@@ -248,10 +207,7 @@ rfm_File OpenThere(const std::string& path)
 void RequireDatabaseMagic(const std::string& path)
 {
     if (IsRemotePath(path)) return;
-    char bytes[kLookedAtBytes] = {};
-    std::ifstream file(path, std::ios::binary);
-    file.read(bytes, sizeof bytes);
-    RequireMagic(path, {bytes, static_cast<std::size_t>(file.gcount())});
+    RequireMagic(path, StartOfFile(path));
 }
 
 rfm_File OpenForReading(const std::string& path)
@@ -265,7 +221,8 @@ rfm_File OpenForReading(const std::string& path)
     }
     catch (const nex_Exception& cause)
     {
-        throw Failure(ExitUnreadable, OneLine(path), PlainMessage(cause.what()), "");
+        RequireReadableFile(path); // it may have gone since
+        throw Failure(ExitUnreadable, OneLine(path), PlainMessage(cause.what()), RemedyForUnopened(path));
     }
 }
 

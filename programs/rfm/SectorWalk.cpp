@@ -186,7 +186,8 @@ bool SectorWalk::CheckSegments()
         Report(-1, kPlace + 8, "size, number and last length of the segments",
                fmt::format("{}, {} and {}", m_Segments.segmentSize, m_Segments.segmentCount,
                            m_Segments.lastLength),
-               fmt::format("a size of 1 to {}, and a last length of at most that", rfm_MostSegmentBytes),
+               fmt::format("a size of 1 to {}, a last length of at most that, and 2^53 bytes in all at most",
+                           rfm_MostSegmentBytes),
                kRestore);
     else
     {

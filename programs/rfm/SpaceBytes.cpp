@@ -2,6 +2,7 @@
 
 #include "DatabaseFile.h"
 #include "Failure.h"
+#include "FileMark.h"
 #include "RemoteDoor.h"
 #include "Text.h"
 #include "omi_Swapper.h"
@@ -28,7 +29,7 @@ rfm_File OpenAnyFile(const std::string& path)
     }
     catch (const nex_Exception& cause)
     {
-        throw Failure(ExitUnreadable, OneLine(path), PlainMessage(cause.what()), "");
+        throw Failure(ExitUnreadable, OneLine(path), PlainMessage(cause.what()), RemedyForUnopened(path));
     }
 }
 } // namespace

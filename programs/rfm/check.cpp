@@ -25,6 +25,7 @@ struct Finding
     std::int64_t fileBytes = 0;
     std::optional<SectorSums> sectors; // of a compressed file
     bool isWholeWalk = true;           // of the database in the file
+    bool canBeRecovered = true;        // the library gives at least the bytes
 };
 
 // What every write to a file moves.
@@ -113,6 +114,7 @@ bool CheckCommand::WalkSectors(Finding& finding) const
 {
     const FileStamp before = StampOf(m_File);
     finding.sectors = SectorWalk(m_File, finding.damages).Run();
+    finding.canBeRecovered = finding.sectors->isOpen;
     finding.isWholeWalk = finding.sectors->isOpen && WalkSegments(finding);
     return finding.damages.Count() == 0 || StampOf(m_File) == before;
 }
@@ -139,6 +141,7 @@ bool CheckCommand::WalkSegments(Finding& finding) const
     catch (const Failure&)
     {
         if (finding.damages.Count() == 0) throw;
+        finding.canBeRecovered = false;
         return false;
     }
 }
@@ -168,7 +171,9 @@ void CheckCommand::WriteText(Output& output, const Finding& finding) const
     const std::int64_t unlisted = count - static_cast<std::int64_t>(finding.damages.Kept().size());
     if (unlisted > 0) output.Line(fmt::format("and {} more; -n N lists more of each object", unlisted));
     const std::string remedy =
-        count == 0 ? "" : fmt::format("; `rfm recover {} OUT` saves what can still be read", OneLine(m_File));
+        finding.damages.Count() > 0 && finding.canBeRecovered
+            ? fmt::format("; `rfm recover {} OUT` saves what can still be read", OneLine(m_File))
+            : "";
     output.Line(fmt::format(
         "{}: {}, {}, {}, {}{}", count == 0 ? "sound" : Counted(count, "damage", "damages"),
         Counted(finding.fileBytes, "byte", "bytes"), Counted(sums.objects, "object", "objects"),

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <csignal>
 
 namespace rfm_tool
 {
@@ -249,12 +250,84 @@ void ConnectCommand::Remove(Output& output)
     Tell(output, WithoutServer(connection), "removed");
 }
 
-// The login takes its time, so nothing is locked meanwhile: what it gave goes into the registry as it is by then.
-void KeepServer(const rds_RemoteConnection& started)
+// While it lives, what would end the tool waits: a server that runs has to be known here, or ended. At a terminal the
+// login gets a Ctrl-C as well, and ends by itself.
+class SignalsHeld
 {
-    const ConnectionChange change;
-    Connections().Insert(started.Name(), started);
-    change.Save();
+public:
+    SignalsHeld()
+    {
+        sigset_t held;
+        ::sigemptyset(&held);
+        for (const int number : {SIGINT, SIGTERM, SIGHUP})
+            if (!IsIgnored(number)) ::sigaddset(&held, number);
+        ::sigprocmask(SIG_BLOCK, &held, &m_Before);
+    }
+    SignalsHeld(const SignalsHeld&) = delete;
+    SignalsHeld& operator=(const SignalsHeld&) = delete;
+    ~SignalsHeld() { ::sigprocmask(SIG_SETMASK, &m_Before, nullptr); }
+
+    static bool HasOneCome()
+    {
+        sigset_t pending;
+        ::sigpending(&pending);
+        return ::sigismember(&pending, SIGINT) == 1 || ::sigismember(&pending, SIGTERM) == 1 ||
+               ::sigismember(&pending, SIGHUP) == 1;
+    }
+
+private:
+    // As nohup has it: such a one would wait like the others, and nobody means it.
+    static bool IsIgnored(int number)
+    {
+        struct sigaction now = {};
+        ::sigaction(number, nullptr, &now);
+        return now.sa_handler == SIG_IGN;
+    }
+
+    sigset_t m_Before{};
+};
+
+// For a server that nobody else will know. What goes wrong with it is told already, or it ends by itself later.
+void EndServer(rds_RemoteConnection& connection)
+{
+    try
+    {
+        if (HasServer(connection)) connection.KillRemoteFileServer();
+    }
+    catch (const nex_TextException&)
+    {
+        return;
+    }
+}
+
+// A login that fails may have reported its server before.
+void LogIn(rds_RemoteConnection& connection)
+{
+    try
+    {
+        connection.StartRemoteFileServer();
+    }
+    catch (const nex_TextException& cause)
+    {
+        EndServer(connection);
+        throw RemoteFailure(std::string(connection.Name().View()), cause);
+    }
+}
+
+// The login takes its time, so nothing is locked meanwhile: what it gave goes into the registry as it is by then.
+void KeepServer(rds_RemoteConnection& started)
+{
+    try
+    {
+        const ConnectionChange change;
+        Connections().Insert(started.Name(), started);
+        change.Save();
+    }
+    catch (const Failure&)
+    {
+        EndServer(started);
+        throw;
+    }
 }
 
 void ConnectCommand::Start(Output& output)
@@ -269,22 +342,11 @@ void ConnectCommand::Start(Output& output)
                       "`rfm connect ping` tells whether it answers");
     if (HasServer(connection) && Answers(connection))
         return Tell(output, connection, "the server answers already");
-    try
     {
-        connection.StartRemoteFileServer();
-    }
-    catch (const nex_TextException& cause)
-    {
-        throw RemoteFailure(m_Name, cause);
-    }
-    try
-    {
+        const SignalsHeld held;
+        LogIn(connection);
+        if (SignalsHeld::HasOneCome()) return EndServer(connection);
         KeepServer(connection);
-    }
-    catch (const Failure&)
-    {
-        connection.KillRemoteFileServer();
-        throw;
     }
     Tell(output, connection, "the server listens");
 }

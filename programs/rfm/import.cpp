@@ -222,9 +222,10 @@ int ImportCommand::RunSyrthes(Output& output) const
     const SignalNotes notes;
     recorder::RunSource source{CaseFile(), m_Status, m_Provenance, m_Timeout, [] { return stoppedBy != 0; }};
     const recorder::RunSummary summary = Record(source);
-    output.Line(fmt::format("{}: {} of {} increments{}", OneLine(m_Out), summary.increments,
-                            summary.promisedIncrements,
-                            summary.end == recorder::RunEnd::Complete ? ", complete" : ""));
+    if (summary.hasDatabase)
+        output.Line(fmt::format("{}: {} of {} increments{}", OneLine(m_Out), summary.increments,
+                                summary.promisedIncrements,
+                                summary.end == recorder::RunEnd::Complete ? ", complete" : ""));
     if (summary.end == recorder::RunEnd::Complete) return ExitDone;
     if (summary.end == recorder::RunEnd::Stopped) return 128 + stoppedBy;
     Note(fmt::format("{}: nothing has come for {} seconds; a longer --timeout waits longer",

@@ -50,9 +50,27 @@ std::optional<int> ReadSolverStatus(const std::filesystem::path& fileName)
     return std::nullopt;
 }
 
-// A solver that tells its end may begin later than its recorder; without that word nothing says that the file comes.
-void WaitForFile(const std::filesystem::path& fileName, const RunSource& source)
+// How long nothing new may come; below 0 seconds without end.
+class Patience
 {
+public:
+    explicit Patience(double seconds) : m_Seconds(seconds) {}
+    void Renew() { m_LastNews = Clock::now(); }
+    bool IsOver() const
+    {
+        return m_Seconds >= 0 && Clock::now() - m_LastNews >= std::chrono::duration<double>(m_Seconds);
+    }
+
+private:
+    double m_Seconds;
+    Clock::time_point m_LastNews = Clock::now();
+};
+
+// A solver that tells its end may begin later than its recorder; without that word nothing says that the file comes.
+// Answers how the wait ended when it did without the file.
+std::optional<RunEnd> WaitForFile(const std::filesystem::path& fileName, const RunSource& source)
+{
+    const Patience patience(source.patience);
     while (!std::filesystem::exists(fileName))
     {
         if (source.statusFile.empty())
@@ -65,10 +83,15 @@ void WaitForFile(const std::filesystem::path& fileName, const RunSource& source)
         }
         if (source.isStopped())
         {
-            throw MissingFile("there is no " + fileName.string() + " yet");
+            return RunEnd::Stopped;
+        }
+        if (patience.IsOver())
+        {
+            return RunEnd::TimedOut;
         }
         std::this_thread::sleep_for(kPollInterval);
     }
+    return std::nullopt;
 }
 
 // The database of one run, with the operations that a recorder needs.
@@ -425,14 +448,12 @@ private:
         {
             return RunEnd::Stopped;
         }
-        const Clock::time_point now = Clock::now();
         if (gotNews)
         {
-            m_LastNews = now;
+            m_Patience.Renew();
             return std::nullopt;
         }
-        const bool isPatient = m_Source.patience < 0;
-        if (!isPatient && std::chrono::duration<double>(now - m_LastNews).count() >= m_Source.patience)
+        if (m_Patience.IsOver())
         {
             return RunEnd::TimedOut;
         }
@@ -443,24 +464,30 @@ private:
     const RunSource& m_Source;
     Transfer m_Transfer;
     int m_IncrementCount;
-    Clock::time_point m_LastNews = Clock::now();
+    Patience m_Patience{m_Source.patience};
 };
 
 } // namespace
 
 RunSummary RecordRun(const RunSource& source, const std::string& database)
 {
-    WaitForFile(source.caseFile, source);
+    if (const std::optional<RunEnd> end = WaitForFile(source.caseFile, source))
+    {
+        return {.end = *end};
+    }
     const solver::Case run = solver::ReadCase(source.caseFile.string());
     const std::filesystem::path folder = source.caseFile.parent_path();
     const std::filesystem::path meshFile = folder / run.meshFile;
-    WaitForFile(meshFile, source);
+    if (const std::optional<RunEnd> end = WaitForFile(meshFile, source))
+    {
+        return {.end = *end, .promisedIncrements = run.IncrementCount()};
+    }
 
     const solver::Mesh mesh = solver::ReadMesh(meshFile.string());
     RunRecord record(database, run, source.command);
     record.WriteModel(mesh, solver::ReadGroups(meshFile.string() + "_desc"));
 
-    RunSummary summary{RunEnd::Complete, 0, run.IncrementCount()};
+    RunSummary summary{.promisedIncrements = run.IncrementCount(), .hasDatabase = true};
     try
     {
         Follower follower(source, (folder / run.resultPrefix).string(), static_cast<int>(mesh.nodes.size()),

@@ -49,6 +49,7 @@ struct RunSummary
     RunEnd end = RunEnd::Complete;
     int increments = 0;         ///< that were recorded
     int promisedIncrements = 0; ///< by the case
+    bool hasDatabase = false;   ///< false when it ended before the files of the case were there
 };
 
 /// Makes the database anew and follows the run to its end. The database tells viewers how that was: "complete" for

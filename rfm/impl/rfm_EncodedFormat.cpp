@@ -27,5 +27,8 @@ bool rfm_IsSoundEncodedHeader(const rfm_EncodedHeader& header)
     if (header.segmentSize < 1 || header.segmentSize > rfm_MostSegmentBytes) return false;
     if (header.segmentCount < 0) return false;
     if (header.lastLength < 0 || header.lastLength > header.segmentSize) return false;
-    return header.segmentCount > 0 || header.lastLength == header.segmentSize;
+    if (header.segmentCount == 0) return header.lastLength == header.segmentSize;
+    // No place in a database is behind 2^53: such a file would only keep those busy who read all of it.
+    constexpr std::int64_t kMostBytes = std::int64_t{1} << 53;
+    return (std::int64_t{header.segmentCount} - 1) * header.segmentSize + header.lastLength <= kMostBytes;
 }

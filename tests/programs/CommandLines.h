@@ -13,29 +13,46 @@ struct CommandLine
 {
     const char* name;
     Tool::Words words;       // behind the name; FILE and OUT stand for paths
-    int codeWhenDamaged = 4; // on a damaged database
-    int codeWhenSound = 0;   // on a sound one
-    bool writesData = true;  // to standard output, on a sound file
+    int codeWhenSound = 0;   // on a sound database
     const char* object = ""; // the word among `words` that names an object
+
+    bool MakesFile() const { return std::find(words.begin(), words.end(), "OUT") != words.end(); }
 };
 inline void PrintTo(const CommandLine& command, std::ostream* stream) { *stream << command.name; }
 
+/// Those that read a database.
 inline const CommandLine kCommandLines[] = {
     {"info", {"FILE"}},
     {"ls", {"FILE"}},
     {"schema", {"FILE"}},
-    {"head", {"FILE", "4"}, 4, 0, true, "4"},
-    {"tail", {"FILE", "4"}, 4, 0, true, "4"},
-    {"rows", {"FILE", "4"}, 4, 0, true, "4"},
-    {"value", {"FILE", "4.id"}, 4, 0, true, "4.id"},
-    {"stats", {"FILE", "4"}, 4, 0, true, "4"},
-    {"follow", {"FILE", "4", "--timeout", "0"}, 4, 5, true, "4"},
-    {"plot", {"FILE", "4.id"}, 4, 0, true, "4.id"},
-    {"export", {"FILE", "4", "--to", "csv"}, 4, 0, true, "4"},
-    {"check", {"FILE"}, 1},
+    {"head", {"FILE", "4"}, 0, "4"},
+    {"tail", {"FILE", "4"}, 0, "4"},
+    {"rows", {"FILE", "4"}, 0, "4"},
+    {"value", {"FILE", "4.id"}, 0, "4.id"},
+    {"stats", {"FILE", "4"}, 0, "4"},
+    {"follow", {"FILE", "4", "--timeout", "0"}, 5, "4"},
+    {"plot", {"FILE", "4.id"}, 0, "4.id"},
+    {"export", {"FILE", "4", "--to", "csv"}, 0, "4"},
+    {"check", {"FILE"}},
+    {"diff", {"FILE", "FILE"}},
     {"hash", {"FILE"}},
-    {"convert", {"FILE", "OUT", "--to", "plain"}, 4, 0, false},
-    {"compact", {"FILE", "OUT"}, 4, 0, false},
+    {"convert", {"FILE", "OUT", "--to", "plain"}},
+    {"compact", {"FILE", "OUT"}},
+    {"copy", {"FILE", "OUT", "4"}, 0, "4"},
+    {"recover", {"FILE", "OUT"}},
+};
+
+/// The others, given a file where they take something else.
+inline const CommandLine kOtherCommandLines[] = {
+    {"import", {"csv", "FILE", "OUT"}},
+    {"import", {"syrthes", "FILE", "OUT"}},
+    {"connect", {"start", "FILE"}},
+    {"browse", {"FILE"}},
+    {"get", {"FILE", "OUT"}},
+    {"unlock", {"FILE"}},
+    {"completion", {"FILE"}},
+    {"help", {"FILE"}},
+    {"doctor", {"FILE"}},
 };
 
 /// The words to run, with the paths in their places, and another object when one is given.

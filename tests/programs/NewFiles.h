@@ -11,6 +11,7 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <array>
 #include <filesystem>
 #include <stdexcept>
 #include <string>
@@ -57,16 +58,34 @@ private:
 
 constexpr std::int64_t kEndlessBytes = std::int64_t{1} << 36;
 
-/// Makes a sound sample of 64 GiB, all hole, without taking room on the disk: its plain space 9 is that large.
+/// Puts the space of a handle behind the end of the file and makes it 64 GiB large, all hole, without taking room on the
+/// disk.
+inline void MakeEndlessSpace(const std::string& path, int handle)
+{
+    const double end = static_cast<double>(std::filesystem::file_size(path));
+    Overwrite<double>(path, EntryPlace(handle), static_cast<double>(kEndlessBytes));
+    Overwrite<double>(path, EntryPlace(handle) + 8, static_cast<double>(kEndlessBytes));
+    Overwrite<double>(path, EntryPlace(handle) + 16, end);
+    Overwrite<double>(path, 504, 0); // the stamp allows any size
+    std::filesystem::resize_file(path, static_cast<std::uintmax_t>(end) + kEndlessBytes);
+}
+
+/// Makes a sound sample whose plain space 9 is that large.
 inline void MakeEndless(const std::string& path)
 {
     MakeSample(path);
-    const double end = static_cast<double>(std::filesystem::file_size(path));
-    Overwrite<double>(path, EntryPlace(9), static_cast<double>(kEndlessBytes));
-    Overwrite<double>(path, EntryPlace(9) + 8, static_cast<double>(kEndlessBytes));
-    Overwrite<double>(path, EntryPlace(9) + 16, end);
-    Overwrite<double>(path, 504, 0); // the stamp allows any size
-    std::filesystem::resize_file(path, static_cast<std::uintmax_t>(end) + kEndlessBytes);
+    MakeEndlessSpace(path, 9);
+}
+
+/// The same of its array 6.
+inline void MakeEndlessArray(const std::string& path)
+{
+    MakeSample(path);
+    const auto head = ReadFile(path).substr(static_cast<std::size_t>(ExtentOfEntry(path, 6)), 16);
+    MakeEndlessSpace(path, 6);
+    std::array<char, 16> bytes{};
+    head.copy(bytes.data(), bytes.size());
+    Overwrite(path, ExtentOfEntry(path, 6), bytes);
 }
 
 /// While it lives, no file of this process and of those that it starts gets larger than `bytes`.

@@ -29,7 +29,8 @@ class Tool
 public:
     using Words = std::vector<std::string>;
 
-    explicit Tool(Words words, const std::string& outputFile = "") : m_Words(std::move(words))
+    explicit Tool(Words words, const std::string& outputFile = "", bool isRead = true)
+        : m_Words(std::move(words))
     {
         int in[2];
         int out[2];
@@ -37,6 +38,7 @@ public:
         MakePipe(in);
         MakePipe(out);
         MakePipe(err);
+        if (!isRead) CloseEnd(out[0]);
         m_Process = ::fork();
         if (m_Process == 0)
         {
@@ -77,6 +79,7 @@ public:
         return line;
     }
     void CloseOutput() { CloseEnd(m_Out); }
+    pid_t Process() const { return m_Process; }
     void Signal(int number) const { ::kill(m_Process, number); }
     /// Ends its input, and waits for it.
     ToolResult Finish()
@@ -101,6 +104,12 @@ public:
     {
         Tool tool(std::move(words), outputFile);
         tool.Answer(input);
+        return tool.Finish();
+    }
+    /// One whole run whose output nobody reads: each write to it fails.
+    static ToolResult RunUnread(Words words)
+    {
+        Tool tool(std::move(words), "", false);
         return tool.Finish();
     }
     /// One run on a terminal of the given size: output and error come together, with the terminal's line ends. Without

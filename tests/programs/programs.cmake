@@ -9,6 +9,7 @@ if(TARGET rfm_tool)
     programs/Expression_test.cpp
     programs/Glob_test.cpp
     programs/Selection_test.cpp
+    programs/rfm_bad_files_test.cpp
     programs/rfm_bad_input_test.cpp
     programs/rfm_check_test.cpp
     programs/rfm_check_compressed_test.cpp

@@ -1,7 +1,8 @@
-// What every command answers to what it can't work with: the line on standard error, the exit code, and nothing else.
+// What every command does with objects that there aren't, with outputs that take nothing, and with Ctrl-C: the line on
+// standard error, the exit code, and nothing else. Of bad files rfm_bad_files_test.cpp tells.
 #include "CommandLines.h"
+#include "EnvironmentVariable.h"
 #include "NewFiles.h"
-#include "SampleDatabase.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,6 +12,8 @@
 
 namespace
 {
+using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -19,111 +22,10 @@ class EveryCommand : public testing::TestWithParam<CommandLine>
 protected:
     EveryCommand() { MakeSample(m_File); }
 
-    ToolResult Run(const std::string& file) const { return Tool::Run(WordsOf(GetParam(), file, m_Out)); }
-    void ExpectFailure(const std::string& file, int code, const std::string& why) const
-    {
-        const ToolResult result = Run(file);
-        EXPECT_EQ(result.code, code) << file;
-        EXPECT_EQ(result.out, "");
-        EXPECT_EQ(result.err, "rfm: " + file + ": " + why + "\n");
-        EXPECT_FALSE(std::filesystem::exists(m_Out));
-    }
-    std::string Written(const std::string& name, const std::string& bytes) const
-    {
-        WriteFile(m_Folder / name, bytes);
-        return m_Folder / name;
-    }
-    // One line, and no half-made file.
-    void ExpectOneLineOfDamage(const std::string& file) const
-    {
-        ExpectOneLineOfDamage(file, GetParam().codeWhenDamaged);
-    }
-    void ExpectOneLineOfDamage(const std::string& file, int code) const
-    {
-        const ToolResult result = Run(file);
-        EXPECT_EQ(result.code, code) << result.err;
-        EXPECT_FALSE(std::filesystem::exists(m_Out));
-        if (result.code != 4) return;
-        EXPECT_EQ(result.out, "");
-        EXPECT_THAT(result.err, StartsWith("rfm: " + file + ": "));
-        EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
-    }
-
     TestFolder m_Folder;
     std::string m_File = m_Folder / "s.rdx";
     std::string m_Out = m_Folder / "out.rdx";
 };
-
-TEST_P(EveryCommand, SaysThatAFileIsMissing)
-{
-    const std::string why = "no such file; give the path of a database, such as job.rdx";
-    ExpectFailure(m_Folder / "missing.rdx", 3, why);
-    std::filesystem::create_symlink(m_Folder / "gone.rdx", m_Folder / "link.rdx");
-    ExpectFailure(m_Folder / "link.rdx", 3, why);
-    ExpectFailure(m_File + "/below.rdx", 3, why);
-}
-
-TEST_P(EveryCommand, SaysWhatAFileIsThatIsNoDatabase)
-{
-    const std::string remedy = "; look at it with the program that made it";
-    std::filesystem::create_directory(m_Folder / "folder");
-    ExpectFailure(m_Folder / "folder", 4, "is a directory; give the path of a database in it");
-    ExpectFailure("/dev/zero", 4, "is no regular file; copy its bytes into a file first");
-    ExpectFailure(Written("empty", ""), 4, "the file is empty; its writer has not begun, or was stopped");
-    ExpectFailure(
-        Written("old", "TVNDFM" + std::string(2000, '\0')), 4,
-        "a database of the old format, which is not read; run its analysis again with a newer version");
-    ExpectFailure(Written("text", "just a t\xc3\xa4xt\n"), 4,
-                  "not a database: it looks like a text" + remedy);
-    ExpectFailure(Written("picture", "\x89PNG\r\n\x1a\n"), 4,
-                  "not a database: it looks like a PNG picture" + remedy);
-    ExpectFailure(Written("bytes", std::string(100, '\x01')), 4,
-                  "not a database: it looks like binary data" + remedy);
-}
-
-TEST_P(EveryCommand, RefusesACutFileOfEachKind)
-{
-    std::filesystem::resize_file(m_File, 15800);
-    ExpectOneLineOfDamage(m_File);
-    const auto half = [&](const std::string& name)
-    {
-        const std::string bytes = ReadFile(RFM_TEST_DATA "/" + name);
-        return Written(name, bytes.substr(0, bytes.size() / 2));
-    };
-    ExpectOneLineOfDamage(half("table.rdx"));
-    ExpectOneLineOfDamage(half("compressed.rdx"));
-    ExpectOneLineOfDamage(half("hdf5.rdx"), 4); // HDF5 doesn't let anybody in, not even `rfm check`
-}
-
-TEST_P(EveryCommand, RefusesEachGoldenFileWithADamagedHeader)
-{
-    for (const std::string name : {"table.rdx", "arrays.rdx", "strings.rdx", "stream.rdx", "layouts.rdx"})
-    {
-        const std::string damaged = Written(name, ReadFile(RFM_TEST_DATA "/" + name));
-        Overwrite<double>(damaged, EntryPlace(1) + 16, 1e300); // where the texts lie
-        ExpectOneLineOfDamage(damaged);
-    }
-}
-
-TEST_P(EveryCommand, ReadsAFileThatIsBeingWrittenUpToItsLastFlush)
-{
-    const std::string file = m_Folder / "w.rdx";
-    rfm_Database database = CreateDatabase(file);
-    ExpectOneLineOfDamage(file); // not flushed yet
-    {
-        rfm_TableMetadata layout("STEPS", 1);
-        const int id = layout.DefineIntField("id");
-        rfm_Table steps = database.Table(database.Bind(layout), -1, -1);
-        steps.NewRow().WriteFieldInt(id, 1);
-        steps.Flush();
-        database.Flush();
-        steps.NewRow().WriteFieldInt(id, 2);
-        const ToolResult result = Run(file);
-        EXPECT_EQ(result.code, GetParam().codeWhenSound) << result.err;
-        steps.Flush();
-    }
-    database.Close();
-}
 
 TEST_P(EveryCommand, AnswersAnUnknownObjectOrFieldWithAGuess)
 {
@@ -140,47 +42,83 @@ TEST_P(EveryCommand, AnswersAnUnknownObjectOrFieldWithAGuess)
         EXPECT_EQ(result.code, 3) << object;
         EXPECT_EQ(result.out, "");
         EXPECT_EQ(result.err, "rfm: " + m_File + ": " + why + "\n");
+        EXPECT_FALSE(std::filesystem::exists(m_Out));
     }
 }
 
-TEST_P(EveryCommand, SaysThatStandardOutputIsFull)
+INSTANTIATE_TEST_SUITE_P(, EveryCommand, testing::ValuesIn(kCommandLines),
+                         [](const auto& each) { return std::string(each.param.name); });
+
+// --- outputs that take nothing ---
+
+// Each command as it prints something; the two that ask another host are tried where there is one.
+const std::vector<CommandLine> kPrinting = []
 {
-    if (!GetParam().writesData) return;
-    const ToolResult result = Tool::Run(WordsOf(GetParam(), m_File, m_Out), "", "/dev/full");
+    std::vector<CommandLine> all{std::begin(kCommandLines), std::end(kCommandLines)};
+    all.insert(all.end(), {{"import", {"csv", "CSV", "OUT"}},
+                           {"connect", {"list"}},
+                           {"unlock", {"--yes", "FILE"}},
+                           {"completion", {"bash"}},
+                           {"help", {"formats"}},
+                           {"doctor", {}}});
+    return all;
+}();
+
+class EveryCommandThatPrints : public EveryCommand
+{
+protected:
+    EveryCommandThatPrints()
+    {
+        WriteFile(m_Folder / "nodes.csv", "a,b\n1,2\n");
+        if (std::string(GetParam().name) == "unlock") std::filesystem::create_directory(m_Folder / "s.lsm");
+    }
+    Tool::Words Words() const
+    {
+        Tool::Words words = WordsOf(GetParam(), m_File, m_Out);
+        std::replace(words.begin(), words.end(), std::string("CSV"), m_Folder / "nodes.csv");
+        return words;
+    }
+
+    const EnvironmentVariable m_Settings{"XDG_CONFIG_HOME", m_Folder.Path().c_str()};
+};
+
+TEST_P(EveryCommandThatPrints, SaysThatStandardOutputIsFull)
+{
+    const ToolResult result = Tool::Run(Words(), "", "/dev/full");
     EXPECT_EQ(result.code, 7);
     EXPECT_THAT(result.err,
-                HasSubstr("rfm: standard output: No space left on device; make room or write elsewhere, "
-                          "what came out is cut off\n"));
+                EndsWith("rfm: standard output: No space left on device; make room or write elsewhere, "
+                         "what came out is cut off\n"));
+    EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
     EXPECT_EQ(Tool::Run({GetParam().name, "--help"}, "", "/dev/full").code, 7);
 }
 
-TEST_P(EveryCommand, EndsQuietlyWhenItsReaderHasLeft)
+TEST_P(EveryCommandThatPrints, EndsQuietlyWhenItsReaderHasLeft)
 {
-    if (!GetParam().writesData || GetParam().codeWhenSound != 0) return;
-    Tool tool(WordsOf(GetParam(), m_File, m_Out));
-    tool.CloseOutput();
-    const ToolResult result = tool.Finish();
+    const ToolResult result = Tool::RunUnread(Words());
     EXPECT_EQ(result.code, 0);
     EXPECT_EQ(result.err, "");
+    EXPECT_EQ(std::filesystem::exists(m_Out), GetParam().MakesFile());
 }
 
-TEST_P(EveryCommand, HelpSaysWhatItDoesThenThreeExamplesOnOneScreen)
+TEST_P(EveryCommandThatPrints, HelpSaysWhatItDoesThenThreeExamplesOnOneScreen)
 {
     const std::string command = GetParam().name;
     const ToolResult help = Tool::Run({command, "--help"});
     EXPECT_EQ(help.code, 0);
     EXPECT_THAT(Tool::Run({"--help"}).out, HasSubstr("\n  " + command + " "));
     EXPECT_THAT(help.out, StartsWith("rfm " + command + ": "));
-    const bool hasTwoFiles = command == "convert" || command == "compact";
-    EXPECT_THAT(help.out, HasSubstr("usage: rfm " + command + (hasTwoFiles ? " IN OUT" : " FILE")));
+    EXPECT_THAT(help.out, HasSubstr("usage: rfm " + command + " "));
     EXPECT_LE(std::count(help.out.begin(), help.out.end(), '\n'), 40);
     const std::string examples =
         help.out.substr(help.out.find("examples:"), help.out.find("usage:") - help.out.find("examples:"));
     EXPECT_EQ(std::count(examples.begin(), examples.end(), '\n'), 5) << examples;
 }
 
-INSTANTIATE_TEST_SUITE_P(, EveryCommand, testing::ValuesIn(kCommandLines),
+INSTANTIATE_TEST_SUITE_P(, EveryCommandThatPrints, testing::ValuesIn(kPrinting),
                          [](const auto& each) { return std::string(each.param.name); });
+
+// --- Ctrl-C ---
 
 TEST(RfmInterrupt, AtAnyPointOfAListingIsExitOneHundredAndThirty)
 {
@@ -194,4 +132,75 @@ TEST(RfmInterrupt, AtAnyPointOfAListingIsExitOneHundredAndThirty)
     EXPECT_EQ(result.code, 130);
     EXPECT_EQ(result.err, "");
 }
+
+// What takes longer than any test waits, of a database whose array 6 has no end.
+struct LongWork
+{
+    const char* name;
+    Tool::Words words;
+};
+void PrintTo(const LongWork& work, std::ostream* stream) { *stream << work.name; }
+
+const LongWork kLongWork[] = {
+    {"Rows", {"rows", "FILE", "6", "--where", "row < 0"}},
+    {"Tail", {"tail", "FILE", "6", "--where", "row < 0"}},
+    {"Value", {"value", "FILE", "6.0", "--where", "row < 0"}},
+    {"Stats", {"stats", "FILE", "6"}},
+    {"Plot", {"plot", "FILE", "6"}},
+    {"PlotIntoAFile", {"plot", "FILE", "6", "-o", "OUT"}},
+    {"Follow", {"follow", "FILE"}},
+    {"Export", {"export", "FILE", "6", "--to", "jsonl", "--where", "row < 0"}},
+    {"ExportIntoAFile", {"export", "FILE", "6", "--to", "npy", "-o", "OUT"}},
+    {"Diff", {"diff", "FILE", "FILE"}},
+    {"Hash", {"hash", "FILE"}},
+    {"Convert", {"convert", "FILE", "OUT", "--to", "compressed"}},
+    {"Compact", {"compact", "FILE", "OUT"}},
+    {"Copy", {"copy", "FILE", "OUT", "6"}},
+    {"Recover", {"recover", "FILE", "OUT"}},
+};
+
+class EveryLongWork : public testing::TestWithParam<LongWork>
+{
+protected:
+    EveryLongWork() { MakeEndlessArray(m_File); }
+
+    Tool::Words Words() const
+    {
+        Tool::Words words = GetParam().words;
+        std::replace(words.begin(), words.end(), std::string("FILE"), m_File);
+        std::replace(words.begin(), words.end(), std::string("OUT"), m_Folder / "out");
+        return words;
+    }
+    // Returns once the tool has opened the file.
+    void WaitUntilItReads(const Tool& tool) const
+    {
+        const std::string descriptors = "/proc/" + std::to_string(tool.Process()) + "/fd";
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        std::error_code gone;
+        while (std::chrono::steady_clock::now() < deadline)
+        {
+            for (const auto& each : std::filesystem::directory_iterator(descriptors, gone))
+                if (std::filesystem::read_symlink(each.path(), gone) == m_File) return;
+            ::poll(nullptr, 0, 1);
+        }
+        FAIL() << "the tool doesn't open its file";
+    }
+
+    TestFolder m_Folder;
+    std::string m_File = std::filesystem::canonical(m_Folder.Path()).string() + "/endless.rdx";
+};
+
+TEST_P(EveryLongWork, LeavesNothingAtCtrlC)
+{
+    Tool tool(Words());
+    WaitUntilItReads(tool);
+    tool.Signal(SIGINT);
+    const ToolResult result = tool.Finish();
+    EXPECT_EQ(result.code, 130);
+    EXPECT_EQ(result.err, "");
+    EXPECT_THAT(NamesIn(m_Folder / ""), ElementsAre("endless.rdx"));
+}
+
+INSTANTIATE_TEST_SUITE_P(, EveryLongWork, testing::ValuesIn(kLongWork),
+                         [](const auto& each) { return std::string(each.param.name); });
 } // namespace

@@ -145,10 +145,11 @@ TEST_F(RfmCheckCompressed, EachFieldOfTheHeaderIsJudged)
         {28, 0,
          InFile(28) +
              "size, number and last length of the segments: found 0, 1 and 15872, expected a size of 1 "
-             "to 1073741824, and a last length of at most that"},
+             "to 1073741824, a last length of at most that, and 2^53 bytes in all at most"},
         {36, 65537,
-         InFile(28) + "size, number and last length of the segments: found 65536, 1 and 65537, expected a "
-                      "size of 1 to 1073741824, and a last length of at most that"},
+         InFile(28) +
+             "size, number and last length of the segments: found 65536, 1 and 65537, expected a "
+             "size of 1 to 1073741824, a last length of at most that, and 2^53 bytes in all at most"},
     };
     for (const auto& field : fields)
     {

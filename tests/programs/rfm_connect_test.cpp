@@ -21,6 +21,28 @@ protected:
         struct stat status = {};
         return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777U : 0;
     }
+    /// A connection whose login reports its server, makes the file "reported" and then waits for a word in the pipe "go";
+    /// it answers `code`.
+    void AddWithSlowLogin(int code)
+    {
+        ASSERT_EQ(::mkfifo(Path("go").c_str(), 0600), 0);
+        WriteFile(Path("slow"), "#!/bin/sh\n\"" + Login() + "\" \"$@\" || exit\n: > \"" + Path("reported") +
+                                    "\"\nread word < \"" + Path("go") + "\"\nexit " + std::to_string(code) +
+                                    "\n");
+        std::filesystem::permissions(Path("slow"), std::filesystem::perms(0700));
+        const ChildResult added = Connect(
+            {"add", "box1", "127.0.0.1", "--force", "--driver", Program("marlek"), "--ssh", Path("slow")});
+        ASSERT_EQ(added.code, 0) << added.err;
+    }
+    void WaitForReport() const
+    {
+        ASSERT_TRUE(Eventually([this] { return std::filesystem::exists(Path("reported")); }));
+    }
+    void ExpectNoServer()
+    {
+        EXPECT_TRUE(DaemonHasEnded());
+        EXPECT_THAT(Connect({"list"}).out, HasSubstr("\t\tnone\t"));
+    }
     bool DaemonHasEnded() const
     {
         return Eventually([this] { return ReapAll() && Descendants().empty(); });
@@ -305,6 +327,64 @@ TEST_F(RfmConnect, AServerWhoseKeyCantBeKeptIsEnded)
     }
     EXPECT_TRUE(DaemonHasEnded());
     EXPECT_THAT(Connect({"list"}).out, HasSubstr("\t\tnone\t"));
+}
+
+// --- an interrupted start ---
+
+TEST_F(RfmConnect, ASignalDuringTheLoginEndsTheServerThatItHasStarted)
+{
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+    {
+        AddWithSlowLogin(0);
+        BoundedChild start(ToolWords({"connect", "start", "box1"}));
+        WaitForReport();
+        EXPECT_GT(TheDaemon(), 0);
+        ::kill(start.Process(), signal);
+        WriteFile(Path("go"), "on\n");
+        const ChildResult result = start.Finish();
+        EXPECT_EQ(result.code, 128 + signal);
+        EXPECT_EQ(result.out + result.err, "");
+        ExpectNoServer();
+        for (const char* name : {"go", "reported"}) std::filesystem::remove(Path(name));
+    }
+}
+
+TEST_F(RfmConnect, CtrlCAtATerminalEndsTheLoginAndItsServer)
+{
+    AddWithSlowLogin(0);
+    BoundedChild start(ToolWords({"connect", "start", "box1"}));
+    WaitForReport();
+    ::kill(start.Process(), SIGINT);
+    for (const SeenProcess& each : Descendants()) // as a terminal does it: all at the same moment
+        if (each.parent == start.Process()) ::kill(each.process, SIGINT);
+    EXPECT_EQ(start.Finish().code, 130);
+    ExpectNoServer();
+}
+
+TEST_F(RfmConnect, AnIgnoredHangUpDoesNotEndAServer)
+{
+    AddWithSlowLogin(0);
+    std::signal(SIGHUP, SIG_IGN);
+    BoundedChild start(ToolWords({"connect", "start", "box1"}));
+    std::signal(SIGHUP, SIG_DFL);
+    WaitForReport();
+    ::kill(start.Process(), SIGHUP);
+    WriteFile(Path("go"), "on\n");
+    const ChildResult result = start.Finish();
+    EXPECT_EQ(result.code, 0) << result.err;
+    TakeServer(result.out);
+}
+
+TEST_F(RfmConnect, ALoginThatFailsBehindItsReportLeavesNoServer)
+{
+    AddWithSlowLogin(3);
+    BoundedChild start(ToolWords({"connect", "start", "box1"}));
+    WaitForReport();
+    WriteFile(Path("go"), "on\n");
+    const ChildResult result = start.Finish();
+    EXPECT_EQ(result.code, 6);
+    EXPECT_THAT(result.err, StartsWith("rfm: box1: ssh to remote host 127.0.0.1 failed"));
+    ExpectNoServer();
 }
 
 TEST_F(RfmConnect, AFullOutputIsExitCodeSeven)

@@ -58,6 +58,12 @@ const std::string kCsv = "id,link,name,weight,x\n"
                          "20,,,0.1,1e+300\n"
                          "30,,\"\",0.1,1e+300\n";
 
+constexpr const char* kStreamLines = "{\"type\":\"int\",\"id\":1,\"value\":-7}\n"
+                                     "{\"type\":\"float\",\"id\":2,\"value\":2.5}\n"
+                                     "{\"type\":\"double\",\"id\":3,\"value\":0.3333333333333333}\n"
+                                     "{\"type\":\"handle\",\"id\":4,\"value\":4}\n"
+                                     "{\"type\":\"string\",\"id\":5,\"value\":\"text\"}\n";
+
 TEST_F(RfmExport, CsvHasAnAbsentValueAsNothingAndAnEmptyTextAsQuotes)
 {
     const ToolResult result = Export({"4", "--to", "csv"});
@@ -89,12 +95,7 @@ TEST_F(RfmExport, JsonLinesAreAnObjectForEachRow)
               "{\"id\":10,\"link\":6,\"name\":\"a\\tb\",\"weight\":0.1,\"x\":0.1}\n"
               "{\"id\":20,\"link\":null,\"name\":null,\"weight\":0.1,\"x\":1e+300}\n"
               "{\"id\":30,\"link\":null,\"name\":\"\",\"weight\":0.1,\"x\":1e+300}\n");
-    EXPECT_EQ(Export({"8", "--to", "jsonl"}).out,
-              "{\"type\":\"int\",\"id\":1,\"value\":-7}\n"
-              "{\"type\":\"float\",\"id\":2,\"value\":2.5}\n"
-              "{\"type\":\"double\",\"id\":3,\"value\":0.3333333333333333}\n"
-              "{\"type\":\"handle\",\"id\":4,\"value\":4}\n"
-              "{\"type\":\"string\",\"id\":5,\"value\":\"text\"}\n");
+    EXPECT_EQ(Export({"8", "--to", "jsonl"}).out, kStreamLines);
 }
 
 TEST_F(RfmExport, RowsAndFieldsAreChosenAsInRows)
@@ -108,11 +109,16 @@ TEST_F(RfmExport, RowsAndFieldsAreChosenAsInRows)
 TEST_F(RfmExport, ItIsTheSameOfEachKindOfFile)
 {
     const std::string plain = m_File;
+    EXPECT_EQ(Export({"6", "--to", "npy", "-o", m_Out}).code, 0);
+    const std::string npy = ReadFile(m_Out);
     for (const std::string& kind : kKinds)
     {
         m_File = m_Folder / kind;
         ASSERT_EQ(Tool::Run({"convert", plain, m_File, "--to", kind}).code, 0);
         EXPECT_EQ(Export({"4", "--to", "csv"}).out, kCsv) << kind;
+        EXPECT_EQ(Export({"8", "--to", "jsonl"}).out, kStreamLines) << kind;
+        EXPECT_EQ(Export({"6", "--to", "npy", "-f", "-o", m_Out}).code, 0);
+        EXPECT_EQ(ReadFile(m_Out), npy) << kind;
     }
 }
 
@@ -376,6 +382,20 @@ TEST_F(RfmExportMesh, AMeshInVtuHasTheTextAndTheBytesOfItsPicture)
                                 "1000000000000000 0400000000000000 0700000000000000"
                                 "0200000000000000 0a 05";
     EXPECT_EQ(Hex(ReadFile(m_Out)), Hex(text + Bytes(numbers) + "\n</AppendedData>\n</VTKFile>\n"));
+}
+
+TEST_F(RfmExportMesh, ItIsTheSameOfEachKindOfFile)
+{
+    ASSERT_EQ(Export(Mesh({"-o", m_Out})).code, 0);
+    const std::string vtu = ReadFile(m_Out);
+    const std::string plain = m_File;
+    for (const std::string& kind : kKinds)
+    {
+        m_File = m_Folder / kind;
+        ASSERT_EQ(Tool::Run({"convert", plain, m_File, "--to", kind}).code, 0);
+        EXPECT_EQ(Export(Mesh({"-f", "-o", m_Out})).code, 0) << kind;
+        EXPECT_EQ(ReadFile(m_Out), vtu) << kind;
+    }
 }
 
 TEST_F(RfmExportMesh, DataGoesWhereItHasARowForEach)

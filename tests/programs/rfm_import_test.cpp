@@ -1,9 +1,11 @@
 // `rfm import csv`: the corners of the format, types, and what is left when there can be no table. `rfm import syrthes`
-// has its tests with the demo; here is what it refuses.
+// has its tests with the demo; here is what it refuses, and how it ends before the run does.
 #include "NewFiles.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <chrono>
 
 namespace
 {
@@ -11,9 +13,48 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::StartsWith;
 
+// A run of the solver that has not begun: its case and its mesh of one element.
+const std::string kCase = "TITRE ETUDE= wedge\n"
+                          "MAILLAGE CONDUCTION= mesh.syr\n"
+                          "PREFIXE DES FICHIERS RESULTATS= resu1\n"
+                          "NOMBRE DE PAS DE TEMPS SOLIDES= 20\n"
+                          "PAS DE TEMPS SOLIDE= 5\n"
+                          "PAS DES SORTIES CHRONO SOLIDE ITERATIONS= 10\n";
+const std::string kMesh = "C  DIMENSION = 3\n"
+                          "C  NOMBRE DE NOEUDS = 4\n"
+                          "C  NOMBRE D'ELEMENTS = 1\n"
+                          "C  NOMBRE D'ELEMENTS DE BORD = 0\n"
+                          "C  NOMBRE DE NOEUDS PAR ELEMENT = 4\n"
+                          "C$ RUBRIQUE = NOEUDS\n"
+                          "1 0 0.0 0.0 0.0\n2 0 1.0 0.0 0.0\n3 0 0.0 1.0 0.0\n4 3 0.0 0.0 1.0\n"
+                          "C$ RUBRIQUE = ELEMENTS\n"
+                          "1 8 1 2 3 4\n"
+                          "C$ RUBRIQUE = ELEMENTS DE BORD\n";
+
 class RfmImport : public testing::Test
 {
 protected:
+    void WriteMesh() const
+    {
+        WriteFile(m_Folder / "mesh.syr", kMesh);
+        WriteFile(m_Folder / "mesh.syr_desc", "group_of_volumes 8 wedge\n");
+    }
+    // Returns once a signal has a handler in the tool.
+    static void WaitUntilCaught(const Tool& tool, int signal)
+    {
+        const std::string path = "/proc/" + std::to_string(tool.Process()) + "/status";
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+        while (std::chrono::steady_clock::now() < deadline)
+        {
+            const std::string status = ReadFile(path);
+            const std::size_t mask = status.find("SigCgt:\t");
+            if (mask != std::string::npos &&
+                (std::stoull(status.substr(mask + 8), nullptr, 16) >> (signal - 1) & 1) != 0)
+                return;
+            ::poll(nullptr, 0, 1);
+        }
+        FAIL() << "the signal is never caught";
+    }
     ToolResult Import(const std::string& csv, Tool::Words more = {}) const
     {
         WriteFile(m_Csv, csv);
@@ -230,6 +271,68 @@ TEST_F(RfmImport, ATableThatWasExportedComesBackEqual)
     EXPECT_EQ(diff.code, 0) << diff.out << diff.err;
     ASSERT_EQ(Tool::Run({"export", m_Out, "4", "--to", "csv", "-o", back}).code, 0);
     EXPECT_EQ(ReadFile(back), ReadFile(m_Csv));
+}
+
+TEST_F(RfmImport, WhatIsNoCsvIsToldByWhatItLooksLike)
+{
+    const std::string remedy = "; give the path of a CSV file\n";
+    EXPECT_EQ(Import("\x89PNG\r\n\x1a\n").err,
+              "rfm: " + m_Csv + ": not a CSV file: it looks like a PNG picture" + remedy);
+    EXPECT_EQ(Import(ReadFile(RFM_TEST_DATA "/table.rdx")).err,
+              "rfm: " + m_Csv + ": not a CSV file: it looks like a database" + remedy);
+    EXPECT_FALSE(std::filesystem::exists(m_Out));
+    EXPECT_EQ(Rows("CDF,PK\n1,2\n"), "row\tCDF\tPK\n0\t1\t2\n"); // begins as a netCDF file does
+}
+
+TEST_F(RfmImport, ARunOfWhichNothingComesEndsAtItsTimeout)
+{
+    const std::string note = "rfm: " + m_Folder / "case.syd" +
+                             ": nothing has come for 0.05 seconds; a longer --timeout waits longer\n";
+    const auto record = [&]
+    {
+        return Tool::Run({"import", "syrthes", m_Folder / "case.syd", m_Out, "--status", m_Folder / "status",
+                          "--timeout", "0.05"});
+    };
+    for (const bool hasCase : {false, true})
+    {
+        if (hasCase) WriteFile(m_Folder / "case.syd", kCase);
+        const ToolResult early = record();
+        EXPECT_EQ(early.code, 5);
+        EXPECT_EQ(early.out, "");
+        EXPECT_EQ(early.err, note);
+        EXPECT_FALSE(std::filesystem::exists(m_Out));
+    }
+    WriteMesh();
+    const ToolResult begun = record();
+    EXPECT_EQ(begun.code, 5);
+    EXPECT_EQ(begun.out, m_Out + ": 0 of 2 increments\n");
+    EXPECT_EQ(begun.err, note);
+    EXPECT_EQ(Tool::Run({"check", m_Out}).code, 0);
+    EXPECT_EQ(Tool::Run({"value", m_Out, "RUN.state"}).out, "failed\n");
+}
+
+TEST_F(RfmImport, ARecorderThatWaitsEndsAtCtrlC)
+{
+    const Tool::Words words{"import", "syrthes",  m_Folder / "case.syd",
+                            m_Out,    "--status", m_Folder / "status"};
+    {
+        Tool tool(words);
+        WaitUntilCaught(tool, SIGTERM);
+        tool.Signal(SIGINT);
+        const ToolResult result = tool.Finish();
+        EXPECT_EQ(result.code, 130);
+        EXPECT_EQ(result.out + result.err, "");
+        EXPECT_FALSE(std::filesystem::exists(m_Out));
+    }
+    WriteMesh();
+    WriteFile(m_Folder / "case.syd", kCase);
+    Tool tool(words);
+    WaitUntilCaught(tool, SIGTERM);
+    tool.Signal(SIGINT);
+    const ToolResult result = tool.Finish();
+    EXPECT_EQ(result.code, 130);
+    EXPECT_EQ(result.out, m_Out + ": 0 of 2 increments\n");
+    EXPECT_EQ(Tool::Run({"value", m_Out, "RUN.state"}).out, "failed\n");
 }
 
 TEST_F(RfmImport, ARunThatIsNotThereIsRefused)

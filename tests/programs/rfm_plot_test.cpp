@@ -216,6 +216,20 @@ TEST_F(RfmPlot, OnAPipeItIsAsLargeAsAnOldTerminal)
     EXPECT_THAT(text, Not(HasSubstr("\x1b")));
 }
 
+TEST_F(RfmPlot, ItIsTheSameOfEachKindOfFile)
+{
+    const std::string svg = Svg({"4", "--fields", "force,energy"});
+    const std::string text = Tool::Run({"plot", m_File, "5"}).out;
+    const std::string plain = m_File;
+    for (const std::string& kind : kKinds)
+    {
+        m_File = m_Folder / kind;
+        ASSERT_EQ(Tool::Run({"convert", plain, m_File, "--to", kind}).code, 0);
+        EXPECT_EQ(Svg({"4", "--fields", "force,energy"}), svg) << kind;
+        EXPECT_EQ(Tool::Run({"plot", m_File, "5"}).out, text) << kind;
+    }
+}
+
 TEST_F(RfmPlot, WhatCanNotBeDrawnIsRefused)
 {
     const std::string at = m_File + ": ";

@@ -67,7 +67,7 @@ constexpr const char* kThen = "2023-11-14 22:13:20 UTC";
 TEST_F(RfmRemote, EveryCommandSaysOfAUrlWhatItSaysOfTheFile)
 {
     for (const CommandLine& command : kCommandLines)
-        if (command.writesData) ExpectSameAsOfTheFile(command, LocalUrl(kJob()));
+        if (!command.MakesFile()) ExpectSameAsOfTheFile(command, LocalUrl(kJob()));
 }
 
 TEST_F(RfmRemote, CommandsSayOfAConnectorPathWhatTheySayOfTheFile)
@@ -365,6 +365,25 @@ TEST_F(RfmRemote, GetRefusesWhatItCantDo)
     ExpectFailure({"get", kJob(), Out(), "--force"}, 2,
                   kJob() + ": is no place on another host; `rfm convert` copies files of this one");
     EXPECT_EQ(FileText(Out()), before);
+}
+
+TEST_F(RfmRemote, AnOutputThatTakesNothingIsToldAndAReaderThatHasLeftIsNot)
+{
+    MakeFolder();
+    for (const Words& words :
+         {Words{"browse", LocalUrl(Path("folder"))}, Words{"get", LocalUrl(kJob()), Out(), "--force"}})
+    {
+        const ChildResult full = Run(words, "/dev/full");
+        EXPECT_EQ(full.code, 7);
+        EXPECT_EQ(full.err,
+                  "rfm: standard output: No space left on device; make room or write elsewhere, what "
+                  "came out is cut off\n");
+        BoundedChild unread(ToolWords(words));
+        unread.CloseOutput();
+        const ChildResult left = unread.Finish();
+        EXPECT_EQ(left.code, 0);
+        EXPECT_EQ(left.err, "");
+    }
 }
 
 TEST_F(RfmRemote, AnInterruptedGetLeavesNothing)

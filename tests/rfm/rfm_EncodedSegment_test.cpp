@@ -164,6 +164,21 @@ TEST_F(rfm_EncodedSegmentTest, NumbersThatCannotStandTogetherAreCorrupt)
     EXPECT_EQ(failure(28, 0x40000000), "nothing was thrown");
 }
 
+TEST_F(rfm_EncodedSegmentTest, AHeaderThatClaimsBytesWhichNoDatabaseCanNameIsRefused)
+{
+    Create();
+    Write(0, "a");
+    m_Table->Flush();
+    m_Table.reset();
+    m_File.Patch(28, rfm_IntBytes(1 << 30));
+    m_File.Patch(32, rfm_IntBytes((1 << 23) + 1)); // 2^23 segments of 2^30 bytes, and the last
+    m_File.Patch(36, rfm_IntBytes(0));
+    EXPECT_EQ(Thrown<nex_Exception>([&] { Open(utl_FileAccessRead); }), "nothing was thrown");
+    m_Table.reset();
+    m_File.Patch(36, rfm_IntBytes(1));
+    EXPECT_EQ(Thrown<nex_Exception>([&] { Open(utl_FileAccessRead); }), kCorrupt);
+}
+
 TEST_F(rfm_EncodedSegmentTest, AHeaderMayClaimMoreSegmentsThanMemoryHasRoomFor)
 {
     Create();

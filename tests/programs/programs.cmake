@@ -58,6 +58,7 @@ if(TARGET rfm_tool)
   # From inside, since thousands of damaged files are recovered: all of the tool but its main.
   add_area(recovery_tests
     programs/rfm_recovery_test.cpp
+    programs/rfm_recover_compressed_test.cpp
     $<FILTER:$<TARGET_OBJECTS:rfm_tool>,EXCLUDE,main\\.cpp>
   )
   target_include_directories(recovery_tests PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/programs

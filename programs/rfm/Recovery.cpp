@@ -292,14 +292,20 @@ public:
     Recovery(FileImage& image, LossList& losses, Progress& progress)
         : m_Image(image),
           m_Losses(losses),
-          m_Progress(progress)
+          m_Progress(progress),
+          m_TriedBytesLeft(kTriedTimesTheFile * image.Size())
     {
     }
     std::int64_t Run(FileKind kind, const std::string& path);
 
 private:
     Heading ReadHeading();
-    void FindPools(const std::vector<SalvagedSpace>& spaces);
+    void FindTexts(const std::vector<SalvagedSpace>& spaces);
+    void FindLayouts(const std::vector<SalvagedSpace>& spaces);
+    bool IsWorthATry(const SalvagedSpace& pool, const SalvagedSpace& piece);
+    template <class Judge>
+    SalvagedSpace WithItsRest(const SalvagedSpace& pool, const std::vector<SalvagedSpace>& spaces,
+                              const char* what, Judge isWhole);
     void WriteLayouts();
     void Copy(const SalvagedSpace& space);
     bool CopyByMark(std::uint32_t mark);
@@ -333,6 +339,7 @@ private:
     FileImage& m_Image;
     LossList& m_Losses;
     Progress& m_Progress;
+    std::int64_t m_TriedBytesLeft; // of pools with pieces behind them
     std::optional<SalvagedTexts> m_Texts;
     std::optional<SalvagedLayouts> m_Layouts;
     std::optional<DatabaseWriter> m_Target;
@@ -356,7 +363,8 @@ private:
 std::int64_t Recovery::Run(FileKind kind, const std::string& path)
 {
     const std::vector<SalvagedSpace> spaces = Salvage(m_Image, m_Losses).Run();
-    FindPools(spaces);
+    FindTexts(spaces);
+    FindLayouts(spaces);
     m_Target.emplace(kind, path, ReadHeading());
     WriteLayouts();
     for (const SalvagedSpace& space : spaces)
@@ -388,70 +396,74 @@ Heading Recovery::ReadHeading()
 
 // ---- Pools ----
 
-// A pool that was cut is tried with each loose piece behind it, until one makes it whole.
-void Recovery::FindPools(const std::vector<SalvagedSpace>& spaces)
+SalvagedSpace SpaceOf(std::uint32_t handle, const std::vector<SalvagedSpace>& spaces)
 {
-    const auto space = [&](std::uint32_t handle)
-    {
-        for (const SalvagedSpace& each : spaces)
-            if (each.handle == handle) return each;
-        return SalvagedSpace{handle, {}, 0, true, false};
-    };
-    const auto with = [](SalvagedSpace pool, const SalvagedSpace& piece)
-    {
-        pool.extents.insert(pool.extents.end(), piece.extents.begin(), piece.extents.end());
-        pool.isCut = piece.isCut;
-        return pool;
-    };
-    const auto mended = [&](std::uint32_t handle, const SalvagedSpace& piece)
-    {
-        m_Losses.Add({handle, piece.entryOffset, "what followed an entry of the linkage table",
-                      fmt::format("the piece of handle {} goes on with it", piece.handle), false});
-    };
-    std::int64_t bytesLeft = kTriedTimesTheFile * m_Image.Size();
-    const auto isWorthATry = [&](const SalvagedSpace& pool, const SalvagedSpace& piece)
-    {
-        if (!pool.isCut || !piece.isLoose || piece.handle <= rfm_MetadataPoolHandle || piece.extents.empty())
-            return false;
-        for (const SalvagedSpace* each : {&pool, &piece})
-            for (const Extent& extent : each->extents) bytesLeft -= extent.length;
-        return bytesLeft >= 0;
-    };
-    const auto lost = [&](const SalvagedSpace& pool, const char* what) {
-        m_Losses.Add({pool.handle, pool.entryOffset, what, "the bytes can't be found"});
-    };
-    const SalvagedSpace strings = space(rfm_StringPoolHandle);
-    bool isCut = strings.isCut;
-    m_Texts.emplace(m_Image, strings);
+    for (const SalvagedSpace& each : spaces)
+        if (each.handle == handle) return each;
+    return {handle, {}, 0, true, false};
+}
+
+SalvagedSpace Joined(SalvagedSpace pool, const SalvagedSpace& piece)
+{
+    pool.extents.insert(pool.extents.end(), piece.extents.begin(), piece.extents.end());
+    pool.isCut = piece.isCut;
+    return pool;
+}
+
+bool Recovery::IsWorthATry(const SalvagedSpace& pool, const SalvagedSpace& piece)
+{
+    if (!pool.isCut || !piece.isLoose || piece.handle <= rfm_MetadataPoolHandle || piece.extents.empty())
+        return false;
+    for (const SalvagedSpace* each : {&pool, &piece})
+        for (const Extent& extent : each->extents) m_TriedBytesLeft -= extent.length;
+    return m_TriedBytesLeft >= 0;
+}
+
+// A pool that was cut, with the first loose piece behind it that makes it whole; as it is when none does.
+template <class Judge>
+SalvagedSpace Recovery::WithItsRest(const SalvagedSpace& pool, const std::vector<SalvagedSpace>& spaces,
+                                    const char* what, Judge isWhole)
+{
     for (const SalvagedSpace& piece : spaces)
     {
-        if (!isWorthATry(strings, piece)) continue;
-        const SalvagedTexts longer(m_Image, with(strings, piece));
-        if (!longer.IsClean()) continue;
-        mended(rfm_StringPoolHandle, piece);
-        m_Texts.emplace(m_Image, with(strings, piece));
-        isCut = false;
-        break;
+        if (!IsWorthATry(pool, piece)) continue;
+        SalvagedSpace longer = Joined(pool, piece);
+        if (!isWhole(longer)) continue;
+        m_Losses.Add({pool.handle, piece.entryOffset, "what followed an entry of the linkage table",
+                      fmt::format("the piece of handle {} goes on with it", piece.handle), false});
+        return longer;
     }
-    if (isCut) lost(strings, "texts at the end of the pool");
+    if (pool.isCut)
+        m_Losses.Add({pool.handle, pool.entryOffset, fmt::format("{} at the end of the pool", what),
+                      "the bytes can't be found"});
+    return pool;
+}
+
+void Recovery::FindTexts(const std::vector<SalvagedSpace>& spaces)
+{
+    const SalvagedSpace pool =
+        WithItsRest(SpaceOf(rfm_StringPoolHandle, spaces), spaces, "texts",
+                    [&](const SalvagedSpace& longer) { return SalvagedTexts(m_Image, longer).IsClean(); });
+    m_Texts.emplace(m_Image, pool);
     if (m_Texts->DamagedAt() >= 0)
         m_Losses.Add(
             {rfm_StringPoolHandle, m_Texts->FileOffset(m_Texts->DamagedAt()), "a text",
              "its length is none; the one before it may have been longer or shorter than it is now"});
-    const SalvagedSpace layouts = space(rfm_MetadataPoolHandle);
-    isCut = layouts.isCut;
-    m_Layouts.emplace(m_Image, layouts, *m_Texts);
-    for (const SalvagedSpace& piece : spaces)
-    {
-        if (!isWorthATry(layouts, piece)) continue;
-        SalvagedLayouts longer(m_Image, with(layouts, piece), *m_Texts);
-        if (longer.All().size() <= m_Layouts->All().size() || longer.Losses().LostCount() > 0) continue;
-        mended(rfm_MetadataPoolHandle, piece);
-        m_Layouts.emplace(m_Image, with(layouts, piece), *m_Texts);
-        isCut = false;
-        break;
-    }
-    if (isCut) lost(layouts, "layouts at the end of the pool");
+}
+
+void Recovery::FindLayouts(const std::vector<SalvagedSpace>& spaces)
+{
+    const SalvagedSpace cut = SpaceOf(rfm_MetadataPoolHandle, spaces);
+    m_Layouts.emplace(m_Image, cut, *m_Texts);
+    const SalvagedSpace pool =
+        WithItsRest(cut, spaces, "layouts",
+                    [&](const SalvagedSpace& longer)
+                    {
+                        SalvagedLayouts layouts(m_Image, longer, *m_Texts);
+                        return layouts.All().size() > m_Layouts->All().size() &&
+                               layouts.Losses().LostCount() == 0;
+                    });
+    m_Layouts.emplace(m_Image, pool, *m_Texts);
     for (const Loss& loss : m_Layouts->Losses().Kept()) m_Losses.Add(loss);
 }
 

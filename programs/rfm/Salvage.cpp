@@ -7,6 +7,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <map>
 
 namespace rfm_tool
 {
@@ -14,14 +15,15 @@ namespace
 {
 constexpr bool kStoredAsIs = omi_Swapper(omi_Swapper::Stored);
 constexpr std::int64_t kSearchedBytes = 1048576;
+constexpr std::int64_t kSearchedTimesTheFile = 16;
 constexpr int kCertain = 10; // more than speaks for any extent
+} // namespace
 
-bool IsMark(std::uint32_t word)
+bool IsMarkOfObject(std::uint32_t word)
 {
     return word == rfm_TableMagic || word == rfm_ArrayMagic || word == rfm_TaggedStreamMagic ||
            word == rfm_StringPoolMagic || word == rfm_MetadataPoolMagic;
 }
-} // namespace
 
 std::string Loss::Line() const
 {
@@ -43,6 +45,7 @@ void LossList::Add(Loss loss)
 
 std::vector<SalvagedSpace> Salvage::Run()
 {
+    m_SearchLeft = kSearchedTimesTheFile * (m_Image.Size() + kSearchedBytes);
     ReadBlocks();
     JudgeExtents();
     JudgeLinks();
@@ -122,6 +125,8 @@ std::int64_t Salvage::SearchBlock(std::uint32_t number)
     for (std::int64_t start = rfm_FirstLinkageBlockOffset + rfm_LinkageBlockBytes; start <= last;
          start += kSearchedBytes)
     {
+        m_SearchLeft -= kSearchedBytes;
+        if (m_SearchLeft < 0) return 0;
         m_Image.Read(start, bytes.data(), static_cast<int>(bytes.size()));
         for (std::int64_t step = 0; step < kSearchedBytes && start + step <= last; step += 4)
         {
@@ -325,23 +330,21 @@ std::vector<Salvage::Piece> Salvage::CollectPieces() const
 // Whether the later one begins too early (above 0), or the earlier one ends too late (below 0), or nobody can tell.
 int Salvage::Compare(const Piece& earlier, const Piece& later)
 {
-    const int all = earlier.atStart + earlier.atEnd - later.atStart - later.atEnd;
+    const int all = earlier.Weight() - later.Weight();
     if (earlier.start == later.start) return all;
     const int here = earlier.atEnd - later.atStart;
     return here != 0 ? here : all;
-}
-
-void Salvage::RefuseFor(const Piece& piece, const Piece& other)
-{
-    if (piece.handle == 0 || m_Entries[piece.handle].isBroken) return;
-    Break(piece.handle, other.handle == 0 ? "it would lie over the library's own blocks"
-                                          : fmt::format("it would lie over bytes of entry {}", other.handle));
 }
 
 // Of two that claim the same bytes in use one is right at most.
 void Salvage::SettleOverlaps()
 {
     std::vector<Piece> kept;
+    std::vector<Refusal> refused;
+    const auto refuse = [&](const Piece& piece, const Piece& other)
+    {
+        if (piece.handle != 0) refused.push_back({piece, other});
+    };
     for (const Piece& piece : CollectPieces())
     {
         bool isKept = true;
@@ -350,13 +353,52 @@ void Salvage::SettleOverlaps()
             const Piece other = kept.back();
             const int order = Compare(other, piece);
             isKept = order < 0;
-            if (order >= 0) RefuseFor(piece, other);
+            if (order >= 0) refuse(piece, other);
             if (order > 0) continue;
-            RefuseFor(other, piece);
+            refuse(other, piece);
             kept.pop_back();
         }
         if (isKept) kept.push_back(piece);
     }
+    for (const Refusal& refusal : LeftRefused(std::move(refused), kept))
+        Break(refusal.piece.handle,
+              refusal.other.handle == 0
+                  ? "it would lie over the library's own blocks"
+                  : fmt::format("it would lie over bytes of entry {}", refusal.other.handle));
+}
+
+// One that had to go for another which then had to go itself, for a third, is right after all when its bytes are free.
+// What speaks most for itself comes first.
+std::vector<Salvage::Refusal> Salvage::LeftRefused(std::vector<Refusal> refused,
+                                                   const std::vector<Piece>& kept)
+{
+    std::map<std::int64_t, std::int64_t> taken; // start and end
+    for (const Piece& piece : kept) taken.emplace(piece.start, piece.end);
+    std::map<std::uint32_t, std::uint32_t> refusers; // by handle
+    for (const Refusal& refusal : refused) refusers.emplace(refusal.piece.handle, refusal.other.handle);
+    const auto isForAThird = [&](const Refusal& refusal)
+    {
+        const auto other = refusers.find(refusal.other.handle);
+        return other != refusers.end() && other->second != refusal.piece.handle;
+    };
+    const auto isFree = [&](const Piece& piece)
+    {
+        const auto behind = taken.lower_bound(piece.end);
+        return behind == taken.begin() || std::prev(behind)->second <= piece.start;
+    };
+    std::stable_sort(refused.begin(), refused.end(),
+                     [](const Refusal& left, const Refusal& right)
+                     { return left.piece.Weight() > right.piece.Weight(); });
+    std::erase_if(refused,
+                  [&](const Refusal& refusal)
+                  {
+                      if (!isForAThird(refusal) || !isFree(refusal.piece)) return false;
+                      taken.emplace(refusal.piece.start, refusal.piece.end);
+                      return true;
+                  });
+    std::sort(refused.begin(), refused.end(), [](const Refusal& left, const Refusal& right)
+              { return left.piece.handle < right.piece.handle; });
+    return refused;
 }
 
 void Salvage::FindMarks()
@@ -366,7 +408,7 @@ void Salvage::FindMarks()
         if (!entry.isUsed || entry.isBroken || !entry.stored.HasExtent() || entry.stored.length < 4) continue;
         char bytes[4];
         m_Image.Read(entry.stored.offset, bytes, sizeof bytes);
-        entry.hasMark = IsMark(omi_Load<std::uint32_t>(bytes, kStoredAsIs));
+        entry.hasMark = IsMarkOfObject(omi_Load<std::uint32_t>(bytes, kStoredAsIs));
     }
 }
 

@@ -24,6 +24,9 @@
 
 namespace rfm_tool
 {
+/// Whether an object, or a pool, begins with this word.
+bool IsMarkOfObject(std::uint32_t word);
+
 /// Something that was not as it should be, and what it cost.
 struct Loss
 {
@@ -93,6 +96,13 @@ private:
         std::uint32_t handle; // 0: header and linkage blocks
         int atStart;          // what speaks for its start
         int atEnd;            // and for its end
+
+        int Weight() const { return atStart + atEnd; }
+    };
+    struct Refusal
+    {
+        Piece piece;
+        Piece other; // for which it had to go
     };
 
     void ReadBlocks();
@@ -112,8 +122,8 @@ private:
     void ClipLengths();
     std::vector<Piece> CollectPieces() const;
     static int Compare(const Piece& earlier, const Piece& later);
-    void RefuseFor(const Piece& piece, const Piece& other);
     void SettleOverlaps();
+    static std::vector<Refusal> LeftRefused(std::vector<Refusal> refused, const std::vector<Piece>& kept);
     void Break(std::uint32_t handle, const std::string& why);
     void FindMarks();
     void JudgeLinks();
@@ -124,6 +134,7 @@ private:
     std::vector<std::int64_t> m_Blocks;
     std::set<std::int64_t> m_BlockPlaces;
     std::vector<Entry> m_Entries;
+    std::int64_t m_SearchLeft = 0; // bytes that are searched for blocks
     std::int64_t m_HolesLeft; // bytes that are taken though they can't be read
 };
 } // namespace rfm_tool

@@ -1,18 +1,10 @@
 #include "SectorWalk.h"
 
-#include "Failure.h"
 #include "Text.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/stat.h>
-#include <unistd.h>
-#include <zlib.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <climits>
-#include <cstring>
 
 namespace rfm_tool
 {
@@ -23,102 +15,12 @@ constexpr const char* kSegmentLost = "the bytes of this segment can't be read; r
 constexpr const char* kTailLost =
     "what is behind it is out of reach; if the segment can't be read, restore the file from a copy";
 constexpr const char* kCutOff = "the file was cut off; copy it again";
-constexpr int kWindowBytes = 65536;
-
-std::int64_t OffsetOf(std::uint32_t sector) { return std::int64_t{sector} * rfm_SectorBytes; }
-std::int64_t LinkOf(std::uint32_t sector) { return OffsetOf(sector) + rfm_SectorDataBytes; }
 
 std::string OwnerText(std::int32_t owner)
 {
     return owner < 0 ? "the directory" : fmt::format("segment {}", owner);
 }
-
-/// zlib's own reader of one stream, which throws away what comes out and counts it.
-class StreamMeter
-{
-public:
-    explicit StreamMeter(std::int64_t most) : m_Window(kWindowBytes), m_Most(most)
-    {
-        if (::inflateInit(&m_Stream) != Z_OK) throw std::bad_alloc();
-    }
-    StreamMeter(const StreamMeter&) = delete;
-    StreamMeter& operator=(const StreamMeter&) = delete;
-    ~StreamMeter() { ::inflateEnd(&m_Stream); }
-
-    /// Whether more bytes are wanted.
-    bool Feed(char* bytes, std::size_t count)
-    {
-        m_Stream.next_in = reinterpret_cast<Bytef*>(bytes);
-        m_Stream.avail_in = static_cast<uInt>(count);
-        int result = Z_OK;
-        while (result == Z_OK && m_Decoded <= m_Most && (m_Stream.avail_in > 0 || m_Stream.avail_out == 0))
-        {
-            m_Stream.next_out = m_Window.data();
-            m_Stream.avail_out = kWindowBytes;
-            result = ::inflate(&m_Stream, Z_NO_FLUSH);
-            m_Decoded += kWindowBytes - m_Stream.avail_out;
-        }
-        m_IsAtEnd = result == Z_STREAM_END;
-        if (result != Z_OK && result != Z_STREAM_END && result != Z_BUF_ERROR)
-            m_Fault = m_Stream.msg != nullptr ? m_Stream.msg : "bytes that are no zlib stream";
-        return !m_IsAtEnd && m_Fault.empty() && m_Decoded <= m_Most;
-    }
-    /// What is wrong; empty for a whole stream that is not too long.
-    std::string Fault() const
-    {
-        if (!m_Fault.empty()) return m_Fault;
-        if (m_Decoded > m_Most) return fmt::format("more than {} bytes", m_Most);
-        return m_IsAtEnd ? "" : fmt::format("no end after {} bytes", m_Decoded);
-    }
-
-private:
-    z_stream m_Stream{};
-    std::vector<Bytef> m_Window;
-    std::int64_t m_Most;
-    std::int64_t m_Decoded = 0;
-    bool m_IsAtEnd = false;
-    std::string m_Fault;
-};
 } // namespace
-
-SectorWalk::SectorWalk(const std::string& path, DamageList& damages)
-    : m_Path(path),
-      m_Damages(damages),
-      m_Descriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC))
-{
-    struct stat status = {};
-    if (m_Descriptor < 0 || ::fstat(m_Descriptor, &status) != 0)
-        throw Failure(ExitUnreadable, OneLine(path), std::strerror(errno), "");
-    m_FileBytes = status.st_size;
-}
-
-SectorWalk::~SectorWalk() { ::close(m_Descriptor); }
-
-// What the file lacks reads as zero.
-int SectorWalk::ReadAt(std::int64_t offset, char* bytes, int count) const
-{
-    int done = 0;
-    while (done < count)
-    {
-        const ssize_t read =
-            ::pread(m_Descriptor, bytes + done, static_cast<std::size_t>(count - done), offset + done);
-        if (read < 0 && errno == EINTR) continue;
-        if (read < 0)
-            throw Failure(ExitUnreadable, OneLine(m_Path), std::strerror(errno),
-                          "copy the file elsewhere first");
-        if (read == 0) break;
-        done += static_cast<int>(read);
-    }
-    std::memset(bytes + done, 0, static_cast<std::size_t>(count - done));
-    return done;
-}
-
-std::uint32_t SectorWalk::WordAt(std::int64_t offset) const
-{
-    char bytes[4];
-    ReadAt(offset, bytes, sizeof bytes);
-    return rfm_LoadWord(bytes);
-}
 
 void SectorWalk::Report(std::int64_t segment, std::int64_t offset, const std::string& what,
                         const std::string& found, const std::string& expected, const char* remedy)
@@ -130,10 +32,10 @@ void SectorWalk::Report(std::int64_t segment, std::int64_t offset, const std::st
 
 SectorSums SectorWalk::Run()
 {
-    m_Sums.sectors = m_FileBytes / rfm_SectorBytes;
+    m_Sums.sectors = m_File.SectorCount();
     m_Owners.assign(static_cast<std::size_t>(m_Sums.sectors), kNobody);
     // Bytes behind the last whole sector are in no chain either.
-    m_Sums.lost = m_FileBytes;
+    m_Sums.lost = m_File.Size();
     if (!CheckHead()) return m_Sums;
     const bool isSegmented = CheckSegments();
     m_Sums.isOpen = ReadDirectory() && isSegmented;
@@ -148,7 +50,7 @@ SectorSums SectorWalk::Run()
 bool SectorWalk::CheckHead()
 {
     char sector[rfm_SectorBytes];
-    const int read = ReadAt(0, sector, rfm_SectorBytes);
+    const int read = m_File.Read(0, sector, rfm_SectorBytes);
     const auto refuse = [&](std::int64_t offset, const char* what, const std::string& found,
                             const std::string& expected, const char* remedy)
     {
@@ -208,7 +110,7 @@ bool SectorWalk::ReadDirectory()
     {
         if (left == 0) break;
         char bytes[rfm_SectorBytes];
-        ReadAt(OffsetOf(sector), bytes, rfm_SectorBytes);
+        m_File.Read(OffsetOfSector(sector), bytes, rfm_SectorBytes);
         const std::int64_t count =
             std::min<std::int64_t>((rfm_SectorDataBytes - start) / rfm_SectorCellBytes, left);
         for (std::int64_t i = 0; i < count; ++i)
@@ -231,7 +133,7 @@ std::int64_t SectorWalk::PlaceOfCell(std::int32_t segment) const
     if (segment < kFirst) return kFirstPlace + std::int64_t{segment} * rfm_SectorCellBytes;
     const auto behind = static_cast<std::size_t>(segment - kFirst);
     const std::uint32_t sector = m_Directory[1 + behind / rfm_CellsPerSector];
-    return OffsetOf(sector) + static_cast<std::int64_t>(behind % rfm_CellsPerSector) * rfm_SectorCellBytes;
+    return OffsetOfSector(sector) + static_cast<std::int64_t>(behind % rfm_CellsPerSector) * rfm_SectorCellBytes;
 }
 
 // ---- Chains ----
@@ -241,10 +143,10 @@ std::vector<std::uint32_t> SectorWalk::Chain(std::uint32_t first, std::int32_t o
 {
     std::vector<std::uint32_t> chain{first};
     m_Owners[first] = owner;
-    for (std::uint32_t link = WordAt(LinkOf(first)); link != rfm_NullSector;
-         link = WordAt(LinkOf(chain.back())))
+    for (std::uint32_t link = m_File.WordAt(OffsetOfLink(first)); link != rfm_NullSector;
+         link = m_File.WordAt(OffsetOfLink(chain.back())))
     {
-        if (!Take(link, owner, LinkOf(chain.back()))) break;
+        if (!Take(link, owner, OffsetOfLink(chain.back()))) break;
         chain.push_back(link);
     }
     return chain;
@@ -299,8 +201,8 @@ void SectorWalk::CheckStream(std::int32_t segment)
     const std::vector<std::uint32_t> chain = Chain(first, segment);
     const std::int64_t sectors = static_cast<std::int64_t>(chain.size());
     const std::int64_t room = sectors * rfm_SectorDataBytes;
-    const std::int64_t length = WordAt(OffsetOf(first));
-    const bool isWhole = isLive && CheckLength(segment, length, room, OffsetOf(first));
+    const std::int64_t length = m_File.WordAt(OffsetOfSector(first));
+    const bool isWhole = isLive && CheckLength(segment, length, room, OffsetOfSector(first));
     if (isLive && (!isWhole || !Inflate(segment, chain, length - rfm_StreamLengthBytes))) Hurt(segment);
     // What a file that became shorter has kept of segments behind its end is room for them, should they come back.
     Account(isWhole ? length : 0, sectors);
@@ -317,21 +219,21 @@ bool SectorWalk::CheckLength(std::int32_t segment, std::int64_t length, std::int
 
 bool SectorWalk::Inflate(std::int32_t segment, const std::vector<std::uint32_t>& chain, std::int64_t length)
 {
-    StreamMeter meter(m_Segments.segmentSize);
+    StreamInflater meter(m_Segments.segmentSize, [](std::string_view) {});
     std::int64_t start = rfm_StreamLengthBytes;
     bool isWanting = true;
     for (std::size_t i = 0; i < chain.size() && length > 0 && isWanting; ++i)
     {
         char bytes[rfm_SectorDataBytes];
         const std::int64_t count = std::min(rfm_SectorDataBytes - start, length);
-        ReadAt(OffsetOf(chain[i]) + start, bytes, static_cast<int>(count));
+        m_File.Read(OffsetOfSector(chain[i]) + start, bytes, static_cast<int>(count));
         isWanting = meter.Feed(bytes, static_cast<std::size_t>(count));
         length -= count;
         start = 0;
     }
     const std::string fault = meter.Fault();
     if (fault.empty()) return true;
-    Report(segment, OffsetOf(chain.front()) + rfm_StreamLengthBytes, "stream", fault,
+    Report(segment, OffsetOfSector(chain.front()) + rfm_StreamLengthBytes, "stream", fault,
            fmt::format("a zlib stream of at most {} bytes", m_Segments.segmentSize), kSegmentLost);
     return false;
 }

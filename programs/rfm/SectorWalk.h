@@ -1,8 +1,8 @@
 #pragma once
 
 #include "DamageList.h"
+#include "SectorBytes.h"
 #include "rfm_EncodedFormat.h"
-#include "rfm_SectorFormat.h"
 
 #include <cstdint>
 #include <string>
@@ -39,10 +39,7 @@ class SectorWalk
 {
 public:
     /// Throws: Failure when the file can't be opened or read.
-    SectorWalk(const std::string& path, DamageList& damages);
-    SectorWalk(const SectorWalk&) = delete;
-    SectorWalk& operator=(const SectorWalk&) = delete;
-    ~SectorWalk();
+    SectorWalk(const std::string& path, DamageList& damages) : m_File(path), m_Damages(damages) {}
 
     SectorSums Run();
 
@@ -51,8 +48,6 @@ private:
     static constexpr std::int32_t kNobody = -1;
     static constexpr std::int32_t kDirectory = -2;
 
-    int ReadAt(std::int64_t offset, char* bytes, int count) const;
-    std::uint32_t WordAt(std::int64_t offset) const;
     void Report(std::int64_t segment, std::int64_t offset, const std::string& what, const std::string& found,
                 const std::string& expected, const char* remedy);
 
@@ -68,10 +63,8 @@ private:
     void Hurt(std::int32_t segment);
     void Account(std::int64_t used, std::int64_t chainSectors);
 
-    std::string m_Path;
+    SectorBytes m_File;
     DamageList& m_Damages;
-    int m_Descriptor;
-    std::int64_t m_FileBytes = 0;
     rfm_SectorHead m_Head;
     rfm_EncodedHeader m_Segments;
     std::vector<std::int32_t> m_Owners;     // by sector

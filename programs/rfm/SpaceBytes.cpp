@@ -6,6 +6,7 @@
 #include "RemoteDoor.h"
 #include "Text.h"
 #include "omi_Swapper.h"
+#include "rfm_File.h"
 #include "rfm_FileRepr.h"
 #include "rfm_HeaderFormat.h"
 
@@ -32,31 +33,45 @@ rfm_File OpenAnyFile(const std::string& path)
         throw Failure(ExitUnreadable, OneLine(path), PlainMessage(cause.what()), RemedyForUnopened(path));
     }
 }
+
+/// A file that the library opens.
+class LibraryBytes : public ByteSource
+{
+public:
+    explicit LibraryBytes(const std::string& path) : m_File(OpenAnyFile(path)) {}
+
+    std::int64_t Size() const override { return m_File.Repr().MediumSize().Value(); }
+    int Read(std::int64_t offset, char* bytes, int count) override
+    {
+        m_File.Repr().Seek(offset);
+        const int read = m_File.Repr().ReadUpToEnd(bytes, count);
+        std::fill(bytes + read, bytes + count, '\0');
+        return read;
+    }
+    void Refresh() override { m_File.Repr().Refresh(); }
+
+private:
+    rfm_File m_File;
+};
 } // namespace
 
-FileImage::FileImage(const std::string& path)
-    : m_File(OpenAnyFile(path)),
-      m_Size(m_File.Repr().MediumSize().Value())
-{
-}
+FileImage::FileImage(const std::string& path) : FileImage(std::make_unique<LibraryBytes>(path)) {}
 
-int FileImage::ReadThere(std::int64_t offset, char* bytes, int count)
+FileImage::FileImage(std::unique_ptr<ByteSource> source)
+    : m_Source(std::move(source)),
+      m_Size(m_Source->Size())
 {
-    m_File.Repr().Seek(offset);
-    const int read = m_File.Repr().ReadUpToEnd(bytes, count);
-    std::fill(bytes + read, bytes + count, '\0');
-    return read;
 }
 
 int FileImage::Read(std::int64_t offset, char* bytes, int count)
 {
-    if (!m_FillsHoles) return ReadThere(offset, bytes, count);
+    if (!m_FillsHoles) return m_Source->Read(offset, bytes, count);
     const std::int64_t end = offset + count;
     for (std::int64_t place = offset; place < end;)
     {
         const Range* hole = RangeBehind(place);
         const std::int64_t there = hole == nullptr ? end : std::clamp(hole->start, place, end);
-        if (there > place) ReadThere(place, bytes + (place - offset), static_cast<int>(there - place));
+        if (there > place) m_Source->Read(place, bytes + (place - offset), static_cast<int>(there - place));
         if (there == end) break;
         place = std::min(hole->end, end);
         std::fill(bytes + (there - offset), bytes + (place - offset), '\0');
@@ -93,7 +108,7 @@ std::int64_t FileImage::TrimmedCount(std::int64_t start, std::int64_t count) con
 std::uint32_t FileImage::FlushCountNow()
 {
     char bytes[4];
-    m_File.Repr().Refresh();
+    m_Source->Refresh();
     Read(rfm_FlushCountOffset, bytes, sizeof bytes);
     return omi_Load<std::uint32_t>(bytes, kStoredAsIs);
 }

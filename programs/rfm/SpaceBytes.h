@@ -1,19 +1,36 @@
 #pragma once
 
-#include "rfm_File.h"
-
+#include <algorithm>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
 namespace rfm_tool
 {
+/// Where the bytes of a database come from.
+class ByteSource
+{
+public:
+    ByteSource() = default;
+    ByteSource(const ByteSource&) = delete;
+    ByteSource& operator=(const ByteSource&) = delete;
+    virtual ~ByteSource() = default;
+
+    virtual std::int64_t Size() const = 0;
+    /// Bytes read: fewer at the end of the file; the rest of `bytes` is zero then.
+    virtual int Read(std::int64_t offset, char* bytes, int count) = 0;
+    /// What was kept may be old.
+    virtual void Refresh() = 0;
+};
+
 /// The bytes of a file that may be damaged, read and never believed.
 class FileImage
 {
 public:
-    /// Throws: Failure.
+    /// As the library opens it. Throws: Failure.
     explicit FileImage(const std::string& path);
+    explicit FileImage(std::unique_ptr<ByteSource> source);
 
     std::int64_t Size() const noexcept { return m_Size; }
     /// Bytes read: fewer at the end of the file; the rest of `bytes` is zero then.
@@ -29,6 +46,8 @@ public:
     /// The first segment under these bytes that can't be read, -1 when they can.
     std::int64_t UnreadableSegment(std::int64_t start, std::int64_t count) const;
 
+    /// What lies behind `end` is left out.
+    void CutAt(std::int64_t end) { m_Size = std::min(m_Size, end); }
     /// From now on what can't be read reads as zero, and what lies behind the end of the file counts as unreadable.
     void FillHoles();
     /// Bytes of `count` from `start` on that are left when those at their end that can't be read are taken away.
@@ -42,10 +61,9 @@ private:
         std::int64_t end;
     };
 
-    int ReadThere(std::int64_t offset, char* bytes, int count);
     const Range* RangeBehind(std::int64_t place) const;
 
-    rfm_File m_File;
+    std::unique_ptr<ByteSource> m_Source;
     std::int64_t m_Size;
     std::vector<Range> m_Unreadable; // ascending
     bool m_FillsHoles = false;

@@ -1,13 +1,13 @@
 #include "check.h"
 
 #include "DatabaseFile.h"
+#include "FileStamp.h"
 #include "FileKind.h"
 #include "FileWalk.h"
 #include "SectorWalk.h"
 #include "Text.h"
 
 #include <fmt/format.h>
-#include <sys/stat.h>
 
 #include <optional>
 
@@ -27,22 +27,6 @@ struct Finding
     bool isWholeWalk = true;           // of the database in the file
     bool canBeRecovered = true;        // the library gives at least the bytes
 };
-
-// What every write to a file moves.
-struct FileStamp
-{
-    std::int64_t bytes = 0;
-    std::int64_t seconds = 0;
-    std::int64_t nanoseconds = 0;
-    bool operator==(const FileStamp&) const = default;
-};
-
-FileStamp StampOf(const std::string& path)
-{
-    struct stat status = {};
-    if (::stat(path.c_str(), &status) != 0) return {};
-    return {status.st_size, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
-}
 
 class CheckCommand : public Command
 {

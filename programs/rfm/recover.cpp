@@ -2,14 +2,13 @@
 
 #include "ContentHash.h"
 #include "DamageList.h"
+#include "DamagedFile.h"
 #include "DatabaseFile.h"
 #include "FileWalk.h"
 #include "NewFile.h"
 #include "Recovery.h"
 #include "RemoteDoor.h"
-#include "SectorWalk.h"
 #include "Text.h"
-#include "WriterWatch.h"
 
 #include <fmt/format.h>
 
@@ -49,8 +48,6 @@ public:
     int Run(Output& output) override;
 
 private:
-    FileKind Kind() const { return m_To.empty() ? KindOfFile(m_In) : KindOfWord(m_To); }
-    void MarkHurtSegments(FileImage& image, LossList& losses) const;
     std::string Write(const NewFile& out, LossList& losses);
     void WriteText(Output& output, const LossList& losses, const std::string& hash) const;
     void WriteJson(Output& output, const LossList& losses, const std::string& hash) const;
@@ -64,33 +61,15 @@ private:
     StyleOptions m_Style;
 };
 
-// What of a compressed file can't be inflated is a hole in the database.
-void RecoverCommand::MarkHurtSegments(FileImage& image, LossList& losses) const
-{
-    if (KindOfFile(m_In) != FileKind::Compressed) return;
-    DamageList damages(0);
-    for (const HurtSegment& hurt : SectorWalk(m_In, damages).Run().hurt)
-    {
-        image.SetUnreadable(hurt.index, hurt.start, hurt.end);
-        losses.Add({0, hurt.start, fmt::format("bytes up to {}", hurt.end),
-                    fmt::format("segment {} of the compressed file can't be read", hurt.index)});
-    }
-}
-
 // What was written must open, be sound and give all it has; anything else is a fault of this program.
 std::string RecoverCommand::Write(const NewFile& out, LossList& losses)
 {
-    FileImage image(m_In);
-    MarkHurtSegments(image, losses);
-    image.FillHoles();
-    char start[4];
-    image.Read(0, start, sizeof start);
-    if (std::string_view(start, sizeof start) != "TVNR" && !LooksLikeDatabase(image))
-        throw Failure(ExitUnreadable, OneLine(m_In),
-                      "not a database: nothing in it leads to texts or layouts", "restore it from a copy");
-    Progress progress(image.Size());
+    DamagedFile in(m_In, losses);
+    Progress progress(in.Image().Size());
     progress.Begin("recovering");
-    m_Objects = WriteRecovered(image, Kind(), out.WorkPath(), losses, progress);
+    const FileKind kind = m_To.empty() ? in.Kind() : KindOfWord(m_To);
+    m_Objects = WriteRecovered(in.Image(), kind, out.WorkPath(), losses, progress);
+    in.RequireRest();
     FileImage written(out.WorkPath());
     DamageList damages(1);
     FileWalk(written, damages).Run();
@@ -127,14 +106,12 @@ int RecoverCommand::Run(Output& output)
 {
     RequireReadableFile(m_In);
     TellOfSemaphore(m_In, "a change may be copied half done");
-    const WriterWatch watch(m_In);
     NewFile out(m_Out, m_Force, m_In);
     LossList losses;
     std::string hash;
     try
     {
         hash = Write(out, losses);
-        watch.RequireRest();
     }
     catch (const nex_Exception& cause)
     {

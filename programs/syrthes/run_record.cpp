@@ -3,7 +3,6 @@
 #include "results_layout.h"
 #include "solver_files.h"
 
-#include <array>
 #include <chrono>
 #include <ctime>
 #include <fstream>
@@ -122,8 +121,8 @@ public:
     {
         const rfm_ReaderSemaphoreProxy holdReadersOff(m_Database);
         WriteNodes(mesh.nodes);
-        WriteElements(mesh.elements);
-        WriteFaces(mesh.faces);
+        WriteShapes<ElementFields>("ELEMENTS", m_Layouts.elements, mesh.elements);
+        WriteShapes<FaceFields>("FACES", m_Layouts.faces, mesh.faces);
         WriteGroups(groups);
         Publish();
     }
@@ -235,37 +234,21 @@ private:
         table.Flush();
     }
 
-    template <std::size_t N>
-    static void WriteCorners(rfm_Row& row, int firstField, const std::array<int, N>& nodes)
+    // Elements and faces: corners and a reference.
+    template <class Fields, class Shape>
+    void WriteShapes(const char* name, const rfm_TableMetadata& layout, const std::vector<Shape>& shapes)
     {
-        for (const int node : nodes)
-        {
-            row.WriteFieldInt(firstField++, node);
-        }
-    }
-
-    void WriteElements(const std::vector<solver::Element>& elements)
-    {
-        rfm_Table table = m_Database.Table(m_Layouts.elements, kModelQuantum, kReadAhead);
-        Register("ELEMENTS", table.Handle());
-        for (const solver::Element& element : elements)
+        rfm_Table table = m_Database.Table(layout, kModelQuantum, kReadAhead);
+        Register(name, table.Handle());
+        for (const Shape& shape : shapes)
         {
             rfm_Row row = table.NewRow();
-            WriteCorners(row, ElementFields::firstCorner, element.nodes);
-            WriteReference(row, ElementFields::reference, element.reference);
-        }
-        table.Flush();
-    }
-
-    void WriteFaces(const std::vector<solver::Face>& faces)
-    {
-        rfm_Table table = m_Database.Table(m_Layouts.faces, kModelQuantum, kReadAhead);
-        Register("FACES", table.Handle());
-        for (const solver::Face& face : faces)
-        {
-            rfm_Row row = table.NewRow();
-            WriteCorners(row, FaceFields::firstCorner, face.nodes);
-            WriteReference(row, FaceFields::reference, face.reference);
+            int corner = Fields::firstCorner;
+            for (const int node : shape.nodes)
+            {
+                row.WriteFieldInt(corner++, node);
+            }
+            WriteReference(row, Fields::reference, shape.reference);
         }
         table.Flush();
     }

@@ -8,7 +8,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <utility>
 
@@ -70,8 +69,12 @@ inline void MakeSample(const std::string& path)
 
 inline std::string ReadFile(const std::string& path)
 {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    std::ifstream file(path, std::ios::binary | std::ios::ate);
+    if (!file) return {};
+    std::string bytes(static_cast<std::size_t>(file.tellg()), '\0');
+    file.seekg(0);
+    file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    return bytes;
 }
 
 inline void WriteFile(const std::string& path, const std::string& bytes)
@@ -89,9 +92,10 @@ template <class T> void Overwrite(const std::string& path, std::int64_t offset, 
 
 template <class T> T NumberAt(const std::string& path, std::int64_t offset)
 {
-    const std::string bytes = ReadFile(path);
-    T value;
-    std::memcpy(&value, bytes.data() + offset, sizeof value);
+    std::ifstream file(path, std::ios::binary);
+    file.seekg(offset);
+    T value{};
+    file.read(reinterpret_cast<char*>(&value), sizeof value);
     return value;
 }
 

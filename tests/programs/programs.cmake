@@ -1,7 +1,7 @@
 if(TARGET rfm_tool)
   find_package(fmt REQUIRED)
   find_package(OpenSSL REQUIRED COMPONENTS Crypto)
-  set(insideParts AxisTicks ConnectionFile DatabaseFile Expression Glob NewFile Output Progress RemoteDoor RemoteScratch
+  set(insideParts AxisTicks ConnectionFile DatabaseFile Expression FileMark Glob NewFile Output Progress RemoteDoor RemoteScratch
                   Selection Text)
   list(JOIN insideParts "|" insideParts)
   add_area(tool_tests
@@ -50,6 +50,7 @@ if(TARGET rfm_tool)
   # From inside, since thousands of damaged files are recovered: all of the tool but its main.
   add_area(recovery_tests
     programs/rfm_recovery_test.cpp
+    programs/rfm_recover_compressed_test.cpp
     $<FILTER:$<TARGET_OBJECTS:rfm_tool>,EXCLUDE,main\\.cpp>
   )
   target_include_directories(recovery_tests PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/programs

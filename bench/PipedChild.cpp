@@ -30,6 +30,7 @@ std::array<int, 2> NewPipe()
 pid_t Start(std::vector<std::string>& words, int input, int output)
 {
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string& word : words) arguments.push_back(word.data());
     arguments.push_back(nullptr);
     const pid_t process = ::fork();

@@ -329,8 +329,13 @@ void WriteSqliteObjects(const std::string& file, const Sizes& sizes)
     for (int i = 0; i < sizes.toolObjectCount; ++i)
     {
         const std::string name = "array" + std::to_string(i);
-        statements += "CREATE TABLE " + name + "(bytes); INSERT INTO " + name + " VALUES (randomblob(" +
-                      std::to_string(sizes.toolObjectDoubles * 8) + "));";
+        statements += "CREATE TABLE ";
+        statements += name;
+        statements += "(bytes); INSERT INTO ";
+        statements += name;
+        statements += " VALUES (randomblob(";
+        statements += std::to_string(sizes.toolObjectDoubles * 8);
+        statements += "));";
     }
     RunStatements(file, statements);
 }

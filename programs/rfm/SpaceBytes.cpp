@@ -30,6 +30,7 @@ rfm_File OpenAnyFile(const std::string& path)
     }
     catch (const nex_Exception& cause)
     {
+        RequireReadableFile(path); // it may have gone since it was open
         throw Failure(ExitUnreadable, OneLine(path), PlainMessage(cause.what()), RemedyForUnopened(path));
     }
 }

@@ -95,8 +95,10 @@ TEST_P(EveryCommandThatPrints, SaysThatStandardOutputIsFull)
 
 TEST_P(EveryCommandThatPrints, EndsQuietlyWhenItsReaderHasLeft)
 {
+    // Whether anything is missing on this host is nothing that a reader changes.
+    const int code = std::string(GetParam().name) == "doctor" ? Tool::Run(Words()).code : 0;
     const ToolResult result = Tool::RunUnread(Words());
-    EXPECT_EQ(result.code, 0);
+    EXPECT_EQ(result.code, code);
     EXPECT_EQ(result.err, "");
     EXPECT_EQ(std::filesystem::exists(m_Out), GetParam().MakesFile());
 }

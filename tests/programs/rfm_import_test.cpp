@@ -23,13 +23,14 @@ const std::string kCase = "TITRE ETUDE= wedge\n"
 const std::string kMesh = "C  DIMENSION = 3\n"
                           "C  NOMBRE DE NOEUDS = 4\n"
                           "C  NOMBRE D'ELEMENTS = 1\n"
-                          "C  NOMBRE D'ELEMENTS DE BORD = 0\n"
+                          "C  NOMBRE D'ELEMENTS DE BORD = 1\n"
                           "C  NOMBRE DE NOEUDS PAR ELEMENT = 4\n"
                           "C$ RUBRIQUE = NOEUDS\n"
                           "1 0 0.0 0.0 0.0\n2 0 1.0 0.0 0.0\n3 0 0.0 1.0 0.0\n4 3 0.0 0.0 1.0\n"
                           "C$ RUBRIQUE = ELEMENTS\n"
                           "1 8 1 2 3 4\n"
-                          "C$ RUBRIQUE = ELEMENTS DE BORD\n";
+                          "C$ RUBRIQUE = ELEMENTS DE BORD\n"
+                          "1 5 1 2 3\n";
 
 class RfmImport : public testing::Test
 {

@@ -16,7 +16,7 @@ using farend::Failure;
 
 namespace
 {
-constexpr int kPipeBytes = 128 * 1024;
+constexpr int kPipeBytes = 1024 * 1024; // what a process without rights may ask for
 // Any head but one with a list of hundreds of pages.
 constexpr std::size_t kRoomForHead = 4096;
 constexpr int kStartBytes = sizeof(std::int64_t);
@@ -25,9 +25,7 @@ constexpr int kPageFieldsBytes = kStartBytes + sizeof(int);
 template <class T> T Load(const char* bytes) { return omi_Load<T>(bytes, omi_Swapper(omi_Swapper::Pipe)); }
 } // namespace
 
-// A writer wakes its reader when the pipe is full or all is written. As much room as the daemon takes at once lets it work
-// on the first eighth of a page while the rest is written, and stays in the processor's cache: with room for the whole
-// page a page took a tenth more of all programs' processor time.
+// With room for a whole page in the pipe, the next request is read while the reader still works on this one's reply.
 Assistant::Assistant(int input, int output, std::size_t mostWatched)
     : m_Input(input, omi_Swapper::Pipe),
       m_Output(output, omi_Swapper::Pipe),

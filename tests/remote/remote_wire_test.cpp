@@ -1,5 +1,6 @@
 #include "FarEnd.h"
 
+#include <future>
 #include <thread>
 
 using namespace farend;
@@ -120,6 +121,12 @@ protected:
     ChildResult RelayThrough(const RecordingProxy& proxy, const Words& words, const std::string& input = "")
     {
         return BoundedChild(RelayWords(words, proxy.Port())).Finish(KeyMessage(m_Key) + input);
+    }
+    static char StateOf(pid_t process)
+    {
+        for (const SeenProcess& each : AllProcesses())
+            if (each.process == process) return each.state;
+        return '?';
     }
     // What the relay says about a daemon that says `bytes`.
     std::string WordsAbout(const std::string& bytes)
@@ -244,29 +251,37 @@ TEST_F(RemoteWire, WhatAnswersButIsNoDaemonIsTold)
               "qlnsrv, the key is not the one of the qlnsrvd there\n");
 }
 
-// More than fits into the pipe, and its reader comes late: the relay finds the end while it still has to write.
+// It is all there when the relay goes on, and does not fit into its pipe: it finds the end while it still has to write.
 TEST_F(RemoteWire, WhatCameBeforeTheConnectionWasLostArrives)
 {
     m_Key = std::string(64, 'a');
     const OwnPort port;
-    const std::string bytes(600000, 'x');
+    const std::string bytes(360000, 'x');
+    std::promise<void> relayStands;
     std::thread daemon(
         [&]
         {
-            Descriptor relay = port.Accept();
+            Descriptor socket = port.Accept();
             const std::string hello = EncodeHello(Hello());
-            ::send(relay.Get(), hello.data(), hello.size(), MSG_NOSIGNAL);
+            ::send(socket.Get(), hello.data(), hello.size(), MSG_NOSIGNAL);
             const SharedSecret secret{Key(m_Key), Hello()};
             const ProvingTls tls(ProvingTls::End::Daemon, secret);
-            Channel channel(tls, std::move(relay));
+            Channel channel(tls, std::move(socket));
             EXPECT_EQ(channel.Prove(Soon()), Channel::Proof::Given);
             EXPECT_TRUE(channel.NextBy(Soon()));
             channel.Send(FrameType::Answer, EncodeAnswer({AnswerStatus::RelayTells, ""}));
+            EXPECT_TRUE(channel.FlushBy(Soon()));
+            relayStands.get_future().wait();
             channel.SendAll(FrameType::Data, bytes);
             EXPECT_TRUE(channel.FlushBy(Soon()));
         });
     const auto relay = OpenRelay({kBrowsing}, port.Port());
+    ::kill(relay->Process(), SIGSTOP);
+    EXPECT_TRUE(Eventually([&] { return StateOf(relay->Process()) == 'T'; }));
+    relayStands.set_value();
     daemon.join();
+    ::kill(relay->Process(), SIGCONT);
+    EXPECT_TRUE(Eventually([&] { return StateOf(relay->Process()) == 'S'; }));
     EXPECT_TRUE(relay->Read(bytes.size()) == bytes);
     const ChildResult result = relay->Finish();
     EXPECT_EQ(result.out, "");

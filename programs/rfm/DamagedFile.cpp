@@ -14,10 +14,9 @@ namespace rfm_tool
 {
 namespace
 {
-// No more of a database is read than this for each byte of its file, the most that zlib packs into one, and what a table
-// may have reserved besides: a file that claims more would be read for ever.
+// No more of a database is read than this for each byte of its file, the most that zlib packs into one, and the room
+// that a table may have: a file that claims more would be read for ever.
 constexpr std::int64_t kMostBytesOfOne = 1032;
-constexpr std::int64_t kMostReserve = std::int64_t{1} << 31;
 // Of HDF5, which stores the bytes of a database in chunks, as the library makes them.
 constexpr std::int64_t kChunkBytes = 4096;
 constexpr std::int64_t kTriedBytes = 16 * kChunkBytes;
@@ -95,12 +94,18 @@ void DamagedFile::OpenHdf5()
     }
     catch (const Failure& cause)
     {
-        throw Failure(ExitUnreadable, "HDF5 refuses the file, so the database in it is out of reach",
-                      cause.what(), kRestore);
+        const std::string name = OneLine(m_Path);
+        throw Failure(ExitUnreadable, name,
+                      "only HDF5 can tell where in it the database lies, and refuses it: " +
+                          std::string(cause.what()).substr(name.size() + 2),
+                      kRestore);
     }
-    m_Watch.emplace(m_Path);
     m_Image->CutAt(kMostBytesOfOne * BytesOnDisk(m_Path) + kMostReserve);
     MarkHurtBytes();
+    if (m_Image->UnreadableSegment(0, rfm_FirstLinkageBlockOffset + rfm_LinkageBlockBytes) >= 0)
+        throw Failure(ExitUnreadable, OneLine(m_Path),
+                      "HDF5 can't read the start of the database, which tells where all else in it lies",
+                      kRestore);
     m_Image->FillHoles();
 }
 
@@ -124,8 +129,6 @@ void DamagedFile::MarkHurtBytes()
         }
     }
     if (start >= 0) LoseBytes(start, size);
-    if (start == 0)
-        throw Failure(ExitUnreadable, OneLine(m_Path), "HDF5 can read nothing of the database in it", kRestore);
 }
 
 void DamagedFile::LoseBytes(std::int64_t start, std::int64_t end)

@@ -37,6 +37,6 @@ private:
     FileKind m_Kind;
     FileStamp m_Stamp;
     std::unique_ptr<FileImage> m_Image;
-    std::optional<WriterWatch> m_Watch; // but of a compressed file, where any change can be the one that matters
+    std::optional<WriterWatch> m_Watch; // of a plain file; of the others any change counts
 };
 } // namespace rfm_tool

@@ -455,14 +455,13 @@ void Recovery::FindLayouts(const std::vector<SalvagedSpace>& spaces)
 {
     const SalvagedSpace cut = SpaceOf(rfm_MetadataPoolHandle, spaces);
     m_Layouts.emplace(m_Image, cut, *m_Texts);
-    const SalvagedSpace pool =
-        WithItsRest(cut, spaces, "layouts",
-                    [&](const SalvagedSpace& longer)
-                    {
-                        SalvagedLayouts layouts(m_Image, longer, *m_Texts);
-                        return layouts.All().size() > m_Layouts->All().size() &&
-                               layouts.Losses().LostCount() == 0;
-                    });
+    const SalvagedSpace pool = WithItsRest(cut, spaces, "layouts",
+                                           [&](const SalvagedSpace& longer)
+                                           {
+                                               SalvagedLayouts layouts(m_Image, longer, *m_Texts);
+                                               return layouts.All().size() > m_Layouts->All().size() &&
+                                                      layouts.Losses().LostCount() == 0;
+                                           });
     m_Layouts.emplace(m_Image, pool, *m_Texts);
     for (const Loss& loss : m_Layouts->Losses().Kept()) m_Losses.Add(loss);
 }

@@ -396,7 +396,8 @@ std::vector<Salvage::Refusal> Salvage::LeftRefused(std::vector<Refusal> refused,
                       taken.emplace(refusal.piece.start, refusal.piece.end);
                       return true;
                   });
-    std::sort(refused.begin(), refused.end(), [](const Refusal& left, const Refusal& right)
+    std::sort(refused.begin(), refused.end(),
+              [](const Refusal& left, const Refusal& right)
               { return left.piece.handle < right.piece.handle; });
     return refused;
 }

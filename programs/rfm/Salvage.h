@@ -135,6 +135,6 @@ private:
     std::set<std::int64_t> m_BlockPlaces;
     std::vector<Entry> m_Entries;
     std::int64_t m_SearchLeft = 0; // bytes that are searched for blocks
-    std::int64_t m_HolesLeft; // bytes that are taken though they can't be read
+    std::int64_t m_HolesLeft;      // bytes that are taken though they can't be read
 };
 } // namespace rfm_tool

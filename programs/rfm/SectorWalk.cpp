@@ -133,7 +133,8 @@ std::int64_t SectorWalk::PlaceOfCell(std::int32_t segment) const
     if (segment < kFirst) return kFirstPlace + std::int64_t{segment} * rfm_SectorCellBytes;
     const auto behind = static_cast<std::size_t>(segment - kFirst);
     const std::uint32_t sector = m_Directory[1 + behind / rfm_CellsPerSector];
-    return OffsetOfSector(sector) + static_cast<std::int64_t>(behind % rfm_CellsPerSector) * rfm_SectorCellBytes;
+    return OffsetOfSector(sector) +
+           static_cast<std::int64_t>(behind % rfm_CellsPerSector) * rfm_SectorCellBytes;
 }
 
 // ---- Chains ----

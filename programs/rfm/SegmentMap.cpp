@@ -10,6 +10,20 @@ namespace
 constexpr std::int64_t kKeptBytes = 1048576;
 }
 
+void InflateStream(const SectorBytes& file, const StoredStream& stream, const StreamInflater::Sink& sink)
+{
+    StreamInflater inflater(stream.length, sink);
+    char bytes[rfm_SectorBytes];
+    std::int64_t start = rfm_StreamLengthBytes;
+    for (std::uint32_t sector = stream.first; sector < file.SectorCount();)
+    {
+        file.Read(OffsetOfSector(sector), bytes, rfm_SectorBytes);
+        if (!inflater.Feed(bytes + start, static_cast<std::size_t>(rfm_SectorDataBytes - start))) return;
+        sector = stream.Next(sector, bytes);
+        start = 0;
+    }
+}
+
 int SegmentReader::Read(std::int64_t offset, char* bytes, int count)
 {
     std::memset(bytes, 0, static_cast<std::size_t>(count));
@@ -34,8 +48,8 @@ int SegmentReader::Read(std::int64_t offset, char* bytes, int count)
 
 const std::string& SegmentReader::Inflated(std::int64_t segment, const StoredStream& stream)
 {
-    const auto kept = std::find_if(m_Kept.begin(), m_Kept.end(),
-                                   [&](const auto& each) { return each.first == segment; });
+    const auto kept =
+        std::find_if(m_Kept.begin(), m_Kept.end(), [&](const auto& each) { return each.first == segment; });
     if (kept != m_Kept.end())
     {
         m_Kept.splice(m_Kept.begin(), m_Kept, kept);
@@ -43,25 +57,8 @@ const std::string& SegmentReader::Inflated(std::int64_t segment, const StoredStr
     }
     const auto most = static_cast<std::size_t>(std::max<std::int64_t>(kKeptBytes / m_Map.segmentSize, 1));
     while (m_Kept.size() >= most) m_Kept.pop_back();
-    m_Kept.emplace_front(segment, Inflate(stream));
-    return m_Kept.front().second;
-}
-
-std::string SegmentReader::Inflate(const StoredStream& stream) const
-{
-    std::string inflated;
-    StreamInflater inflater(stream.length, [&](std::string_view bytes) { inflated += bytes; });
-    char bytes[rfm_SectorBytes];
-    std::int64_t start = rfm_StreamLengthBytes;
-    std::uint32_t sector = stream.first;
-    do
-    {
-        m_File.Read(OffsetOfSector(sector), bytes, rfm_SectorBytes);
-        const bool isWanting =
-            inflater.Feed(bytes + start, static_cast<std::size_t>(rfm_SectorDataBytes - start));
-        sector = isWanting ? stream.Next(sector, bytes) : rfm_NullSector;
-        start = 0;
-    } while (sector < m_File.SectorCount());
+    std::string& inflated = m_Kept.emplace_front(segment, std::string()).second;
+    InflateStream(m_File, stream, [&](std::string_view bytes) { inflated += bytes; });
     inflated.resize(static_cast<std::size_t>(stream.length)); // should the file change meanwhile
     return inflated;
 }

@@ -11,6 +11,9 @@
 
 namespace rfm_tool
 {
+/// What a table may have reserved without any of it being stored.
+inline constexpr std::int64_t kMostReserve = std::int64_t{1} << 31;
+
 /// A stream in a compressed file that may be damaged.
 struct StoredStream
 {
@@ -26,11 +29,14 @@ struct StoredStream
     }
 };
 
+/// Hands on what a stream that is whole holds.
+void InflateStream(const SectorBytes& file, const StoredStream& stream, const StreamInflater::Sink& sink);
+
 /// Where the bytes of the database in a compressed file lie.
 struct SegmentMap
 {
     std::int64_t segmentSize = 0;
-    std::int64_t end = 0;                        // of the database's bytes
+    std::int64_t end = 0;                         // of the database's bytes
     std::map<std::int64_t, StoredStream> streams; // by segment; one without is zeros
 
     const StoredStream* Find(std::int64_t segment) const
@@ -51,7 +57,6 @@ public:
 
 private:
     const std::string& Inflated(std::int64_t segment, const StoredStream& stream);
-    std::string Inflate(const StoredStream& stream) const;
 
     const SectorBytes& m_File;
     const SegmentMap& m_Map;

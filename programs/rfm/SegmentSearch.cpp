@@ -18,11 +18,10 @@ constexpr bool kStoredAsIs = omi_Swapper(omi_Swapper::Stored);
 constexpr int kCellsOffset = rfm_SectorHeaderBytes + rfm_EncodedHeaderBytes;
 constexpr std::int64_t kTriedTimesTheFile = 16;
 constexpr std::int64_t kMostCutOff = 64; // a file that was cut off may have been so many times as long
-constexpr std::size_t kMostMarks = 64;   // that are kept of a stream, and of extents with one place in their segments
+constexpr std::size_t kMostMarks =
+    64; // that are kept of a stream, and of extents with one place in their segments
 constexpr std::size_t kMostRounds = 100; // of placing streams by what those placed before tell
-constexpr std::int64_t kMostReserve = std::int64_t{1} << 31; // of a table, of which nothing is stored
 constexpr std::size_t kToldRanges = 8;
-constexpr auto kNobody = [](std::string_view) {};
 
 // "2, 5 to 7": the first ones of an ascending list.
 std::string RangesText(const std::vector<std::int64_t>& numbers)
@@ -35,7 +34,8 @@ std::string RangesText(const std::vector<std::int64_t>& numbers)
         std::size_t last = i;
         while (last + 1 < numbers.size() && numbers[last + 1] == numbers[last] + 1) ++last;
         text += told == 0 ? "" : ", ";
-        text += last == i ? fmt::format("{}", numbers[i]) : fmt::format("{} to {}", numbers[i], numbers[last]);
+        text +=
+            last == i ? fmt::format("{}", numbers[i]) : fmt::format("{} to {}", numbers[i], numbers[last]);
         i = last + 1;
     }
     return text;
@@ -102,8 +102,8 @@ void SegmentSearch::ReadHead()
     m_IsDoubtful = m_IsDoubtful || !m_HasNumbers;
 }
 
-// A number far beyond the file is damage, one not far may lead to what was cut off. A sector of which most words are damage
-// holds no cells.
+// A number far beyond the file is damage, one not far may lead to what was cut off. A sector in which most words are
+// damage holds no cells.
 bool SegmentSearch::LooksLikeCells(const char* bytes, std::int64_t count) const
 {
     const std::int64_t most = kMostCutOff * (m_File.SectorCount() + 1);
@@ -127,8 +127,8 @@ void SegmentSearch::TakeCells(const char* bytes, std::int64_t count)
     m_CellsRead += count;
 }
 
-// All that there is room for: behind the last cell stand zeros. There are no more cells in use than sectors, so one that
-// says otherwise is no directory.
+// All that there is room for: behind the last cell stand zeros. No more cells are in use than there are sectors, so one
+// that says otherwise is no directory.
 void SegmentSearch::ReadDirectory()
 {
     std::int64_t start = kCellsOffset;
@@ -154,8 +154,9 @@ void SegmentSearch::ReadDirectory()
         if (!IsSector(next) || m_IsTaken[next] || m_HasCell[next])
         {
             m_IsDirectoryCut = true;
-            Mended(OffsetOfLink(sector), "directory",
-                   fmt::format("it would go on in sector {}; what streams lack a cell is searched for", next));
+            Mended(
+                OffsetOfLink(sector), "directory",
+                fmt::format("it would go on in sector {}; what streams lack a cell is searched for", next));
             break;
         }
         sector = next;
@@ -172,8 +173,9 @@ void SegmentSearch::CheckCellCount()
     m_IsDoubtful = true;
     m_KnownCells = used;
     if (used != m_Head.cellCount)
-        Mended(rfm_SectorHeadOffset + 8, "number of cells",
-               fmt::format("found {}; the last one in use that can be read is {}", m_Head.cellCount, used - 1));
+        Mended(
+            rfm_SectorHeadOffset + 8, "number of cells",
+            fmt::format("found {}; the last one in use that can be read is {}", m_Head.cellCount, used - 1));
 }
 
 // Of how many cells a sector is the first one, up to 2.
@@ -185,8 +187,8 @@ std::vector<std::uint8_t> SegmentSearch::CountClaims() const
     return claims;
 }
 
-// Whole streams first: they have their sectors for sure. One that is not whole is right all the same when it begins as a
-// stream does. Of two cells that lead to one stream nobody knows which is right.
+// Whole streams first: they have their sectors for sure. A cell is also right where one begins that is not whole. Of two
+// cells that lead to one stream nobody knows which is right.
 void SegmentSearch::PlaceCells()
 {
     const std::vector<std::uint8_t> claims = CountClaims();
@@ -194,7 +196,7 @@ void SegmentSearch::PlaceCells()
     for (const auto& [segment, sector] : m_Cells)
     {
         const bool isAlone = IsSector(sector) && claims[sector] == 1;
-        const std::optional<StoredStream> stream = isAlone ? Probe(sector, kNobody) : std::nullopt;
+        const std::optional<StoredStream> stream = isAlone ? Probe(sector) : std::nullopt;
         if (stream)
         {
             TellOfStream(segment, *stream);
@@ -232,20 +234,20 @@ bool SegmentSearch::IsStart(std::uint32_t sector) const
 }
 
 // The stream that begins there, when it is whole; its sectors are taken then.
-std::optional<StoredStream> SegmentSearch::Probe(std::uint32_t first, const StreamInflater::Sink& sink)
+std::optional<StoredStream> SegmentSearch::Probe(std::uint32_t first)
 {
     if (!IsStart(first)) return {};
     for (const bool isInSequence : {false, true})
     {
         StoredStream stream{.first = first, .isInSequence = isInSequence};
-        if (Follow(stream, sink)) return stream;
+        if (Follow(stream)) return stream;
     }
     return {};
 }
 
-bool SegmentSearch::Follow(StoredStream& stream, const StreamInflater::Sink& sink)
+bool SegmentSearch::Follow(StoredStream& stream)
 {
-    StreamInflater inflater(rfm_MostSegmentBytes, sink);
+    StreamInflater inflater(rfm_MostSegmentBytes, [](std::string_view) {});
     std::vector<std::uint32_t> chain;
     std::int64_t start = rfm_StreamLengthBytes;
     bool isWanting = true;
@@ -284,14 +286,20 @@ void SegmentSearch::TellOfStream(std::int64_t segment, const StoredStream& strea
                "they don't lead through its stream; its sectors lie one behind the other");
 }
 
-// Sectors that no link leads to may begin a stream.
+// Any sector may begin a stream that is whole; one that is not is taken for a stream only when no link leads to it.
 void SegmentSearch::SearchStreams()
 {
     if (m_IsSearched) return;
     m_IsSearched = true;
     const std::vector<bool> isLinked = LinkedSectors();
     for (std::uint32_t sector = 1; sector < m_File.SectorCount(); ++sector)
-        if (!isLinked[sector] && IsStart(sector)) m_Loose.push_back(Inspect(sector));
+    {
+        if (!IsStart(sector)) continue;
+        if (const std::optional<StoredStream> stream = Probe(sector))
+            m_Loose.push_back(Inspect(*stream));
+        else if (!isLinked[sector])
+            m_Loose.push_back({{.first = sector}, false, false, {}});
+    }
 }
 
 std::vector<bool> SegmentSearch::LinkedSectors() const
@@ -303,9 +311,9 @@ std::vector<bool> SegmentSearch::LinkedSectors() const
     return isLinked;
 }
 
-SegmentSearch::LooseStream SegmentSearch::Inspect(std::uint32_t first)
+SegmentSearch::LooseStream SegmentSearch::Inspect(const StoredStream& stream) const
 {
-    LooseStream loose;
+    LooseStream loose{stream, false, false, {}};
     std::int64_t place = 0;
     const auto look = [&](std::string_view bytes)
     {
@@ -315,9 +323,8 @@ SegmentSearch::LooseStream SegmentSearch::Inspect(std::uint32_t first)
                 loose.marks.push_back(place + static_cast<std::int64_t>(i));
         place += static_cast<std::int64_t>(bytes.size());
     };
-    const std::optional<StoredStream> stream = Probe(first, look);
-    if (stream) return {*stream, loose.beginsDatabase, false, loose.marks};
-    return {{.first = first}, false, false, {}};
+    InflateStream(m_File, stream, look);
+    return loose;
 }
 
 // ---- The size of a segment ----
@@ -342,7 +349,7 @@ void SegmentSearch::JudgeSize()
     SearchStreams();
     m_Map.segmentSize = SizeOfMost();
     Mended(rfm_SectorHeaderBytes + 8, "size, number and last length of the segments",
-           fmt::format("found {}, {} and {}; most streams hold {} bytes", m_Segments.segmentSize,
+           fmt::format("found {}, {} and {}; segments of {} bytes are taken", m_Segments.segmentSize,
                        m_Segments.segmentCount, m_Segments.lastLength, m_Map.segmentSize));
     m_Segments.segmentSize = static_cast<int>(m_Map.segmentSize);
     m_HasNumbers = rfm_IsSoundEncodedHeader(m_Segments);
@@ -386,7 +393,8 @@ SegmentSearch::Needs SegmentSearch::ReadNeeds() const
     for (std::int64_t place = rfm_FirstLinkageBlockOffset; place + rfm_LinkageBlockBytes <= map.end;)
     {
         const bool isNew = seen.insert(place).second;
-        if (!isNew || static_cast<std::int64_t>(seen.size()) > kTriedTimesTheFile * m_File.SectorCount()) break;
+        if (!isNew || static_cast<std::int64_t>(seen.size()) > kTriedTimesTheFile * m_File.SectorCount())
+            break;
         AddExtent(place, rfm_LinkageBlockBytes, needs);
         reader.Read(place, block.data(), rfm_LinkageBlockBytes);
         AddBlock(block.data(), needs);
@@ -429,8 +437,9 @@ void SegmentSearch::AddExtent(std::int64_t offset, std::int64_t length, Needs& n
 void SegmentSearch::PlaceLoose()
 {
     const Needs needs = ReadNeeds();
-    const bool isAllThere = std::all_of(needs.segments.begin(), needs.segments.end(), [&](std::int64_t segment)
-                                        { return m_Map.streams.contains(segment); });
+    const bool isAllThere =
+        std::all_of(needs.segments.begin(), needs.segments.end(),
+                    [&](std::int64_t segment) { return m_Map.streams.contains(segment); });
     if (!m_IsDoubtful && m_Missing.empty() && isAllThere) return;
     SearchStreams();
     for (std::size_t round = 0; round < kMostRounds && (PlaceByMarks() || PlaceByOrder()); ++round)
@@ -513,8 +522,8 @@ std::vector<std::int64_t> SegmentSearch::OpenSegments(const Needs& needs) const
 {
     std::set<std::int64_t> open = m_Missing;
     open.insert(needs.segments.begin(), needs.segments.end());
-    const std::int64_t count = m_HasNumbers ? m_Segments.segmentCount
-                                            : (needs.end + m_Map.segmentSize - 1) / m_Map.segmentSize;
+    const std::int64_t count =
+        m_HasNumbers ? m_Segments.segmentCount : (needs.end + m_Map.segmentSize - 1) / m_Map.segmentSize;
     std::int64_t room = m_File.SectorCount();
     for (std::int64_t segment = m_KnownCells; segment < count && room > 0; ++segment, --room)
         open.insert(segment);
@@ -554,12 +563,12 @@ bool SegmentSearch::PlaceRun(const std::vector<std::int64_t>& run, const Needs& 
 void SegmentSearch::JudgeEnd(const Needs& needs)
 {
     const auto& [last, stream] = *m_Map.streams.rbegin();
-    const std::int64_t stored = last * m_Map.segmentSize +
-                                (stream.isWhole ? std::min(stream.length, m_Map.segmentSize) : m_Map.segmentSize);
+    const std::int64_t stored =
+        last * m_Map.segmentSize +
+        (stream.isWhole ? std::min(stream.length, m_Map.segmentSize) : m_Map.segmentSize);
     const std::int64_t claimed =
-        m_HasNumbers
-            ? std::int64_t{m_Segments.segmentCount - 1} * m_Map.segmentSize + m_Segments.lastLength
-            : 0;
+        m_HasNumbers ? std::int64_t{m_Segments.segmentCount - 1} * m_Map.segmentSize + m_Segments.lastLength
+                     : 0;
     m_Map.end = std::max(claimed, m_HasNumbers ? std::min(needs.end, stored) : stored);
     if (m_HasNumbers && m_Map.end > claimed)
         Mended(rfm_SectorHeaderBytes + 12, "number and last length of the segments",

@@ -16,7 +16,8 @@
 
 namespace rfm_tool
 {
-/// Finds out where the segments of a compressed file lie whose header and directory may be damaged. What speaks for what:
+/// Finds out where the segments of a compressed file lie whose header and directory may be damaged. What speaks for
+/// what:
 ///
 ///   the fixed numbers of the header          are known anyway
 ///   a cell of the directory                  a whole stream begins where it leads: a zlib stream has a check value
@@ -50,7 +51,8 @@ private:
     struct Needs
     {
         std::set<std::int64_t> segments;
-        std::unordered_map<std::int64_t, std::vector<std::int64_t>> starts; // of extents: place in a segment, segments
+        std::unordered_map<std::int64_t, std::vector<std::int64_t>>
+            starts; // of extents: place in a segment, segments
         std::int64_t end = 0;
     };
 
@@ -65,12 +67,12 @@ private:
 
     bool IsSector(std::uint32_t sector) const { return sector > 0 && sector < m_File.SectorCount(); }
     bool IsStart(std::uint32_t sector) const;
-    std::optional<StoredStream> Probe(std::uint32_t first, const StreamInflater::Sink& sink);
-    bool Follow(StoredStream& stream, const StreamInflater::Sink& sink);
+    std::optional<StoredStream> Probe(std::uint32_t first);
+    bool Follow(StoredStream& stream);
     void TellOfStream(std::int64_t segment, const StoredStream& stream);
 
     void SearchStreams();
-    LooseStream Inspect(std::uint32_t first);
+    LooseStream Inspect(const StoredStream& stream) const;
     std::vector<bool> LinkedSectors() const;
     void JudgeSize();
     std::int64_t SizeOfMost() const;
@@ -97,12 +99,13 @@ private:
     LossList& m_Losses;
     rfm_SectorHead m_Head;
     rfm_EncodedHeader m_Segments;
-    bool m_HasNumbers = false;  // of the segments, that can stand together
-    bool m_IsDoubtful = false;  // something of header or directory was damaged
+    bool m_HasNumbers = false;     // of the segments, that can stand together
+    bool m_IsDoubtful = false;     // something of header or directory was damaged
     bool m_IsDirectoryCut = false; // it goes on, but where is not known
     std::int64_t m_CellsRead = 0;
     std::int64_t m_KnownCells = std::numeric_limits<std::int64_t>::max(); // behind them nothing is known
-    std::vector<std::pair<std::int64_t, std::uint32_t>> m_Cells; // segment and sector, of those that lead somewhere
+    std::vector<std::pair<std::int64_t, std::uint32_t>>
+        m_Cells;                      // segment and sector, of those that lead somewhere
     std::set<std::int64_t> m_Missing; // segments that have a stream, nobody knows where
     std::vector<bool> m_HasCell;      // by sector: a cell leads to it, so it is not in the directory
     std::vector<bool> m_IsTaken;      // by sector: in a stream, or in the directory

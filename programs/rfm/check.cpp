@@ -1,8 +1,8 @@
 #include "check.h"
 
 #include "DatabaseFile.h"
-#include "FileStamp.h"
 #include "FileKind.h"
+#include "FileStamp.h"
 #include "FileWalk.h"
 #include "SectorWalk.h"
 #include "Text.h"

@@ -1,6 +1,7 @@
 #include "rfm_HdfByteDataset.h"
 
 #include "atr_Translate.h"
+#include "hdf_Exception.h"
 #include "nex_Report.h"
 #include "rfm_FileException.h"
 
@@ -145,26 +146,33 @@ int rfm_HdfByteDataset::TakeFromBlock(std::int64_t position, char* buffer, int c
 // What the block did not hold.
 int rfm_HdfByteDataset::ReadRest(std::int64_t position, char* buffer, int count)
 {
-    if (m_RunBytes >= kRunBeforeAhead && count < kLeastAhead)
-    {
-        ReadAhead(position);
+    if (m_RunBytes >= kRunBeforeAhead && count < kLeastAhead && ReadAhead(position))
         return TakeFromBlock(position, buffer, count);
-    }
     Forget();
     ReadThrough(position, buffer, count);
     return count;
 }
 
-// The window grows with the run: 64 KiB at first, four times what came in sequence, at most the block.
-void rfm_HdfByteDataset::ReadAhead(std::int64_t position)
+// The window grows with the run: 64 KiB at first, four times what came in sequence, at most the block. False when HDF5
+// refuses it: who reads up to some damage should not stumble over what lies behind.
+bool rfm_HdfByteDataset::ReadAhead(std::int64_t position)
 {
     const std::int64_t window =
         std::min(std::clamp<std::int64_t>(m_RunBytes * 4, kLeastAhead, kBlockBytes), m_Dimension - position);
     Forget();
-    ReadThrough(position, Block(), static_cast<int>(window));
+    try
+    {
+        ReadThrough(position, Block(), static_cast<int>(window));
+    }
+    catch (const hdf_Exception&)
+    {
+        m_RunBytes = 0;
+        return false;
+    }
     m_BlockCount = static_cast<int>(window);
     m_BlockStart = position;
     m_Mode = Mode::Ahead;
+    return true;
 }
 
 void rfm_HdfByteDataset::Forget() noexcept

@@ -69,7 +69,7 @@ private:
     void Grow(std::int64_t length);
     int TakeFromBlock(std::int64_t position, char* buffer, int count) noexcept;
     int ReadRest(std::int64_t position, char* buffer, int count);
-    void ReadAhead(std::int64_t position);
+    bool ReadAhead(std::int64_t position);
     void ReadThrough(std::int64_t position, char* buffer, int count);
     void WriteThrough(std::int64_t position, const char* buffer, int count);
     void Select(std::int64_t position, int count);

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Holds texts against the sources that they speak of: documents.sh limits (each test that docs/limits.md names is there),
-# documents.sh tutorial (each line of code in docs/tutorial.md stands in an example).
+# documents.sh tutorial (each line of code in docs/tutorial.md stands in an example), documents.sh performance (each workload
+# of the benchmarks has its row and its explanation in docs/performance.md).
 # The backquotes are those of the texts.
 # shellcheck disable=SC2016
 set -euo pipefail
@@ -37,9 +38,21 @@ Tutorial()
     ((count > 20)) || tell "docs/tutorial.md: only $count lines of code are found in it"
 }
 
+Performance()
+{
+    local name count=0
+    while IFS= read -r name; do
+        grep -qE "^$name  +" docs/performance.md || tell "docs/performance.md: no row of $name"
+        grep -qF "**$name**" docs/performance.md || tell "docs/performance.md: nothing explains $name"
+        count=$((count + 1))
+    done < <(grep -oE '\.name = "[^"]+"' bench/report.cpp | cut -d '"' -f 2)
+    ((count > 20)) || tell "bench/report.cpp: only $count workloads are found in it"
+}
+
 case "${1:-}" in
     limits) Limits ;;
     tutorial) Tutorial ;;
-    *) tell "usage: documents.sh limits|tutorial" ;;
+    performance) Performance ;;
+    *) tell "usage: documents.sh limits|tutorial|performance" ;;
 esac
 ((failures == 0))

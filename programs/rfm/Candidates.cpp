@@ -83,7 +83,7 @@ Words ObjectNames(DatabaseFile& file)
 
 Words WithPrefix(const std::string& prefix, Words names)
 {
-    for (std::string& name : names) name = prefix + name;
+    for (std::string& name : names) name.insert(0, prefix);
     return names;
 }
 

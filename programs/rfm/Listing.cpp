@@ -105,6 +105,7 @@ void Listing::Keep(std::span<const Value> values)
 void Listing::Row(const std::vector<Cell>& cells)
 {
     std::vector<Value> values;
+    values.reserve(cells.size());
     for (const Cell& cell : cells) values.push_back(cell.View());
     Row(values);
 }

@@ -84,7 +84,7 @@ FileKind KindOfWord(std::string_view word)
 Option& DeclareKind(Options& options, std::string& word, const std::string& help)
 {
     std::vector<std::string> words;
-    words.reserve(std::size(kKinds));
+    words.reserve(kKinds.size());
     for (const FileKind kind : kKinds) words.emplace_back(KindWord(kind));
     return options.Add("--to", word, help).ValueName("KIND").OneOf(std::move(words));
 }

@@ -256,6 +256,7 @@ std::vector<int> SelectFields(DatabaseFile& file, const Object& object, const st
         AddFields(chosen, found);
         if (!found.empty()) continue;
         std::vector<std::string_view> names;
+        names.reserve(all.size());
         for (const Field& field : all) names.push_back(field.name);
         const std::string_view near = NearestName(word, names);
         throw Failure(ExitMissing, OneLine(file.Path()),

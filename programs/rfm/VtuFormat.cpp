@@ -63,6 +63,7 @@ private:
 std::vector<const VtuArray*> PointersTo(const std::vector<VtuArray>& arrays)
 {
     std::vector<const VtuArray*> pointers;
+    pointers.reserve(arrays.size());
     for (const VtuArray& array : arrays) pointers.push_back(&array);
     return pointers;
 }

@@ -25,6 +25,8 @@ void KeepSecrets()
 void SetUpProcess()
 {
     std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGCHLD,
+                SIG_DFL); // ignored, as a starter may hand it on, it would never tell that a child has ended
     KeepSecrets();
     CloseStrayDescriptors();
     FillStandardDescriptors();

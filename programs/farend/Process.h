@@ -2,8 +2,8 @@
 
 namespace farend
 {
-/// What each of the programs does before anything else: a peer that leaves becomes an answer of write(), nothing is open
-/// but the three standard descriptors, and the key stays inside.
+/// What each of the programs does before anything else: a peer that leaves becomes an answer of write(), children tell of
+/// their end whatever the starter had set, nothing is open but the three standard descriptors, and the key stays inside.
 /// Throws: Failure.
 void SetUpProcess();
 

@@ -86,8 +86,9 @@ inline constexpr std::size_t kFrameHeadBytes = 3;
 inline constexpr std::size_t kMostFrameBytes = 16384; // one record of TLS
 inline constexpr std::size_t kMostPayloadBytes = kMostFrameBytes - kFrameHeadBytes;
 
-// Both ends move bytes in pieces of some full frames: what a system call and the waking of the next process cost is paid
-// once for them all. A frame at a time, relay and daemon made 750 calls for a page of 1 MiB; so they make 80.
+// On their way to the reader bytes move in pieces of some full frames: what a system call and the waking of the next
+// process cost is paid once for them all. A frame at a time, relay and daemon made 750 calls for a page of 1 MiB; so they
+// make 80.
 inline constexpr std::size_t kFramesPerTransfer = 8;
 inline constexpr std::size_t kTransferPayloadBytes = kFramesPerTransfer * kMostPayloadBytes;
 

@@ -32,7 +32,7 @@ Relay::Relay(Channel& channel)
       m_Output(STDOUT_FILENO),
       m_ErrorRoom(kMostErrorBytes)
 {
-    ::fcntl(STDOUT_FILENO, F_SETPIPE_SZ, kPipeBytes);
+    if (::fcntl(STDOUT_FILENO, F_GETPIPE_SZ) < kPipeBytes) ::fcntl(STDOUT_FILENO, F_SETPIPE_SZ, kPipeBytes);
 }
 
 void Relay::TellStart() { m_Output.Put({&kServiceRuns, 1}); }

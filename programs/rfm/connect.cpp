@@ -412,6 +412,7 @@ int ConnectCommand::Run(Output& output)
     if (found == kActions.end())
     {
         std::vector<std::string_view> names;
+        names.reserve(kActions.size());
         for (const Action& each : kActions) names.push_back(each.name);
         const std::string_view near = NearestName(m_Action, names);
         throw Failure(ExitUsage, "connect", OneLine(m_Action) + " is no action",

@@ -85,6 +85,7 @@ std::string CopyCommand::WriteVerified(DatabaseFile& in, const std::vector<Objec
                                        const NewFile& out) const
 {
     std::vector<rfm_Handle> handles;
+    handles.reserve(objects.size());
     for (const Object& object : objects) handles.push_back(object.handle);
     WriteSelected(in, objects, Kind(), out.WorkPath());
     std::string hash = ContentHash(in, handles);

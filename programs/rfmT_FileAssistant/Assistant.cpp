@@ -16,7 +16,8 @@ using farend::Failure;
 
 namespace
 {
-constexpr int kPipeBytes = 1024 * 1024; // what a process without rights may ask for
+// A user has room for 64 MiB of pipes before his programs get none but the smallest, and a daemon has 64 services.
+constexpr int kPipeBytes = 256 * 1024;
 // Any head but one with a list of hundreds of pages.
 constexpr std::size_t kRoomForHead = 4096;
 constexpr int kStartBytes = sizeof(std::int64_t);
@@ -25,13 +26,14 @@ constexpr int kPageFieldsBytes = kStartBytes + sizeof(int);
 template <class T> T Load(const char* bytes) { return omi_Load<T>(bytes, omi_Swapper(omi_Swapper::Pipe)); }
 } // namespace
 
-// With room for a whole page in the pipe, the next request is read while the reader still works on this one's reply.
+// The end of a reply fits into the pipe, so that the next request is read while the reader still works on this one's.
 Assistant::Assistant(int input, int output, std::size_t mostWatched)
     : m_Input(input, omi_Swapper::Pipe),
       m_Output(output, omi_Swapper::Pipe),
       m_MostWatched(mostWatched)
 {
-    ::fcntl(output, F_SETPIPE_SZ, kPipeBytes); // where it is no pipe, or may not grow, it stays as it is
+    if (::fcntl(output, F_GETPIPE_SZ) < kPipeBytes)
+        ::fcntl(output, F_SETPIPE_SZ, kPipeBytes); // where it is no pipe, or may not grow, it stays as it is
 }
 
 void Assistant::Serve(const cow_String& path)

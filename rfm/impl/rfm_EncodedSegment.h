@@ -20,14 +20,14 @@ class rfm_SegmentsAhead;
 /// In a file that is only read, a segment that is known from an earlier visit is loaded by the reads, and only as far as
 /// they go; the second one that wants more loads all.
 ///
-/// Invariant: in a loaded buffer the bytes from the decoded length on are zero, so that what was never written reads as
+/// Invariant: in a buffer that is loaded whole the bytes from the decoded length on are zero, so that what was never written reads as
 /// zero and a file's bytes follow from what was written alone.
 class rfm_EncodedSegment : public rfm_SegmentBufferHolder
 {
 public:
     /// `storedLength`: how much of the stored stream counts; 0 when one that is there was left by a segment that a
     /// truncation dropped. Of a file that is only read, `ahead` decodes what comes next, and `known` are the segments that
-    /// were visited.
+    /// were visited: both or neither.
     rfm_EncodedSegment(int index, rfm_SectorArray* sectorArray, rfm_SegmentBufferCache* cache,
                        rfm_Codec* codec, int decodedLength, int storedLength,
                        rfm_SegmentsAhead* ahead = nullptr, rfm_KnownSegments* known = nullptr);

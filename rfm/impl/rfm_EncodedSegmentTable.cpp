@@ -116,7 +116,7 @@ void rfm_EncodedSegmentTable::Sweep()
                   {
                       if (entry.first >= m_NumSegments - 1 || !entry.second->IsForgettable(m_SegmentSize))
                           return false;
-                      m_Cache.Forget(entry.first); // of a load that failed
+                      m_Cache.Forget(entry.first); // of a load that failed, or that no read came to
                       return true;
                   });
     m_SweepAt = kFirstSweep + 2 * m_Segments.size();

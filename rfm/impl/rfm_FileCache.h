@@ -19,7 +19,7 @@
 ///         +----------------------- DiscardPage, ReleaseFile ---------------------------+
 ///
 /// Invariants: a page that a map holds has that map as its owner and is entered there under its start; a record without
-/// an owner is in the free list; records are never deleted while the process runs. Slots are handed out one behind
+/// an owner is in the free list; records live as long as the cache. Slots are handed out one behind
 /// the other, so the temporary file grows to at most the limit.
 ///
 /// Threads: all operations may be called from any number of threads; one mutex guards the lists and all page maps. Bytes

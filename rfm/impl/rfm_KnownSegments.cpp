@@ -74,7 +74,7 @@ rfm_KnownSegments::rfm_KnownSegments(int segmentSize) noexcept
 void rfm_KnownSegments::Note(int index, const rfm_SegmentBuffer& decoded)
 {
     if (m_LargestFront < m_PieceSize) return;
-    if (m_Digests.size() >= kMostKnown) m_Digests.clear();
+    if (m_Digests.size() >= kMostKnown && !Has(index)) m_Digests.clear();
     std::array<std::uint64_t, kPieces>& digests = m_Digests[index];
     for (int piece = 0; piece < kPieces; ++piece)
     {

@@ -27,8 +27,8 @@ public:
     /// How many bytes are to be decoded for a read that ends at `end`: whole pieces. 0 when that is as much as all, when
     /// the segment is not known, or when fronts have not been enough lately.
     int ChooseFront(int index, int end);
-    /// A front was not enough: who reads like this is better off with whole segments for a while, so that what it costs
-    /// at most is one half of a segment in seventeen.
+    /// A front was not enough: who reads like this is better off with whole segments for a while, so that it costs at most
+    /// what one front in seventeen loads costs.
     void WantedMore() noexcept { m_WholeLoads = kWholeLoads; }
     /// Whether the first `front` bytes of `decoded` are those of the segment.
     bool IsFront(int index, const rfm_SegmentBuffer& decoded, int front) const;

@@ -5,6 +5,9 @@
 
 #include <sys/prctl.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
+
+#include <csignal>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -21,6 +24,22 @@ TEST(FarEndProcess, IsNeitherDumpedNorLookedInto)
                       return core.rlim_max == 0 && ::prctl(PR_GET_DUMPABLE) == 0 ? 0 : 1;
                   }),
               0);
+}
+
+// Set by a starter, that is inherited by what it starts.
+TEST(FarEndProcess, HearsOfTheEndOfAChildThoughTheStarterIgnoredThat)
+{
+    EXPECT_EQ(ExitCodeOfForked(
+                  []
+                  {
+                      std::signal(SIGCHLD, SIG_IGN);
+                      farend::SetUpProcess();
+                      const pid_t child = ::fork();
+                      if (child == 0) ::_exit(7);
+                      int status = 0;
+                      return ::waitpid(child, &status, 0) == child ? WEXITSTATUS(status) : 1;
+                  }),
+              7);
 }
 
 TEST(FarEndProcess, GivesTheNumbersOfStandardDescriptorsToNobodyElse)

@@ -775,13 +775,14 @@ TEST_F(rfm_FileReprEncodedTest, AHeaderThatClaimsHugeSegmentsTakesNoMemoryForThe
     Write(0, "abc");
     m_Repr.reset();
     m_File.Patch(28, rfm_IntBytes(1U << 30));
-    m_File.Patch(32, rfm_IntBytes(0x7FFFFFFE));
+    m_File.Patch(32, rfm_IntBytes(1U << 23));
     m_File.Patch(36, rfm_IntBytes(1U << 30));
     Open();
-    EXPECT_EQ(m_Repr->Length(), std::int64_t{0x7FFFFFFE} << 30);
+    constexpr std::int64_t kLargest = std::int64_t{1} << 53;
+    EXPECT_EQ(m_Repr->Length(), kLargest);
     EXPECT_FALSE(m_Repr->MayHold((std::int64_t{2} << 30) + 1));
     EXPECT_EQ(Read(0, 6), "abc" + Zeros(3));
-    EXPECT_EQ(Read((std::int64_t{0x7FFFFFFE} << 30) - 2, 6), Zeros(2));
+    EXPECT_EQ(Read(kLargest - 2, 6), Zeros(2));
 }
 
 TEST_F(rfm_FileReprEncodedTest, ADatabaseIsOpenedAgainAndItsFirstSegmentNotDecodedForEveryLook)

@@ -10,7 +10,7 @@ namespace rfm_tool
 {
 namespace
 {
-constexpr const char* kRestore = "the library refuses the file; restore it from a copy";
+constexpr const char* kRecover = "the library refuses the file; `rfm recover` may read it all the same";
 constexpr const char* kSegmentLost = "the bytes of this segment can't be read; restore the file from a copy";
 constexpr const char* kTailLost =
     "what is behind it is out of reach; if the segment can't be read, restore the file from a copy";
@@ -62,15 +62,15 @@ bool SectorWalk::CheckHead()
                       Counted(rfm_SectorBytes, "byte", "bytes"), kCutOff);
     const std::string_view magic(sector, rfm_SectorMagic.size());
     if (magic != rfm_SectorMagic)
-        return refuse(0, "magic", OneLine(magic), std::string(rfm_SectorMagic), kRestore);
+        return refuse(0, "magic", OneLine(magic), std::string(rfm_SectorMagic), kRecover);
     m_Head = rfm_DecodeSectorHead(sector + rfm_SectorHeadOffset);
     if (m_Head.version != rfm_SectorVersion)
         return refuse(rfm_SectorHeadOffset, "version", fmt::format("{}", m_Head.version),
-                      fmt::format("{}", rfm_SectorVersion), kRestore);
+                      fmt::format("{}", rfm_SectorVersion), kRecover);
     if (m_Head.userHeaderLength != rfm_EncodedHeaderBytes)
         return refuse(rfm_SectorHeadOffset + 4, "length of the user header",
                       fmt::format("{}", m_Head.userHeaderLength), fmt::format("{}", rfm_EncodedHeaderBytes),
-                      kRestore);
+                      kRecover);
     m_Segments = rfm_DecodeEncodedHeader(sector + rfm_SectorHeaderBytes);
     return true;
 }
@@ -80,17 +80,17 @@ bool SectorWalk::CheckSegments()
     constexpr std::int64_t kPlace = rfm_SectorHeaderBytes;
     if (m_Segments.magic != rfm_EncodedMagic)
         Report(-1, kPlace, "magic of the segments", fmt::format("0x{:08X}", m_Segments.magic),
-               fmt::format("0x{:08X}", rfm_EncodedMagic), kRestore);
+               fmt::format("0x{:08X}", rfm_EncodedMagic), kRecover);
     else if (m_Segments.version != rfm_EncodedVersion)
         Report(-1, kPlace + 4, "version of the segments", fmt::format("{}", m_Segments.version),
-               fmt::format("{}", rfm_EncodedVersion), kRestore);
+               fmt::format("{}", rfm_EncodedVersion), kRecover);
     else if (!rfm_IsSoundEncodedHeader(m_Segments))
         Report(-1, kPlace + 8, "size, number and last length of the segments",
                fmt::format("{}, {} and {}", m_Segments.segmentSize, m_Segments.segmentCount,
                            m_Segments.lastLength),
                fmt::format("a size of 1 to {}, a last length of at most that, and 2^53 bytes in all at most",
                            rfm_MostSegmentBytes),
-               kRestore);
+               kRecover);
     else
     {
         m_Sums.segments = m_Segments.segmentCount;
@@ -122,7 +122,7 @@ bool SectorWalk::ReadDirectory()
     Account(used, static_cast<std::int64_t>(m_Directory.size()));
     if (left == 0 && m_Head.cellCount >= 0) return true;
     Report(-1, rfm_SectorHeadOffset + 8, "number of cells", fmt::format("{}", m_Head.cellCount),
-           fmt::format("at most {}, as many as the directory has room for", m_Cells.size()), kRestore);
+           fmt::format("at most {}, as many as the directory has room for", m_Cells.size()), kRecover);
     return false;
 }
 
@@ -157,7 +157,7 @@ std::vector<std::uint32_t> SectorWalk::Chain(std::uint32_t first, std::int32_t o
 bool SectorWalk::Take(std::uint32_t sector, std::int32_t owner, std::int64_t offset)
 {
     const char* what = owner == kDirectory ? "next sector of the directory" : "sector of the stream";
-    const char* remedy = owner == kDirectory ? kRestore : kTailLost;
+    const char* remedy = owner == kDirectory ? kRecover : kTailLost;
     if (sector >= m_Owners.size())
     {
         Report(owner, offset, what, fmt::format("{}", sector),

@@ -90,7 +90,8 @@ std::optional<std::string> FindBelow(const char* variable, const std::string& na
     const char* value = std::getenv(variable);
     if (value == nullptr) return {};
     for (const std::string& folder : Split(value, ':'))
-        if (const std::string path = fmt::format("{}/{}", folder, name); !folder.empty() && IsProgram(path)) return path;
+        if (const std::string path = fmt::format("{}/{}", folder, name); !folder.empty() && IsProgram(path))
+            return path;
     return {};
 }
 

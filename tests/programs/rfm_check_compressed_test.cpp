@@ -14,7 +14,7 @@ using testing::Not;
 using testing::StartsWith;
 
 constexpr int kSector = 4096;
-constexpr const char* kRestore = "; the library refuses the file; restore it from a copy\n";
+constexpr const char* kRecover = "; the library refuses the file; `rfm recover` may read it all the same\n";
 constexpr const char* kSegmentLost =
     "; the bytes of this segment can't be read; restore the file from a copy\n";
 constexpr const char* kTailLost =
@@ -155,7 +155,7 @@ TEST_F(RfmCheckCompressed, EachFieldOfTheHeaderIsJudged)
     {
         Convert();
         Overwrite<std::uint32_t>(m_File, field.offset, field.value);
-        EXPECT_EQ(Damages(), field.line + kRestore) << field.offset;
+        EXPECT_EQ(Damages(), field.line + kRecover) << field.offset;
     }
 }
 

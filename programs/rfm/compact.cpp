@@ -105,6 +105,12 @@ int CompactCommand::Run(Output& output)
         hash = WriteVerified(in, out);
         watch.RequireRest();
     }
+    catch (const Failure& failure)
+    {
+        // A writer that flushes meanwhile leaves bytes of two states: that is no damage.
+        if (failure.Code() == ExitUnreadable) watch.RequireRest();
+        throw;
+    }
     catch (const nex_Exception& cause)
     {
         ThrowIfRemote(m_In, cause);

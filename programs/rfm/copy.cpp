@@ -125,6 +125,12 @@ int CopyCommand::Run(Output& output)
         hash = WriteVerified(in, objects, out);
         watch.RequireRest();
     }
+    catch (const Failure& failure)
+    {
+        // A writer that flushes meanwhile leaves bytes of two states: that is no damage.
+        if (failure.Code() == ExitUnreadable) watch.RequireRest();
+        throw;
+    }
     catch (const nex_Exception& cause)
     {
         ThrowIfRemote(m_In, cause);

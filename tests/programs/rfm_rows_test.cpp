@@ -262,6 +262,11 @@ TEST_F(RfmRows, AListOfObjectsStaysOnOneScreen)
     const std::string out = Tool::RunOnTerminal({"ls", m_File}, 5, 80).out;
     EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 4) << out;
     EXPECT_THAT(out, testing::EndsWith("rfm: there is more: 6 lines in all; --all shows it\r\n"));
+    const std::string stats = Tool::RunOnTerminal({"stats", m_File}, 5, 200).out;
+    EXPECT_EQ(std::count(stats.begin(), stats.end(), '\n'), 4) << stats;
+    EXPECT_THAT(stats, testing::EndsWith("rfm: there is more: 15 lines in all; --all shows it\r\n"));
+    const std::string all = Tool::RunOnTerminal({"stats", m_File, "--all"}, 5, 200).out;
+    EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 16) << all;
     EXPECT_THAT(Tool::RunOnTerminal({"schema", m_File}, 5, 80).out,
                 testing::EndsWith("rfm: there is more: 5 lines in all; --all shows it\r\n"));
 }

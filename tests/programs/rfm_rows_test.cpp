@@ -136,10 +136,11 @@ TEST_F(RfmRows, AValueThatIsNotThereIsExitOne)
               "rfm: " + m_File +
                   ": 4.link: row 1 has no data there; `present(FIELD)` in --where finds rows that have\n");
     for (const Tool::Words& words :
-         {Tool::Words{"value", "4.id", "--row", "3"}, {"value", "4.id", "--row", "-4"},
-                                     {"value", "4.id", "--where", "id > 100"}})
+         {Tool::Words{"value", "4.id", "--row", "3"}, {"value", "4.id", "--row", "-4"}})
         EXPECT_EQ(Refusal(words, 1),
                   "rfm: " + m_File + ": 4.id: there is no such row; `rfm ls` tells how many there are\n");
+    EXPECT_EQ(Refusal({"value", "4.id", "--where", "id > 100"}, 1),
+              "rfm: " + m_File + ": 4.id: no row fits; `rfm stats` tells which values there are\n");
     EXPECT_EQ(Refusal({"value", "4"}, 2),
               "rfm: 4: has 5 fields, and a value is of one; give one, as in TABLE.FIELD; "
               "`rfm schema` lists them\n");

@@ -33,23 +33,36 @@ constexpr std::size_t kPieceBytes = 262144;
 constexpr int kItemHeadBytes = 8;
 constexpr int kTableLayoutOffset = rfm_TableFirstRowOffset - 4;
 
+// What fails here says nothing of the file that is written.
+template <class Step> auto ReadingFrom(const std::string& path, const Step& step)
+{
+    try
+    {
+        return step();
+    }
+    catch (const nex_Exception& cause)
+    {
+        ThrowDamaged(path, cause);
+    }
+}
+
 /// The bytes of an object that was found sound, one after the other.
 class SpaceReader
 {
 public:
     SpaceReader(DatabaseFile& file, rfm_Handle handle)
         : m_Path(file.Path()),
-          m_Space(file.Database().Space(handle, -1)),
+          m_Space(ReadingFrom(m_Path, [&] { return file.Database().Space(handle, -1); })),
           m_Left(m_Space.Length().Value())
     {
     }
     std::int64_t Left() const noexcept { return m_Left; }
     /// Exactly so many.
-    /// Throws: Failure when the object ends before.
+    /// Throws: Failure when they can't be read, or the object ends before.
     void Read(char* bytes, std::size_t count)
     {
         const int wanted = static_cast<int>(count);
-        if (m_Space.Read(bytes, wanted) < wanted)
+        if (ReadingFrom(m_Path, [&] { return m_Space.Read(bytes, wanted); }) < wanted)
             throw Failure(ExitUnreadable, OneLine(m_Path), "an object ends in the middle of something",
                           "`rfm check` tells what is damaged");
         m_Left -= wanted;

@@ -69,6 +69,21 @@ template <class T> std::optional<T> NumberIn(std::string_view text)
     return value;
 }
 
+bool IsDigit(char byte) { return byte >= '0' && byte <= '9'; }
+
+// A guess must not change what a cell says. A number that begins with a needless zero is a code, and a double doesn't
+// hold every whole number.
+bool IsKeptByADouble(std::string_view text)
+{
+    const std::optional<double> value = NumberIn<double>(text);
+    if (!value) return false;
+    const std::string_view bare = Bare(text);
+    const std::string_view digits = bare.substr(bare.starts_with('-') ? 1 : 0);
+    if (digits.size() > 1 && digits[0] == '0' && IsDigit(digits[1])) return false;
+    const bool isWhole = std::all_of(digits.begin(), digits.end(), IsDigit);
+    return !isWhole || fmt::format("{:.0f}", *value) == bare;
+}
+
 struct CsvColumn
 {
     std::string name;
@@ -82,14 +97,14 @@ struct CsvColumn
         if (cell.text.empty() && !cell.isQuoted) return;
         hasCells = true;
         isInt = isInt && NumberIn<int>(cell.text).has_value();
-        isDouble = isDouble && NumberIn<double>(cell.text).has_value();
+        isDouble = isDouble && IsKeptByADouble(cell.text);
     }
     rfm_Type Type() const
     {
         if (given) return *given;
         if (!hasCells) return rfm_TypeString;
-        if (isInt) return rfm_TypeInt;
-        return isDouble ? rfm_TypeDouble : rfm_TypeString;
+        if (!isDouble) return rfm_TypeString;
+        return isInt ? rfm_TypeInt : rfm_TypeDouble;
     }
 };
 

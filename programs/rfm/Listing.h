@@ -73,6 +73,8 @@ public:
     /// One value for each column.
     void Row(std::span<const Value> values);
     void Row(const std::vector<Cell>& cells);
+    /// Writes rows that were kept back: for whoever has to break off.
+    void WriteKept();
     /// Ends the listing; `jsonTail` are members behind the rows, each led by a comma.
     void Finish(const std::string& jsonTail = "");
     /// The aligned style cut at the width of the screen.
@@ -81,7 +83,6 @@ public:
 private:
     void Head(const std::string& jsonHead);
     void Keep(std::span<const Value> values);
-    void WriteKept();
     void WriteAligned(const std::vector<std::string>& texts, bool isHead);
     void WriteLine(std::span<const Value> values);
 

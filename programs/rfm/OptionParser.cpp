@@ -57,6 +57,11 @@ void Add(CLI::App& app, const Option& option)
     if (option.IsList() && !option.IsArgument()) added->expected(1)->take_all();
     if (option.isRequired) added->required();
     if (!option.excluded.empty()) added->excludes(option.excluded);
+    // It would pass for an option that was not given: a script's variable may be empty.
+    if (!option.IsFlag() && !option.IsArgument())
+        added->check(CLI::Validator([](const std::string& text) -> std::string
+                                    { return text.empty() ? "its value is empty" : ""; },
+                                    ""));
     if (option.judge)
         added->check(CLI::Validator([judge = option.judge](std::string& text) { return judge(text); }, ""));
 }

@@ -52,6 +52,12 @@ Option& Option::Check(Judge judgeOfValues)
     return *this;
 }
 
+Option& Option::NamesNewFile()
+{
+    return Check([](const std::string& text) -> std::string
+                 { return text == "-" ? "it can't be standard output; give the name of a file" : ""; });
+}
+
 Option& Option::OneOf(std::vector<std::string> words)
 {
     Check(

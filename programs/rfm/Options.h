@@ -33,6 +33,8 @@ struct Option
     /// Words for completion, which refuse nothing.
     Option& Choices(std::vector<std::string> words);
     Option& Check(Judge judgeOfValues);
+    /// The name of a file to be made, which can't be that of standard output.
+    Option& NamesNewFile();
     /// One of these words, and no other.
     Option& OneOf(std::vector<std::string> words);
 

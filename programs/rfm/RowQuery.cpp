@@ -64,7 +64,7 @@ const std::vector<Value>& QueriedRows::Values()
     return m_Values;
 }
 
-// The row that can't be read is the one behind the last that was, or the one whose fields were being read.
+// The row that can't be read is the current one; without any, the object could not even be opened.
 void ReadRows(const DatabaseFile& file, QueriedRows& rows, const std::function<void()>& step)
 {
     try

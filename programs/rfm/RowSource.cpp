@@ -1,5 +1,6 @@
 #include "RowSource.h"
 
+#include "RemoteDoor.h"
 #include "Selection.h"
 #include "Text.h"
 #include "rfm_StringPoolFormat.h"
@@ -102,8 +103,8 @@ public:
     bool Next() override
     {
         if (m_Row + 1 >= m_Length) return false;
-        if (m_Row + 1 == m_PieceEnd) ReadPiece();
         ++m_Row;
+        if (m_Row == m_PieceEnd) ReadPiece();
         m_First = static_cast<std::size_t>(m_Row - m_PieceBegin) * m_Columns.size();
         return true;
     }
@@ -114,9 +115,23 @@ public:
     }
 
 private:
+    // Rows in front of damage can be read one by one where those of a piece can't all together.
     void ReadPiece()
     {
-        const std::int64_t rows = std::min(m_PieceRows, m_Length - m_PieceEnd);
+        try
+        {
+            ReadRows(std::min(m_PieceRows, m_Length - m_PieceEnd));
+        }
+        catch (const nex_Exception& cause)
+        {
+            if (m_PieceRows == 1 || IsRemoteFailure(cause)) throw;
+            m_PieceRows = 1;
+            m_Array.Seek(static_cast<int>(m_PieceEnd));
+            ReadRows(1);
+        }
+    }
+    void ReadRows(std::int64_t rows)
+    {
         m_Elements.resize(static_cast<std::size_t>(rows) * m_Columns.size());
         const int read = m_Columns.empty() ? 0 : m_Array.Read(m_Elements.data(), static_cast<int>(rows));
         m_Read = static_cast<std::size_t>(std::max(read, 0));
@@ -145,9 +160,10 @@ public:
     }
     bool Next() final
     {
-        if (!Step()) return false;
         ++m_Row;
-        return true;
+        if (Step()) return true;
+        --m_Row;
+        return false;
     }
 
 protected:

@@ -37,7 +37,7 @@ public:
     /// Goes in front of a row; the next one is that, or the end. Rows without a known length are walked from the start.
     virtual void Seek(std::int64_t row) = 0;
     virtual bool Next() = 0;
-    /// The place of the current row, from 0.
+    /// The place of the current row, from 0: also of one that `Next` could not read.
     std::int64_t Row() const noexcept { return m_Row; }
     /// The current row's number: its place, or its offset. `ValueOf` gives its values: a text lives until the next row,
     /// or the next question for the same field.

@@ -29,7 +29,7 @@ public:
     void Declare(Options& options) override
     {
         options.Add("IN", m_In, "a database").Required();
-        options.Add("OUT", m_Out, "the new file").Required();
+        options.Add("OUT", m_Out, "the new file").Required().NamesNewFile();
         DeclareKind(options, m_To, "plain, compressed or hdf5").Required();
         options.Add("-f,--force", m_Force, "replace OUT when it is there");
         m_Style.DeclareJson(options);

@@ -74,7 +74,8 @@ void ExportCommand::Declare(Options& options)
     options.Add("OBJECT", m_Objects, "handles, names of tables, TABLE.FIELD; with * ? [a-z]");
     options.Add("--to", m_To, "csv, jsonl, npy or vtu").Required().OneOf({"csv", "jsonl", "npy", "vtu"});
     options.Add("-o,--out", m_Out, "a new file, or a folder of such; csv and jsonl do without")
-        .ValueName("OUT");
+        .ValueName("OUT")
+        .NamesNewFile();
     options.Add("-f,--force", m_Force, "replace files that are there");
     options.Add("--where", m_Query.where, "only rows for which this holds: 'x > 0 and name ~ \"a*\"'")
         .ValueName("EXPR");

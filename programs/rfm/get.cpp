@@ -31,7 +31,7 @@ public:
     void Declare(Options& options) override
     {
         options.Add("URL", m_Url, "a database on another host").Required();
-        options.Add("FILE", m_File, "the new file").Required();
+        options.Add("FILE", m_File, "the new file").Required().NamesNewFile();
         options.Add("-f,--force", m_Force, "replace FILE when it is there");
         m_Style.DeclareJson(options);
     }

@@ -69,7 +69,7 @@ void ImportCommand::Declare(Options& options)
 {
     options.Add("FORM", m_Form, "csv or syrthes").Required().OneOf({"csv", "syrthes"});
     options.Add("SOURCE", m_Source, "what is imported").Required();
-    options.Add("OUT", m_Out, "the new database").Required();
+    options.Add("OUT", m_Out, "the new database").Required().NamesNewFile();
     options.Add("-f,--force", m_Force, "replace OUT when it is there");
     options.Add("--table", m_Table, "csv: the table's name (that of the file)").ValueName("NAME");
     options.Add("--types", m_Types, "csv: int, float, double, handle or string; others are guessed")

@@ -39,7 +39,7 @@ public:
         DeclareFile(options, m_File);
         m_Query.Declare(options);
         options.Add("--x", m_X, "the field to draw against; without it the row").ValueName("FIELD");
-        options.Add("-o,--out", m_Out, "a new SVG file").ValueName("OUT");
+        options.Add("-o,--out", m_Out, "a new SVG file").ValueName("OUT").NamesNewFile();
         options.Add("-f,--force", m_Force, "replace OUT when it is there");
         options.Add("--dots", m_AsDots, "points alone, without lines between them");
     }

@@ -39,7 +39,7 @@ public:
     void Declare(Options& options) override
     {
         options.Add("IN", m_In, "a database").Required();
-        options.Add("OUT", m_Out, "the new file").Required();
+        options.Add("OUT", m_Out, "the new file").Required().NamesNewFile();
         DeclareKind(options, m_To, "plain, compressed or hdf5 (the kind of IN)");
         options.Add("-f,--force", m_Force, "replace OUT when it is there");
         DeclareCount(options, "-n", m_Most, "N", "tell at most N losses (10000)");

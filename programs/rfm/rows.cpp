@@ -64,14 +64,22 @@ int RowListing::Run(Output& output)
     m_Output = &output;
     if (IsOnScreen() && WantsPager()) output.Page();
     Listing listing(output, m_Style.Choose(output), rows.Columns(), JsonHead(Name(), file, rows.Object()));
-    ReadRows(file, rows,
-             [&]
-             {
-                 List(rows, listing);
-                 listing.Finish();
-                 output.Finish();
-                 if (!output.IsGone()) TellTheRest(rows);
-             });
+    const auto list = [&]
+    {
+        List(rows, listing);
+        listing.Finish();
+        output.Finish();
+        if (!output.IsGone()) TellTheRest(rows);
+    };
+    try
+    {
+        ReadRows(file, rows, list);
+    }
+    catch (const Failure&)
+    {
+        if (IsOnScreen()) listing.WriteKept();
+        throw;
+    }
     if (listing.WasCut() && !output.IsGone())
         Note("lines that end with > are cut at the width of the screen; --fields chooses some of them, --all "
              "shows them in a pager");

@@ -34,16 +34,18 @@ public:
         DeclareFile(options, m_File);
         options.Add("OBJECT", m_Objects, "handles, names of tables, TABLE.FIELD; with * ? [a-z]");
         m_Style.DeclareAll(options);
+        options.Add("--all", m_All, "all lines, on a terminal in a pager");
     }
     int Run(Output& output) override;
 
 private:
     // False when the object can't be read to its end, which was told.
-    bool Tell(DatabaseFile& file, const Selected& selected, Listing& listing) const;
+    bool Tell(DatabaseFile& file, const Selected& selected, Listing& listing, Screenful& screenful) const;
 
     std::string m_File;
     std::vector<std::string> m_Objects;
     StyleOptions m_Style;
+    bool m_All = false;
 };
 
 std::vector<Column> Columns()
@@ -98,7 +100,8 @@ void Write(Listing& listing, const Object& object, std::int64_t rows, const Line
     listing.Row(values);
 }
 
-bool StatsCommand::Tell(DatabaseFile& file, const Selected& selected, Listing& listing) const
+bool StatsCommand::Tell(DatabaseFile& file, const Selected& selected, Listing& listing,
+                        Screenful& screenful) const
 {
     const Object& object = selected.object;
     std::int64_t count = 0;
@@ -110,7 +113,8 @@ bool StatsCommand::Tell(DatabaseFile& file, const Selected& selected, Listing& l
         for (; rows->Next(); ++count)
             for (Line& line : lines)
                 for (const int column : line.columns) line.extremes.Add(rows->ValueOf(column));
-        for (const Line& line : lines) Write(listing, object, count, line);
+        for (const Line& line : lines)
+            if (screenful.Takes()) Write(listing, object, count, line);
         return true;
     }
     catch (const nex_Exception& cause)
@@ -127,6 +131,7 @@ int StatsCommand::Run(Output& output)
     DatabaseFile file(m_File);
     const std::vector<Selected> all = Select(file, m_Objects);
     TellOfSemaphore(file, "a change may be counted half done");
+    Screenful screenful(output, m_Style.Choose(output), m_All);
     Listing listing(output, m_Style.Choose(output), Columns(),
                     fmt::format("\"command\":\"stats\",\"file\":{},", TextJson(m_File)));
     bool isSound = true;
@@ -135,9 +140,11 @@ int StatsCommand::Run(Output& output)
         // Of bytes and of items of many kinds there is nothing to sum up, when nobody asked for them by name.
         const bool hasFields = selected.object.kind == Kind::Table || selected.object.kind == Kind::Array ||
                                selected.object.kind == Kind::Stream;
-        if (hasFields || !selected.object.damage.empty()) isSound = Tell(file, selected, listing) && isSound;
+        if (hasFields || !selected.object.damage.empty())
+            isSound = Tell(file, selected, listing, screenful) && isSound;
     }
     listing.Finish();
+    screenful.TellTheRest();
     return isSound ? ExitDone : ExitNo;
 }
 } // namespace

@@ -103,6 +103,8 @@ int ValueCommand::Run(Output& output)
              });
     if (hasData) return ExitDone;
     const std::string what = fmt::format("{}: {}", OneLine(m_File), OneLine(m_Query.object));
+    if (!isThere && !rows.IsWhole())
+        throw Failure(ExitNo, what, "no row fits", "`rfm stats` tells which values there are");
     if (!isThere) throw Failure(ExitNo, what, "there is no such row", "`rfm ls` tells how many there are");
     throw Failure(ExitNo, what, fmt::format("row {} has no data there", rows.Source().Row()),
                   "`present(FIELD)` in --where finds rows that have");

@@ -5,6 +5,7 @@
 
 #include "SampleDatabase.h"
 #include "ToolRunner.h"
+#include "rfm_ObjectFormat.h"
 
 #include <poll.h>
 #include <sys/inotify.h>
@@ -86,6 +87,33 @@ inline void MakeEndlessArray(const std::string& path)
     std::array<char, 16> bytes{};
     head.copy(bytes.data(), bytes.size());
     Overwrite(path, ExtentOfEntry(path, 6), bytes);
+}
+
+/// Makes a compressed file whose only object, array 4 of `kManyNumbers` integers, can't be read in its midst. The first
+/// of them that lies there.
+constexpr int kManyNumbers = 131072;
+inline int MakeDamagedNumbers(const std::string& path)
+{
+    const std::string plain = path + ".plain";
+    {
+        rfm_Database database = CreateDatabase(plain);
+        auto numbers = database.ArrayInt(1, 1 << 16, 0);
+        std::vector<int> values(kManyNumbers);
+        std::uint32_t state = 1; // what doesn't compress
+        for (int& value : values) value = static_cast<int>(state = state * 1664525U + 1013904223U);
+        numbers.Write(values.data(), kManyNumbers);
+        numbers.Flush();
+        database.Close();
+    }
+    if (Tool::Run({"convert", plain, path, "--to", "compressed"}).code != 0)
+        throw std::runtime_error("convert");
+    const std::int64_t firstByte = ExtentOfEntry(plain, 4) + rfm_ArrayFirstRowOffset;
+    std::filesystem::remove(plain);
+    const std::int64_t segmentBytes = NumberAt<std::int32_t>(path, 28);
+    const std::int64_t segment = NumberAt<std::int32_t>(path, 32) / 2;
+    const std::int64_t stream = std::int64_t{4096} * NumberAt<std::uint32_t>(path, 40 + 4 * segment);
+    Overwrite<std::uint64_t>(path, stream + 4, 0);
+    return static_cast<int>((segment * segmentBytes - firstByte) / 4);
 }
 
 /// While it lives, no file of this process and of those that it starts gets larger than `bytes`.

@@ -49,6 +49,55 @@ TEST_P(EveryCommand, AnswersAnUnknownObjectOrFieldWithAGuess)
 INSTANTIATE_TEST_SUITE_P(, EveryCommand, testing::ValuesIn(kCommandLines),
                          [](const auto& each) { return std::string(each.param.name); });
 
+// --- values that can't be meant ---
+
+TEST(RfmWords, AnOptionWithoutAValueIsNotTakenForOneThatWasNotGiven)
+{
+    const TestFolder folder;
+    const std::string file = folder / "s.rdx";
+    MakeSample(file);
+    for (const Tool::Words& words : {Tool::Words{"rows", file, "4", "--where", ""},
+                                     {"rows", file, "4", "--where="},
+                                     {"head", file, "4", "--fields", ""},
+                                     {"follow", file, "4", "--until", "", "--timeout", "0"},
+                                     {"export", file, "4", "--to", "csv", "--out", ""},
+                                     {"diff", file, file, "--key", ""}})
+    {
+        const ToolResult result = Tool::Run(words);
+        const std::string option =
+            *std::find_if(words.begin(), words.end(),
+                          [](const std::string& word) { return word.starts_with("--") && word != "--to"; });
+        EXPECT_EQ(result.code, 2);
+        EXPECT_EQ(result.out, "");
+        EXPECT_EQ(result.err, "rfm: " + words.front() + ": " + option.substr(0, option.find('=')) +
+                                  ": its value is empty; `rfm " + words.front() + " --help` shows how\n");
+    }
+}
+
+TEST(RfmWords, ANewFileIsNeverStandardOutput)
+{
+    const TestFolder folder;
+    const std::string file = folder / "s.rdx";
+    MakeSample(file);
+    for (const Tool::Words& words : {Tool::Words{"convert", file, "-", "--to", "hdf5"},
+                                     {"compact", file, "-"},
+                                     {"copy", file, "-", "4"},
+                                     {"recover", file, "-"},
+                                     {"export", file, "4", "--to", "csv", "-o", "-"},
+                                     {"plot", file, "4.id", "-o", "-"},
+                                     {"import", "csv", file, "-"},
+                                     {"import", "syrthes", file, "-"},
+                                     {"get", file, "-"}})
+    {
+        const ToolResult result = Tool::Run(words);
+        EXPECT_EQ(result.code, 2) << words.front();
+        EXPECT_EQ(result.out, "");
+        EXPECT_THAT(result.err, HasSubstr("OUT: it can't be standard output; give the name of a file; "))
+            << words.front();
+        EXPECT_FALSE(std::filesystem::exists("-"));
+    }
+}
+
 // --- outputs that take nothing ---
 
 // Each command as it prints something; the two that ask another host are tried where there is one.

@@ -195,6 +195,16 @@ TEST_F(RfmCompact, ADamagedInIsRefusedAlsoWhereItOpens)
     EXPECT_THAT(Names(), ElementsAre("in.rdx"));
 }
 
+TEST_F(RfmCompact, BytesOfInThatCanNotBeReadAreDamageOfIn)
+{
+    MakeDamagedNumbers(m_In);
+    const ToolResult result = Compact(m_In, m_Out);
+    EXPECT_EQ(result.code, 4);
+    EXPECT_EQ(result.err, "rfm: " + m_In + ": VDX database is corrupt; `rfm check` tells what is damaged\n");
+    EXPECT_EQ(result.err, Tool::Run({"convert", m_In, m_Out, "--to", "plain"}).err);
+    EXPECT_THAT(Names(), ElementsAre("in.rdx"));
+}
+
 TEST_F(RfmCompact, TheSameRefusalsAsOfConvert)
 {
     MakeSample(m_In);

@@ -128,6 +128,17 @@ TEST_F(RfmCopy, ADamagedObjectIsRefusedAndTheOthersCanStillBeCopied)
     EXPECT_EQ(Copy({"NODES", "8"}).code, 0);
 }
 
+TEST_F(RfmCopy, BytesOfInThatCanNotBeReadAreDamageOfIn)
+{
+    std::filesystem::remove(m_In);
+    MakeDamagedNumbers(m_In);
+    const ToolResult result = Copy({"4"});
+    EXPECT_EQ(result.code, 4);
+    EXPECT_EQ(result.err, "rfm: " + m_In + ": VDX database is corrupt; `rfm check` tells what is damaged\n");
+    EXPECT_EQ(result.err, Tool::Run({"convert", m_In, m_Out, "--to", "plain"}).err);
+    EXPECT_THAT(Names(), ElementsAre("in.rdx"));
+}
+
 TEST_F(RfmCopy, AFullDiskIsExitSevenAndLeavesNothing)
 {
     for (const std::string& kind : kKinds)

@@ -102,6 +102,21 @@ TEST_F(RfmImport, TypesAreGuessedFromAllCells)
                                                        "2\t3\tx\t7\t\tnan\n");
 }
 
+TEST_F(RfmImport, NumbersThatATypeWouldChangeAreGuessedTexts)
+{
+    const std::string csv = "big,exact,post,real,minus,mixed,zero\n"
+                            "9007199254740993,9007199254740992,00501,007.5,-01,1,0\n"
+                            "1,-9007199254740992,10115,2,5,9007199254740993,0.5\n";
+    EXPECT_EQ(Import(csv).out,
+              m_Out + ": table nodes, 2 rows: big string, exact double, post string, real string, "
+                      "minus string, mixed string, zero double\n");
+    EXPECT_EQ(
+        Tool::Run({"rows", m_Out, "4", "-n", "1", "--fields", "big,exact,post,real,minus,mixed,zero"}).out,
+        "row\tbig\texact\tpost\treal\tminus\tmixed\tzero\n"
+        "0\t9007199254740993\t9007199254740992\t00501\t007.5\t-01\t1\t0\n");
+    EXPECT_THAT(Import("post\n00501\n", {"--types", "post=int", "-f"}).out, HasSubstr("post int"));
+}
+
 TEST_F(RfmImport, AnEmptyCellIsAbsentAndEmptyQuotesAreAnEmptyText)
 {
     EXPECT_EQ(Import("a,b\n,\"\"\n1,x\n").code, 0);

@@ -10,6 +10,7 @@
 namespace
 {
 using testing::HasSubstr;
+using testing::StartsWith;
 
 class RfmRows : public testing::Test
 {
@@ -104,16 +105,42 @@ TEST_F(RfmRows, ValueIsOneBareValue)
                                                     "\",\"handle\":4,\"row\":0,\"value\":10}\n");
 }
 
+TEST_F(RfmRows, OfADamagedArrayAllRowsInFrontOfTheDamageAreShown)
+{
+    const int damaged = MakeDamagedNumbers(m_File);
+    ASSERT_GT(damaged, 1000);
+    const std::string why = "rfm: " + m_File + ": handle 4, row " + std::to_string(damaged) +
+                            ": VDX database is corrupt; `rfm check` tells what is damaged\n";
+    const ToolResult rows = Tool::Run({"rows", m_File, "4"});
+    EXPECT_EQ(rows.code, 4);
+    EXPECT_EQ(rows.err, why);
+    EXPECT_EQ(std::count(rows.out.begin(), rows.out.end(), '\n'), 1 + damaged);
+
+    const std::string from = std::to_string(damaged - 2);
+    const ToolResult last = Tool::Run({"rows", m_File, "4", "--from", from});
+    EXPECT_EQ(last.err, why);
+    EXPECT_THAT(last.out, StartsWith("row\t0\n" + from + "\t"));
+    EXPECT_EQ(std::count(last.out.begin(), last.out.end(), '\n'), 3);
+    const std::string screen = Tool::RunOnTerminal({"rows", m_File, "4", "--from", from}, 24, 200).out;
+    EXPECT_EQ(std::count(screen.begin(), screen.end(), '\n'), 4) << screen;
+    EXPECT_THAT(screen, HasSubstr(why.substr(0, why.size() - 1)));
+
+    EXPECT_EQ("row\t0\n" + from + "\t" + Out({"value", "4", "--row", from}),
+              last.out.substr(0, last.out.find('\n', 6) + 1));
+    EXPECT_EQ(Refusal({"value", "4", "--row", std::to_string(damaged)}, 4), why);
+}
+
 TEST_F(RfmRows, AValueThatIsNotThereIsExitOne)
 {
     EXPECT_EQ(Refusal({"value", "4.link", "--row", "1"}, 1),
               "rfm: " + m_File +
                   ": 4.link: row 1 has no data there; `present(FIELD)` in --where finds rows that have\n");
-    for (const Tool::Words& words : {Tool::Words{"value", "4.id", "--row", "3"},
-                                     {"value", "4.id", "--row", "-4"},
-                                     {"value", "4.id", "--where", "id > 100"}})
+    for (const Tool::Words& words :
+         {Tool::Words{"value", "4.id", "--row", "3"}, {"value", "4.id", "--row", "-4"}})
         EXPECT_EQ(Refusal(words, 1),
                   "rfm: " + m_File + ": 4.id: there is no such row; `rfm ls` tells how many there are\n");
+    EXPECT_EQ(Refusal({"value", "4.id", "--where", "id > 100"}, 1),
+              "rfm: " + m_File + ": 4.id: no row fits; `rfm stats` tells which values there are\n");
     EXPECT_EQ(Refusal({"value", "4"}, 2),
               "rfm: 4: has 5 fields, and a value is of one; give one, as in TABLE.FIELD; "
               "`rfm schema` lists them\n");
@@ -236,6 +263,11 @@ TEST_F(RfmRows, AListOfObjectsStaysOnOneScreen)
     const std::string out = Tool::RunOnTerminal({"ls", m_File}, 5, 80).out;
     EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 4) << out;
     EXPECT_THAT(out, testing::EndsWith("rfm: there is more: 6 lines in all; --all shows it\r\n"));
+    const std::string stats = Tool::RunOnTerminal({"stats", m_File}, 5, 200).out;
+    EXPECT_EQ(std::count(stats.begin(), stats.end(), '\n'), 4) << stats;
+    EXPECT_THAT(stats, testing::EndsWith("rfm: there is more: 15 lines in all; --all shows it\r\n"));
+    const std::string all = Tool::RunOnTerminal({"stats", m_File, "--all"}, 5, 200).out;
+    EXPECT_EQ(std::count(all.begin(), all.end(), '\n'), 16) << all;
     EXPECT_THAT(Tool::RunOnTerminal({"schema", m_File}, 5, 80).out,
                 testing::EndsWith("rfm: there is more: 5 lines in all; --all shows it\r\n"));
 }

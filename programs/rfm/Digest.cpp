@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 #include <fmt/format.h>
+#include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <openssl/opensslv.h>
 
@@ -37,6 +38,7 @@ struct Crypto
     decltype(&::EVP_DigestInit_ex) init = nullptr;
     decltype(&::EVP_DigestUpdate) update = nullptr;
     decltype(&::EVP_DigestFinal_ex) final = nullptr;
+    decltype(&::OpenSSL_version) version = nullptr;
 };
 
 Crypto::Crypto()
@@ -49,6 +51,7 @@ Crypto::Crypto()
     Find(init, "EVP_DigestInit_ex");
     Find(update, "EVP_DigestUpdate");
     Find(final, "EVP_DigestFinal_ex");
+    Find(version, "OpenSSL_version");
 }
 
 const Crypto& TheCrypto()
@@ -90,4 +93,6 @@ std::string Digest::Hex()
     for (unsigned i = 0; i < size; ++i) hex += fmt::format("{:02x}", value[i]);
     return hex;
 }
+
+std::string Digest::LibraryVersion() { return TheCrypto().version(OPENSSL_VERSION_STRING); }
 } // namespace rfm_tool

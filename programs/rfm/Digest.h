@@ -20,6 +20,10 @@ public:
     /// 64 hexadecimal digits. Nothing can be added afterwards.
     std::string Hex();
 
+    /// Of OpenSSL, which makes them.
+    /// Throws: std::runtime_error when it is not there.
+    static std::string LibraryVersion();
+
 private:
     void Drain();
 

@@ -1,12 +1,12 @@
 #include "doctor.h"
 
+#include "Digest.h"
 #include "Text.h"
 
 #include <fmt/format.h>
 #include <hdf5.h>
 #include <langinfo.h>
 #include <locale.h>
-#include <openssl/crypto.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
@@ -19,6 +19,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <optional>
+#include <stdexcept>
 
 namespace rfm_tool
 {
@@ -58,6 +59,19 @@ std::string Hdf5Version()
     return fmt::format("{}.{}.{}", major, minor, release);
 }
 
+// Loaded for this alone: no other start of the tool pays for it.
+Finding OpenSsl()
+{
+    try
+    {
+        return Fine("OpenSSL", Digest::LibraryVersion(), "rfm hash");
+    }
+    catch (const std::runtime_error& failure)
+    {
+        return Warning("OpenSSL", "missing", failure.what());
+    }
+}
+
 Finding Libdeflate()
 {
 #ifdef RFM_HAVE_LIBDEFLATE
@@ -73,7 +87,7 @@ void AddVersions(std::vector<Finding>& findings)
     findings.push_back(Fine("zlib", zlibVersion(), "compressed files"));
     findings.push_back(Libdeflate());
     findings.push_back(Fine("HDF5", Hdf5Version(), "HDF5 files"));
-    findings.push_back(Fine("OpenSSL", OpenSSL_version(OPENSSL_VERSION_STRING), "rfm hash"));
+    findings.push_back(OpenSsl());
 }
 
 // --- programs ---------------------------------------------------------------------------------------------------

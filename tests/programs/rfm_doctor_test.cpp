@@ -4,6 +4,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <openssl/opensslv.h>
 #include <sys/stat.h>
 
 #include <cstdlib>
@@ -177,3 +178,12 @@ TEST_F(RfmDoctor, OnATerminalLongLinesAreWholeAndNoListHasAHead)
     EXPECT_THAT(out, HasSubstr("the package rfm-remote has it below /usr/libexec/rfm\r\n"));
 }
 } // namespace
+
+// Loading OpenSSL at every start would take as long as all else that a start does; the dynamic section names what is.
+TEST_F(RfmDoctor, TheToolStartsWithoutOpenSsl)
+{
+    const std::string program = ReadFile(RFM_TOOL);
+    ASSERT_NE(program.find(std::string("libfmt.so.")), std::string::npos) << "what it does load is named";
+    EXPECT_EQ(program.find(std::string("\0libcrypto.so.", 14) + std::to_string(OPENSSL_VERSION_MAJOR) + '\0'),
+              std::string::npos);
+}

@@ -93,7 +93,8 @@ struct Hint
     const char* remedy;
 };
 constexpr Hint kHints[] = {
-    {"qlnsrv executable", "set MRL_PATH to the folder that holds External/qlnsrv/qlnsrv; `rfm doctor` looks"},
+    {"qlnsrv executable",
+     "`export MRL_PATH=PREFIX/libexec/rfm`, where PREFIX is /usr for the package; `rfm doctor` looks"},
     {"rfmT_FileAssistant executable", "put the folder of rfmT_FileAssistant into PATH"},
     {"rdsT_FileBrowsing executable", "put the folder of rdsT_FileBrowsing into PATH"},
     {"assistant, no such file", "`rfm browse` lists what is there"},

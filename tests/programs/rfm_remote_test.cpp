@@ -212,7 +212,7 @@ TEST_F(RfmRemote, ProgramsThatAreMissingHereAreNamed)
     AddAndStart();
     Set("MRL_PATH", Path("temp").c_str());
     const std::string relay =
-        "; set MRL_PATH to the folder that holds External/qlnsrv/qlnsrv; `rfm doctor` looks";
+        "; `export MRL_PATH=PREFIX/libexec/rfm`, where PREFIX is /usr for the package; `rfm doctor` looks";
     ExpectFailure({"info", Connector()}, 6,
                   Connector() + ": Can't connect to remote file, reason: Cannot locate qlnsrv executable" +
                       relay);

@@ -207,6 +207,21 @@ TEST_F(RfmRemote, WhatIsNoDatabaseThereIsToldAsHere)
     }
 }
 
+TEST_F(RfmRemote, DamageThereIsMendedThere)
+{
+    const std::string file = Path("data/damaged.rdx");
+    WriteFile(file, ReadFile(RFM_TEST_DATA "/compressed.rdx"));
+    std::filesystem::resize_file(file, 20480);
+    const ChildResult there = Run({"info", LocalUrl(file)});
+    EXPECT_EQ(there.code, 6);
+    EXPECT_THAT(there.err, StartsWith("rfm: " + LocalUrl(file) + ": "));
+    EXPECT_THAT(
+        there.err,
+        testing::EndsWith("reason: assistant, ***ERROR: VDX database is corrupt; `rfm check` on that host "
+                          "tells what is damaged, `rfm recover` there saves what is sound\n"));
+    EXPECT_EQ(Run({"check", file}).code, 1);
+}
+
 TEST_F(RfmRemote, ProgramsThatAreMissingHereAreNamed)
 {
     AddAndStart();

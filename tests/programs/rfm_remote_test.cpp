@@ -74,7 +74,7 @@ TEST_F(RfmRemote, CommandsSayOfAConnectorPathWhatTheySayOfTheFile)
 {
     AddAndStart();
     for (const CommandLine& command : kCommandLines)
-        if (std::string_view("ls rows hash check").find(command.name) != std::string_view::npos)
+        if (std::string_view("info ls rows hash check").find(command.name) != std::string_view::npos)
             ExpectSameAsOfTheFile(command, Connector());
 }
 

@@ -70,6 +70,19 @@ std::string FolderOf(const std::string& path)
     return folder.empty() ? "." : folder;
 }
 
+// There has to be a folder into which a file can be made.
+void RequireFolder(const std::string& path, const std::string& folder)
+{
+    if (::access(folder.c_str(), W_OK | X_OK) == 0) return;
+    const int error = errno;
+    if (error == ENOENT || error == ENOTDIR)
+        throw Failure(ExitOutput, OneLine(path), fmt::format("the folder {} is not there", OneLine(folder)),
+                      "make it or write elsewhere");
+    throw Failure(ExitOutput, OneLine(path),
+                  fmt::format("no file can be made in {}: {}", OneLine(folder), std::strerror(error)),
+                  "write elsewhere");
+}
+
 // As long for every OUT, so that a long name leaves room for it.
 std::string WorkName()
 {
@@ -101,6 +114,9 @@ NewFile::NewFile(const std::string& path, bool mayReplace, const std::string& so
     : m_Path(path),
       m_Target(path)
 {
+    if (IsRemotePath(path))
+        throw Failure(ExitUsage, OneLine(path), "other hosts are read only",
+                      "give the name of a file on this host");
     struct stat status = {};
     if (::lstat(path.c_str(), &status) == 0)
     {
@@ -122,7 +138,7 @@ NewFile::NewFile(const std::string& path, bool mayReplace, const std::string& so
     }
     m_WorkPath = FolderOf(m_Target) + "/" + WorkName();
     if (m_WorkPath.size() >= sizeof unfinished) ThrowUnwritten(std::strerror(ENAMETOOLONG));
-    if (::access(FolderOf(m_Target).c_str(), W_OK | X_OK) != 0) ThrowUnwritten(std::strerror(errno));
+    RequireFolder(m_Path, FolderOf(m_Target));
     WatchSignals(m_WorkPath);
 }
 

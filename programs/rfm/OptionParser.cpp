@@ -66,10 +66,20 @@ void Add(CLI::App& app, const Option& option)
         added->check(CLI::Validator([judge = option.judge](std::string& text) { return judge(text); }, ""));
 }
 
+// "FILE", "[NAME]", "OBJECT...", "[OBJECT...]".
+std::string ArgumentInUsage(const Option& argument)
+{
+    const std::string name = argument.Name() + (argument.IsList() ? "..." : "");
+    return argument.isRequired ? name : fmt::format("[{}]", name);
+}
+
 std::string UsageLine(const Command& command, const Options& options)
 {
     std::string line = fmt::format("usage: rfm {}", command.Name());
-    for (const Option* argument : options.Arguments()) line += " " + argument->Name();
+    for (const Option* argument : options.Arguments()) line += " " + ArgumentInUsage(*argument);
+    for (const Option& option : options.All())
+        if (option.isRequired && !option.IsArgument())
+            line += fmt::format(" {} {}", option.Name(), option.valueName);
     return line + " [OPTIONS]";
 }
 

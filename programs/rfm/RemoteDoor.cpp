@@ -93,11 +93,13 @@ struct Hint
     const char* remedy;
 };
 constexpr Hint kHints[] = {
-    {"qlnsrv executable", "set MRL_PATH to the folder that holds External/qlnsrv/qlnsrv; `rfm doctor` looks"},
+    {"qlnsrv executable",
+     "`export MRL_PATH=PREFIX/libexec/rfm`, where PREFIX is /usr for the package; `rfm doctor` looks"},
     {"rfmT_FileAssistant executable", "put the folder of rfmT_FileAssistant into PATH"},
     {"rdsT_FileBrowsing executable", "put the folder of rdsT_FileBrowsing into PATH"},
     {"assistant, no such file", "`rfm browse` lists what is there"},
     {"assistant, not a regular file", "`rfm browse` lists a folder"},
+    {"is corrupt", "`rfm check` on that host tells what is damaged, `rfm recover` there saves what is sound"},
     {"No permission to read", "the server has the rights of the user who started it"},
     {"qlnsrv, cannot connect", "`rfm connect start` starts a server; a firewall may want a --port"},
     {"the key is not the one", "another server has the port: `rfm connect start` starts one of your own"},

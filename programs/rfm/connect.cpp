@@ -1,6 +1,7 @@
 #include "connect.h"
 
 #include "ConnectionFile.h"
+#include "ProgramSearch.h"
 #include "RemoteDoor.h"
 #include "RemoteScratch.h"
 #include "Text.h"
@@ -330,6 +331,13 @@ void KeepServer(rds_RemoteConnection& started)
     }
 }
 
+// A server that is started where nothing leads to it could not even be ended again.
+void RequireRelay(const std::string& name)
+{
+    if (!FindRelay())
+        throw RemoteFailure(name, nex_TextException(cow_String("Cannot locate qlnsrv executable")));
+}
+
 void ConnectCommand::Start(Output& output)
 {
     RequireWords("it takes the name of a connection", false);
@@ -340,6 +348,7 @@ void ConnectCommand::Start(Output& output)
     if (!connection.StartRemoteServer())
         throw Failure(ExitUsage, OneLine(m_Name), "its server is one that somebody else starts",
                       "`rfm connect ping` tells whether it answers");
+    RequireRelay(m_Name);
     if (HasServer(connection) && Answers(connection))
         return Tell(output, connection, "the server answers already");
     {

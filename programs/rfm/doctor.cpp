@@ -1,13 +1,13 @@
 #include "doctor.h"
 
 #include "Digest.h"
+#include "ProgramSearch.h"
 #include "Text.h"
 
 #include <fmt/format.h>
 #include <hdf5.h>
 #include <langinfo.h>
 #include <locale.h>
-#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 #include <zlib.h>
@@ -28,7 +28,6 @@ namespace
 constexpr double kMebibyte = 1024.0 * 1024.0;
 // Less than this in the folder of temporary files will not do for long.
 constexpr double kLeastFreeMebibytes = 100;
-constexpr const char* kRelay = "External/qlnsrv/qlnsrv";
 
 // One thing that was looked at.
 struct Finding
@@ -92,32 +91,13 @@ void AddVersions(std::vector<Finding>& findings)
 
 // --- programs ---------------------------------------------------------------------------------------------------
 
-bool IsProgram(const std::string& path)
-{
-    struct stat status = {};
-    return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && ::access(path.c_str(), X_OK) == 0;
-}
-
-// The first program of that name below the folders of a variable.
-std::optional<std::string> FindBelow(const char* variable, const std::string& name)
-{
-    const char* value = std::getenv(variable);
-    if (value == nullptr) return {};
-    for (const std::string& folder : Split(value, ':'))
-        if (const std::string path = fmt::format("{}/{}", folder, name); !folder.empty() && IsProgram(path))
-            return path;
-    return {};
-}
-
 Finding Relay()
 {
-    if (const std::optional<std::string> path = FindBelow("MRL_PATH", kRelay))
+    if (const std::optional<std::string> path = FindRelay())
         return Fine("qlnsrv", *path, "databases on other hosts");
-    return Warning(
-        "qlnsrv", std::getenv("MRL_PATH") == nullptr ? "MRL_PATH is not set" : "not found",
-        fmt::format("for databases on other hosts set MRL_PATH to a folder that holds {}; the package "
-                    "rfm-remote has it below /usr/libexec/rfm",
-                    kRelay));
+    return Warning("qlnsrv", std::getenv("MRL_PATH") == nullptr ? "MRL_PATH is not set" : "not found",
+                   "for databases on other hosts set MRL_PATH to a folder that holds "
+                   "External/qlnsrv/qlnsrv; the package rfm-remote has it below /usr/libexec/rfm");
 }
 
 Finding Ssh()

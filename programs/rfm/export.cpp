@@ -72,7 +72,10 @@ void ExportCommand::Declare(Options& options)
 {
     DeclareFile(options, m_File);
     options.Add("OBJECT", m_Objects, "handles, names of tables, TABLE.FIELD; with * ? [a-z]");
-    options.Add("--to", m_To, "csv, jsonl, npy or vtu").Required().OneOf({"csv", "jsonl", "npy", "vtu"});
+    options.Add("--to", m_To, "csv, jsonl, npy or vtu")
+        .Required()
+        .ValueName("FORM")
+        .OneOf({"csv", "jsonl", "npy", "vtu"});
     options.Add("-o,--out", m_Out, "a new file, or a folder of such; csv and jsonl do without")
         .ValueName("OUT")
         .NamesNewFile();

@@ -2,6 +2,7 @@
 
 #include "DatabaseFile.h"
 #include "Extremes.h"
+#include "FileKind.h"
 #include "Glob.h"
 #include "RemoteDoor.h"
 #include "RowSource.h"
@@ -310,6 +311,7 @@ public:
     int Run(Output& output) override;
 
 private:
+    [[noreturn]] void ThrowTimeUp() const;
     void ChooseInterest();
     void PrepareUntil();
     bool IsReached();
@@ -372,6 +374,10 @@ void FollowCommand::TellOpened(const char* event)
     m_HasNews = true;
     Tell(event, fmt::format("flush {}, {}", count, Counted(objects, "object", "objects")),
          fmt::format(",\"flush\":{},\"objects\":{}", count, objects));
+    const FileKind kind = KindOfFile(m_File);
+    if (kind != FileKind::Plain)
+        Note(fmt::format("{}: {}: it never tells that it changed; open it anew to see what came",
+                         OneLine(m_File), KindWord(kind)));
 }
 
 // "time 0.5, load 1 to 3"; a screen's line has room for a few.
@@ -564,6 +570,16 @@ bool FollowCommand::HoldsForARow()
     return false;
 }
 
+void FollowCommand::ThrowTimeUp() const
+{
+    const bool tellsOfFlushes = KindOfFile(m_File) == FileKind::Plain;
+    throw Failure(
+        ExitBusy, OneLine(m_File), "the time is up",
+        tellsOfFlushes
+            ? "a larger --timeout waits longer; `rfm info` tells whether a semaphore holds readers up"
+            : "only a plain file tells of its flushes");
+}
+
 int FollowCommand::Run(Output& output)
 {
     m_Output = &output;
@@ -574,10 +590,7 @@ int FollowCommand::Run(Output& output)
     TellOpened("open");
     while (!IsReached() && !output.IsGone())
     {
-        if (IsTimeUp())
-            throw Failure(
-                ExitBusy, OneLine(m_File), "the time is up",
-                "a larger --timeout waits longer; `rfm info` tells whether a semaphore holds readers up");
+        if (IsTimeUp()) ThrowTimeUp();
         std::this_thread::sleep_for(IsRemotePath(m_File) ? kRemotePollInterval : kPollInterval);
         Poll();
     }

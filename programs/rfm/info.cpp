@@ -139,7 +139,7 @@ void InfoCommand::WriteText(Output& output, const Json& facts, const Sums& sums,
                                         : fmt::format("{}\t{}", name, value));
     };
     const std::int64_t created = facts["created"];
-    line("file", OneLine(database.FileName().View()));
+    line("file", OneLine(file.Path()));
     line("kind", fmt::format("{} database, version {}", facts["kind"].get<std::string>(),
                              facts["version"].get<int>()));
     line("application", OneLine(file.Header().mark));

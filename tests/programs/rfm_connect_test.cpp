@@ -154,6 +154,19 @@ TEST_F(RfmConnect, AKeyIsInNoArgumentAndInNoEnvironment)
     EXPECT_EQ(follow.Finish().code, 130);
 }
 
+TEST_F(RfmConnect, WithoutTheRelayNoServerIsStarted)
+{
+    Add();
+    const std::string line =
+        "box1: Cannot locate qlnsrv executable; `export MRL_PATH=PREFIX/libexec/rfm`, where "
+        "PREFIX is /usr for the package; `rfm doctor` looks";
+    Set("MRL_PATH", nullptr);
+    ExpectFailure({"connect", "start", "box1"}, 6, line);
+    Set("MRL_PATH", Path("temp").c_str());
+    ExpectFailure({"connect", "start", "box1"}, 6, line);
+    ExpectNoServer();
+}
+
 TEST_F(RfmConnect, AServerWithAPasswordIsUsedWithoutKeepingThePassword)
 {
     const std::string password = "a password of nobody";

@@ -141,8 +141,11 @@ TEST_F(RfmConvert, WrongWordsAndPlacesAreToldApart)
     ExpectRefusal(Convert(m_In, "/dev/full", "plain", {"-f"}), 2,
                   "/dev/full: is no regular file; give the name of a new file");
     ExpectRefusal(Convert(m_In, m_Folder / "missing/out"), 7,
-                  (m_Folder / "missing/out") +
-                      ": No such file or directory; make room or write elsewhere; nothing was left there");
+                  (m_Folder / "missing/out") + ": the folder " + (m_Folder / "missing") +
+                      " is not there; make it or write elsewhere");
+    for (const std::string there : {"mrkrdb://localhost//tmp/out.rdx", "Network connectors/box1/out.rdx"})
+        ExpectRefusal(Convert(m_In, there), 2,
+                      there + ": other hosts are read only; give the name of a file on this host");
 }
 
 TEST_F(RfmConvert, ADamagedInIsRefusedAndNoOutIsMade)

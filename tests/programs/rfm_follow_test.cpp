@@ -106,6 +106,22 @@ TEST_F(RfmFollow, ATimeThatIsUpIsExitFive)
                               "semaphore holds readers up\n");
 }
 
+TEST_F(RfmFollow, AFileThatNeverTellsOfFlushesIsToldOfAtTheOpen)
+{
+    CreateDatabase(m_File).Close();
+    for (const std::string kind : {"compressed", "hdf5"})
+    {
+        const std::string file = m_Folder / kind;
+        ASSERT_EQ(Tool::Run({"convert", m_File, file, "--to", kind}).code, 0);
+        const ToolResult result = Tool::Run({"follow", file, "--timeout", "0.05"});
+        EXPECT_EQ(result.code, 5);
+        EXPECT_EQ(result.out, "open\tflush 1, 0 objects\n");
+        EXPECT_EQ(result.err, "rfm: " + file + ": " + kind +
+                                  ": it never tells that it changed; open it anew to see what came\nrfm: " +
+                                  file + ": the time is up; only a plain file tells of its flushes\n");
+    }
+}
+
 TEST_F(RfmFollow, AFlushCountThatIsReachedAlreadyEndsAtOnce)
 {
     CreateDatabase(m_File).Close();

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
 
 namespace
 {
@@ -38,6 +39,23 @@ TEST(RfmHelp, OfACommandItIsTheCommandsOwn)
     EXPECT_EQ(Tool::Run({"help", "hash"}).out, Tool::Run({"hash", "--help"}).out);
     EXPECT_EQ(Tool::Run({"help", "help"}).out, Tool::Run({"help", "--help"}).out);
     EXPECT_THAT(Tool::Run({"help", "--help"}).out, StartsWith("rfm help: "));
+}
+
+TEST(RfmHelp, TheUsageTellsWhatIsOptionalAndWhatMayBeRepeated)
+{
+    const std::map<std::string, std::string> usages = {
+        {"info", "FILE"},
+        {"stats", "FILE [OBJECT...]"},
+        {"schema", "FILE [LAYOUT]"},
+        {"copy", "IN OUT OBJECT..."},
+        {"convert", "IN OUT --to KIND"},
+        {"compact", "IN OUT"},
+        {"export", "FILE [OBJECT...] --to FORM"},
+        {"connect", "ACTION [NAME] [HOST]"},
+    };
+    for (const auto& [command, usage] : usages)
+        EXPECT_THAT(Tool::Run({command, "--help"}).out,
+                    HasSubstr("\nusage: rfm " + command + " " + usage + " [OPTIONS]\n"));
 }
 
 TEST(RfmHelp, AnUnknownTopicIsWrongUsage)

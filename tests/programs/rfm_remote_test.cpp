@@ -74,7 +74,7 @@ TEST_F(RfmRemote, CommandsSayOfAConnectorPathWhatTheySayOfTheFile)
 {
     AddAndStart();
     for (const CommandLine& command : kCommandLines)
-        if (std::string_view("ls rows hash check").find(command.name) != std::string_view::npos)
+        if (std::string_view("info ls rows hash check").find(command.name) != std::string_view::npos)
             ExpectSameAsOfTheFile(command, Connector());
 }
 
@@ -207,12 +207,27 @@ TEST_F(RfmRemote, WhatIsNoDatabaseThereIsToldAsHere)
     }
 }
 
+TEST_F(RfmRemote, DamageThereIsMendedThere)
+{
+    const std::string file = Path("data/damaged.rdx");
+    WriteFile(file, ReadFile(RFM_TEST_DATA "/compressed.rdx"));
+    std::filesystem::resize_file(file, 20480);
+    const ChildResult there = Run({"info", LocalUrl(file)});
+    EXPECT_EQ(there.code, 6);
+    EXPECT_THAT(there.err, StartsWith("rfm: " + LocalUrl(file) + ": "));
+    EXPECT_THAT(
+        there.err,
+        testing::EndsWith("reason: assistant, ***ERROR: VDX database is corrupt; `rfm check` on that host "
+                          "tells what is damaged, `rfm recover` there saves what is sound\n"));
+    EXPECT_EQ(Run({"check", file}).code, 1);
+}
+
 TEST_F(RfmRemote, ProgramsThatAreMissingHereAreNamed)
 {
     AddAndStart();
     Set("MRL_PATH", Path("temp").c_str());
     const std::string relay =
-        "; set MRL_PATH to the folder that holds External/qlnsrv/qlnsrv; `rfm doctor` looks";
+        "; `export MRL_PATH=PREFIX/libexec/rfm`, where PREFIX is /usr for the package; `rfm doctor` looks";
     ExpectFailure({"info", Connector()}, 6,
                   Connector() + ": Can't connect to remote file, reason: Cannot locate qlnsrv executable" +
                       relay);

@@ -86,8 +86,14 @@ Value ElementValue(const cow_String& value) { return Value::OfText(value.View())
 template <class T, int N> class ArrayRows : public RowSource
 {
 public:
-    ArrayRows(DatabaseFile& file, const Object& object, rfm_Array<T, N> array)
-        : m_Array(std::move(array)),
+    using Opener = rfm_Array<T, N> (rfm_Database::*)(rfm_Handle handle, int quantum, int bufferSize);
+
+    ArrayRows(DatabaseFile& file, const Object& object, Opener open)
+        : m_Database(file.Database()),
+          m_Open(open),
+          m_Handle(object.handle),
+          m_RowBytes(object.rowBytes),
+          m_Array((m_Database.*m_Open)(m_Handle, -1, 0)),
           m_Length(m_Array.Length()),
           m_PieceRows(std::max<std::int64_t>(kPieceBytes / std::max(object.rowBytes, 1), 1))
     {
@@ -126,6 +132,8 @@ private:
         {
             if (m_PieceRows == 1 || IsRemoteFailure(cause)) throw;
             m_PieceRows = 1;
+            m_Array =
+                (m_Database.*m_Open)(m_Handle, -1, m_RowBytes); // a larger buffer reaches into the damage
             m_Array.Seek(static_cast<int>(m_PieceEnd));
             ReadRows(1);
         }
@@ -139,6 +147,10 @@ private:
         m_PieceEnd += rows;
     }
 
+    rfm_Database& m_Database;
+    Opener m_Open;
+    rfm_Handle m_Handle;
+    int m_RowBytes;
     rfm_Array<T, N> m_Array;
     std::int64_t m_Length;
     std::int64_t m_PieceRows;
@@ -340,20 +352,20 @@ private:
 };
 
 template <class T, int N>
-std::unique_ptr<RowSource> OpenArray(DatabaseFile& file, const Object& object, rfm_Array<T, N> array)
+std::unique_ptr<RowSource> OpenArray(DatabaseFile& file, const Object& object,
+                                     rfm_Array<T, N> (rfm_Database::*open)(rfm_Handle, int, int))
 {
-    return std::make_unique<ArrayRows<T, N>>(file, object, std::move(array));
+    return std::make_unique<ArrayRows<T, N>>(file, object, open);
 }
 
 std::unique_ptr<RowSource> OpenArrayOfType(DatabaseFile& file, const Object& object)
 {
-    rfm_Database& database = file.Database();
     switch (object.elementType)
     {
-    case rfm_TypeInt: return OpenArray(file, object, database.ArrayInt(object.handle, -1, 0));
-    case rfm_TypeFloat: return OpenArray(file, object, database.ArrayFloat(object.handle, -1, 0));
-    case rfm_TypeDouble: return OpenArray(file, object, database.ArrayDouble(object.handle, -1, 0));
-    default: return OpenArray(file, object, database.ArrayString(object.handle, -1, 0));
+    case rfm_TypeInt: return OpenArray(file, object, &rfm_Database::ArrayInt);
+    case rfm_TypeFloat: return OpenArray(file, object, &rfm_Database::ArrayFloat);
+    case rfm_TypeDouble: return OpenArray(file, object, &rfm_Database::ArrayDouble);
+    default: return OpenArray(file, object, &rfm_Database::ArrayString);
     }
 }
 

@@ -105,7 +105,7 @@ inline int MakeDamagedNumbers(const std::string& path)
         numbers.Flush();
         database.Close();
     }
-    if (Tool::Run({"convert", plain, path, "--to", "compressed"}).code != 0)
+    if (Tool::Run({"convert", plain, path, "--to", "compressed", "-f"}).code != 0)
         throw std::runtime_error("convert");
     const std::int64_t firstByte = ExtentOfEntry(plain, 4) + rfm_ArrayFirstRowOffset;
     std::filesystem::remove(plain);

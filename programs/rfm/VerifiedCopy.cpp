@@ -63,23 +63,12 @@ std::int64_t CopyVerified(const std::string& in, const std::string& out, FileKin
     TellOfSemaphore(source, "a change may be copied half done");
     const WriterWatch watch(in);
     NewFile copy(out, mayReplace, in);
-    try
-    {
-        WriteAndCompare(OpenForReading(in), kind, copy);
-        watch.RequireRest();
-        DatabaseFile{copy.WorkPath()}; // what doesn't open is no copy
-    }
-    catch (const Failure& failure)
-    {
-        // A writer that closes cuts its reserve off the file: that is no damage.
-        if (failure.Code() != ExitRemote) watch.RequireRest();
-        throw;
-    }
-    catch (const nex_Exception& cause)
-    {
-        ThrowIfRemote(in, cause);
-        copy.ThrowUnwritten(PlainMessage(cause.what()));
-    }
+    WriteWatched(in, watch, copy,
+                 [&]
+                 {
+                     WriteAndCompare(OpenForReading(in), kind, copy);
+                     DatabaseFile{copy.WorkPath()}; // what doesn't open is no copy
+                 });
     copy.Publish();
     return source.File().Repr().Length().Value();
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 namespace rfm_tool
@@ -19,4 +20,12 @@ private:
     std::string m_Path;
     std::uint32_t m_Before;
 };
+
+class NewFile;
+
+/// Runs `write`, which reads the database at `in`, and fills `out` with what is in it. What goes wrong is told apart: a
+/// writer that flushed or closed meanwhile, which is no damage; another host; `out` that can't be written.
+/// Throws: Failure.
+void WriteWatched(const std::string& in, const WriterWatch& watch, const NewFile& out,
+                  const std::function<void()>& write);
 } // namespace rfm_tool

@@ -100,22 +100,7 @@ int CompactCommand::Run(Output& output)
     NewFile out(m_Out, m_Force, m_In);
     RequireSound();
     std::string hash;
-    try
-    {
-        hash = WriteVerified(in, out);
-        watch.RequireRest();
-    }
-    catch (const Failure& failure)
-    {
-        // A writer that flushes meanwhile leaves bytes of two states: that is no damage.
-        if (failure.Code() == ExitUnreadable) watch.RequireRest();
-        throw;
-    }
-    catch (const nex_Exception& cause)
-    {
-        ThrowIfRemote(m_In, cause);
-        out.ThrowUnwritten(PlainMessage(cause.what()));
-    }
+    WriteWatched(m_In, watch, out, [&] { hash = WriteVerified(in, out); });
     out.Publish();
     Tell(output, hash);
     return ExitDone;

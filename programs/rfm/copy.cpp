@@ -120,22 +120,7 @@ int CopyCommand::Run(Output& output)
     const WriterWatch watch(m_In);
     NewFile out(m_Out, m_Force, m_In);
     std::string hash;
-    try
-    {
-        hash = WriteVerified(in, objects, out);
-        watch.RequireRest();
-    }
-    catch (const Failure& failure)
-    {
-        // A writer that flushes meanwhile leaves bytes of two states: that is no damage.
-        if (failure.Code() == ExitUnreadable) watch.RequireRest();
-        throw;
-    }
-    catch (const nex_Exception& cause)
-    {
-        ThrowIfRemote(m_In, cause);
-        out.ThrowUnwritten(PlainMessage(cause.what()));
-    }
+    WriteWatched(m_In, watch, out, [&] { hash = WriteVerified(in, objects, out); });
     out.Publish();
     Tell(output, objects, hash);
     return ExitDone;

@@ -255,9 +255,8 @@ TEST_F(RfmExport, AFullDiskOrAForbiddenFolderLeavesNoFile)
                           "/NODES.csv: File too large; make room or write elsewhere; nothing was left there");
     }
     EXPECT_THAT(NamesIn(m_Folder / ""), ElementsAre("s.rdx"));
-    ExpectRefusal(
-        {"4", "--to", "csv", "-o", "/proc/none/out"}, 7,
-        "/proc/none/out: No such file or directory; make room or write elsewhere; nothing was left there");
+    ExpectRefusal({"4", "--to", "csv", "-o", "/proc/none/out"}, 7,
+                  "/proc/none/out: the folder /proc/none is not there; make it or write elsewhere");
     ExpectRefusal({"4", "6", "--to", "csv", "-o", m_File}, 7,
                   m_File + ": Not a directory; 2 objects need a folder");
 }

@@ -1,5 +1,5 @@
 #include "Channel.h"
-#include "Failure.h"
+#include "Wire.h"
 
 #include <gtest/gtest.h>
 
@@ -52,19 +52,7 @@ protected:
     }
 
 private:
-    struct Wire
-    {
-        Wire()
-        {
-            int both[2];
-            if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, both) != 0)
-                throw Failure("socketpair", errno);
-            relay = Descriptor(both[0]);
-            daemon = Descriptor(both[1]);
-        }
-        Descriptor relay;
-        Descriptor daemon;
-    } m_Wire;
+    Wire m_Wire;
     const ProvingTls m_RelayTls{ProvingTls::End::Relay, Secret()};
     const ProvingTls m_DaemonTls{ProvingTls::End::Daemon, Secret()};
 

@@ -2,6 +2,7 @@
 #include "FailedTries.h"
 #include "Failure.h"
 #include "Socket.h"
+#include "Wire.h"
 
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
@@ -39,21 +40,6 @@ std::string Hex(const SharedSecret& secret)
 }
 
 Deadline Soon() { return Deadline::In(20s); }
-
-// Two sockets that are connected to each other.
-struct Wire
-{
-    Wire()
-    {
-        int both[2];
-        if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, both) != 0)
-            throw Failure("socketpair", errno);
-        relay = Descriptor(both[0]);
-        daemon = Descriptor(both[1]);
-    }
-    Descriptor relay;
-    Descriptor daemon;
-};
 
 // What each end makes of the other.
 struct Proofs

@@ -38,13 +38,13 @@ protected:
         EXPECT_EQ(Tool::Run({"convert", m_In, path, "--to", kind}).code, 0);
         return path;
     }
-    // An array 4 of 100000 numbers, over many chunks and segments.
-    void MakeLong() const
+    // An array 4 of numbers, over many chunks and segments.
+    void MakeLong(std::size_t count = 100000) const
     {
         rfm_Database database = CreateDatabase(m_In);
         {
             auto array = database.ArrayDouble(1, -1, 0);
-            std::vector<double> values(100000);
+            std::vector<double> values(count);
             for (std::size_t i = 0; i < values.size(); ++i) values[i] = static_cast<double>(i) * 1.25;
             array.Write(values.data(), static_cast<int>(values.size()));
             array.Flush();
@@ -156,17 +156,7 @@ TEST_F(RfmRecover, JsonHasEachLossAsAnObject)
 // The rows of a segment that can't be inflated are without data; those before and behind it are as they were.
 TEST_F(RfmRecover, OfACompressedFileOnlyTheHurtSegmentIsLost)
 {
-    {
-        rfm_Database database = CreateDatabase(m_In);
-        {
-            auto array = database.ArrayDouble(1, -1, 0);
-            std::vector<double> values(30000);
-            for (std::size_t i = 0; i < values.size(); ++i) values[i] = static_cast<double>(i) * 1.25;
-            array.Write(values.data(), static_cast<int>(values.size()));
-            array.Flush();
-        }
-        database.Close();
-    }
+    MakeLong(30000);
     const std::string compressed = m_Folder / "c.sdx";
     ASSERT_EQ(Tool::Run({"convert", m_In, compressed, "--to", "compressed"}).code, 0);
     // Cell 1 is the first sector of segment 1, whose stream begins behind its length.

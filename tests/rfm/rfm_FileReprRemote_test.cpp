@@ -21,6 +21,16 @@ constexpr const char* kCorrupt =
 class rfm_FileReprRemoteTest : public RemoteFileScene
 {
 protected:
+    /// A viewer of job.rdx, which a writer has just begun.
+    rfm_Database OpenAfterFirstIncrement(ScriptedRun::Writer& writer)
+    {
+        writer.SetUp();
+        writer.WriteIncrement(1);
+        writer.Flush();
+        rfm_Database viewer = rfm_Database::Open(rfm_File::Open(Url("job.rdx"), utl_FileAccessRead), "TEST");
+        ScriptedRun::ExpectAtLeast(viewer, 1);
+        return viewer;
+    }
     rfm_FileReprRemoteTest() { Options(1, kNoLimit); }
 
     /// A file over there, and the reader of it; what was asked so far is behind.
@@ -545,11 +555,7 @@ TEST_F(rfm_FileReprRemoteTest, ADatabaseReadsAsItWasWritten)
 TEST_F(rfm_FileReprRemoteTest, ARefreshWithNewTextsAsksForNoSize)
 {
     ScriptedRun::Writer writer(Path("job.rdx"));
-    writer.SetUp();
-    writer.WriteIncrement(1);
-    writer.Flush();
-    rfm_Database viewer = rfm_Database::Open(rfm_File::Open(Url("job.rdx"), utl_FileAccessRead), "TEST");
-    ScriptedRun::ExpectAtLeast(viewer, 1);
+    rfm_Database viewer = OpenAfterFirstIncrement(writer);
     Requests();
     writer.WriteIncrement(2);
     writer.Flush();
@@ -581,11 +587,7 @@ TEST_F(rfm_FileReprRemoteTest, TheWarningReachesTheUserOfADatabase)
 TEST_F(rfm_FileReprRemoteTest, AViewerFollowsAWriterWhoseFileGrows)
 {
     ScriptedRun::Writer writer(Path("job.rdx"));
-    writer.SetUp();
-    writer.WriteIncrement(1);
-    writer.Flush();
-    rfm_Database viewer = rfm_Database::Open(rfm_File::Open(Url("job.rdx"), utl_FileAccessRead), "TEST");
-    ScriptedRun::ExpectAtLeast(viewer, 1);
+    rfm_Database viewer = OpenAfterFirstIncrement(writer);
     EXPECT_EQ(viewer.FileStatus(), rfm_FileStatus::RfmFileUnchanged);
 
     // Enough to fill the first linkage block, so that the table reaches behind the end that was known at the open.
